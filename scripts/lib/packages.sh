@@ -1,0 +1,53 @@
+# shellcheck shell=bash disable=SC2034
+# The Debian 12 packages of this project. Why each is needed: docs/dependencies.md.
+
+# To build the service, its client library, pushpullctl and the examples.
+qo_build_packages=(g++ cmake ninja-build pkg-config rapidjson-dev zlib1g-dev libsystemd-dev libcli11-dev)
+
+# To run the demo: namespaces and mounts.
+qo_demo_packages=(util-linux mount)
+
+# To run scripts/test, besides the above: tests, benchmarks, fuzzers and the checks of the sources.
+qo_test_packages=(libgtest-dev libgmock-dev libbenchmark-dev procps
+    clang-14 libclang-rt-14-dev clang-format-14)
+
+# For scripts/test --tidy.
+qo_tidy_packages=(clang-tidy-14)
+
+# For scripts/test --system, which runs the service in a virtual machine. Of the kernel only its file is used; the
+# package is fetched and not installed.
+qo_system_packages=(qemu-system-x86 e2fsprogs cpio mount)
+qo_system_kernel=linux-image-cloud-amd64
+
+# missing_packages NAME...: prints those that are not installed.
+missing_packages() {
+    local package
+    for package in "$@"; do
+        if [[ "$(dpkg-query --show --showformat '${db:Status-Status}' "$package" 2>/dev/null)" != installed ]]; then
+            printf '%s\n' "$package"
+        fi
+    done
+}
+
+# install_packages NAME...: installs what is missing, quietly; calls apt only when something is.
+# Needs terminal.sh.
+install_packages() {
+    command -v dpkg-query >/dev/null || fail "this script installs Debian packages, and this is no Debian system"
+    local missing
+    mapfile -t missing < <(missing_packages "$@")
+    ((${#missing[@]} > 0)) || return 0
+
+    local as_root=()
+    if ((EUID != 0)); then
+        command -v sudo >/dev/null ||
+            fail "not root and no sudo; have an administrator run: apt-get install --no-install-recommends ${missing[*]}"
+        as_root=(sudo)
+    fi
+    say install "${missing[*]}"
+    local log
+    log=$(mktemp)
+    local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=300)
+    logged "$log" "${apt[@]}" update
+    logged "$log" "${apt[@]}" install --yes --no-install-recommends "${missing[@]}"
+    rm -f "$log"
+}
