@@ -1,0 +1,190 @@
+// The list of children: iterating, searching, adding and taking out.
+#include <algorithm>
+#include <cstdint>
+#include <utility>
+
+#include "json_node.h"
+
+namespace {
+
+using qo_json::child_count;
+using qo_json::Children;
+using qo_json::NameIndex;
+using qo_json::NodePtr;
+
+// Where the empty lists begin and end, so that an iterator is never null.
+JSONNODE* no_children = nullptr;
+
+// Levels that a search for an ancestor climbs before it also looks at the tree in question from above.
+constexpr size_t kUsualDepth = 512;
+
+/// Whether `node` is `top` or below it. Costs no more than twice the smaller of the node's depth and the number of
+/// nodes in the tree of `top`, so that hanging many small trees deep down stays cheap.
+bool is_within(const JSONNODE* node, const JSONNODE* top) {
+    if (node == top) return true;
+    if (child_count(top) == 0) return false;
+    std::vector<const JSONNODE*> pending{top};
+    size_t climbed = 0;
+    for (const JSONNODE* above = node->parent; above != nullptr; above = above->parent) {
+        if (above == top) return true;
+        if (++climbed < kUsualDepth) continue;
+        if (pending.empty()) return false;
+        const JSONNODE* seen = pending.back();
+        pending.pop_back();
+        if (seen == node) return true;
+        if (seen->children) {
+            pending.insert(pending.end(), seen->children->items.begin(), seen->children->items.end());
+        }
+    }
+    return false;
+}
+
+bool may_adopt(const JSONNODE* parent, const JSONNODE* child) {
+    return qo_json::is_container(parent) && child != nullptr && child->parent == nullptr && !is_within(parent, child);
+}
+
+Children& children_of(JSONNODE* parent) {
+    if (!parent->children) parent->children = std::make_unique<Children>();
+    return *parent->children;
+}
+
+/// `position` counted from the first child; more than the number of children when it is not within the list.
+size_t index_of(JSONNODE* parent, JSONNODE** position) {
+    const auto begin = reinterpret_cast<uintptr_t>(json_begin(parent));
+    const auto place = reinterpret_cast<uintptr_t>(position);
+    if (position == nullptr || place < begin || (place - begin) % sizeof(JSONNODE*) != 0) return SIZE_MAX;
+    return (place - begin) / sizeof(JSONNODE*);
+}
+
+JSONNODE* take_out(JSONNODE* parent, size_t index) {
+    Children& children = *parent->children;
+    JSONNODE* child = children.items[index];
+    if (children.index) children.index->remove(child);
+    children.items.erase(children.items.begin() + static_cast<std::ptrdiff_t>(index));
+    child->parent = nullptr;
+    if (children.items.empty()) {
+        parent->children.reset();
+    } else if (children.items.size() < NameIndex::kWorthwhileSize / 2) {
+        children.index.reset();
+    }
+    return child;
+}
+
+JSONNODE* find_by_scan(const std::vector<JSONNODE*>& items, std::string_view name) {
+    const auto found =
+        std::find_if(items.begin(), items.end(), [name](const JSONNODE* child) { return child->name.view() == name; });
+    return found == items.end() ? nullptr : *found;
+}
+
+JSONNODE* find_member(const JSONNODE* object, std::string_view name) {
+    if (object == nullptr || object->type != JSON_NODE || !object->children) return nullptr;
+    Children& children = *object->children;
+    if (children.items.size() < NameIndex::kWorthwhileSize) return find_by_scan(children.items, name);
+    if (!children.index) children.index = std::make_unique<NameIndex>(children.items);
+    return children.index->find(name);
+}
+
+}  // namespace
+
+void qo_json::detach(JSONNODE* node) {
+    const auto& items = node->parent->children->items;
+    const auto found = std::find(items.begin(), items.end(), node);
+    take_out(node->parent, static_cast<size_t>(found - items.begin()));
+}
+
+size_t json_size(const JSONNODE* node) { return node == nullptr ? 0 : child_count(node); }
+
+int json_empty(const JSONNODE* node) { return json_size(node) == 0 ? 1 : 0; }
+
+JSONNODE_ITERATOR json_begin(JSONNODE* node) {
+    return json_size(node) == 0 ? &no_children : node->children->items.data();
+}
+
+JSONNODE_ITERATOR json_end(JSONNODE* node) { return json_begin(node) + json_size(node); }
+
+JSONNODE* json_find(const JSONNODE* node, const char* name) {
+    return name == nullptr ? nullptr : find_member(node, name);
+}
+
+JSONNODE* json_find_n(const JSONNODE* node, const char* name, size_t length) {
+    return name == nullptr ? nullptr : find_member(node, {name, length});
+}
+
+JSONNODE* json_at(const JSONNODE* node, size_t index) {
+    return index < json_size(node) ? node->children->items[index] : nullptr;
+}
+
+int json_push_back(JSONNODE* parent, JSONNODE* child) {
+    if (!may_adopt(parent, child)) return 0;
+    Children& children = children_of(parent);
+    children.items.push_back(child);
+    child->parent = parent;
+    if (children.index) children.index->append(child);
+    return 1;
+}
+
+JSONNODE_ITERATOR json_insert(JSONNODE* parent, JSONNODE_ITERATOR position, JSONNODE* child) {
+    const size_t index = index_of(parent, position);
+    if (index > json_size(parent) || !may_adopt(parent, child)) return nullptr;
+    Children& children = children_of(parent);
+    children.items.insert(children.items.begin() + static_cast<std::ptrdiff_t>(index), child);
+    child->parent = parent;
+    if (children.index) children.index->add(child, children.items);
+    return json_begin(parent) + index;
+}
+
+JSONNODE_ITERATOR json_insert_multi(JSONNODE* parent, JSONNODE_ITERATOR position, JSONNODE_ITERATOR first,
+                                    JSONNODE_ITERATOR last) {
+    const size_t index = index_of(parent, position);
+    if (!qo_json::is_container(parent) || index > json_size(parent)) return nullptr;
+    if (first == nullptr || last == nullptr || last < first) return nullptr;
+    if (first == last) return position;
+    if (index_of(parent, first) < json_size(parent)) return nullptr;
+
+    std::vector<JSONNODE*> copies;
+    copies.reserve(static_cast<size_t>(last - first));
+    for (; first != last; ++first) {
+        if (JSONNODE* copy = json_duplicate(*first); copy != nullptr) {
+            copy->parent = parent;
+            copies.push_back(copy);
+        }
+    }
+    Children& children = children_of(parent);
+    children.items.insert(children.items.begin() + static_cast<std::ptrdiff_t>(index), copies.begin(), copies.end());
+    children.index.reset();  // finding a place for each of many namesakes would cost more than a new index
+    return json_begin(parent) + index;
+}
+
+JSONNODE_ITERATOR json_erase(JSONNODE* parent, JSONNODE_ITERATOR position) {
+    const size_t index = index_of(parent, position);
+    if (index >= json_size(parent)) return nullptr;
+    json_delete(take_out(parent, index));
+    return json_begin(parent) + index;
+}
+
+size_t json_erase_if(JSONNODE* parent, int (*matches)(const JSONNODE* child, void* context), void* context) {
+    if (json_empty(parent) != 0 || matches == nullptr) return 0;
+    std::vector<JSONNODE*> kept;
+    std::vector<JSONNODE*> erased;
+    for (JSONNODE* child : parent->children->items) (matches(child, context) != 0 ? erased : kept).push_back(child);
+    if (erased.empty()) return 0;
+
+    parent->children->index.reset();
+    parent->children->items = std::move(kept);
+    if (parent->children->items.empty()) parent->children.reset();
+    for (JSONNODE* child : erased) {
+        child->parent = nullptr;
+        json_delete(child);
+    }
+    return erased.size();
+}
+
+JSONNODE* json_pop_back(JSONNODE* parent, const char* name) {
+    JSONNODE* child = json_find(parent, name);
+    if (child != nullptr) qo_json::detach(child);
+    return child;
+}
+
+JSONNODE* json_pop_back_at(JSONNODE* parent, size_t index) {
+    return index < json_size(parent) ? take_out(parent, index) : nullptr;
+}

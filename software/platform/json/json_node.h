@@ -1,0 +1,69 @@
+/// The node behind the flat interface, and what the sources of this library share.
+#ifndef QO_JSON_NODE_H
+#define QO_JSON_NODE_H
+
+#include <cstddef>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "json_index.h"
+#include "json_text.h"
+#include "qo_json.h"
+
+namespace qo_json {
+
+/// The children of one array or object. Present only while there are any.
+struct Children {
+    std::vector<JSONNODE*> items;      // owned by the node
+    std::unique_ptr<NameIndex> index;  // built by the first search of a large object
+};
+
+struct DeleteNode {
+    void operator()(JSONNODE* node) const { json_delete(node); }
+};
+/// Owns a node that has no parent (yet).
+using NodePtr = std::unique_ptr<JSONNODE, DeleteNode>;
+
+}  // namespace qo_json
+
+/// One message may become a hundred thousand of these, so it is kept small: texts are compact and a list of
+/// children takes room only when there are any.
+struct JSONNODE {
+    explicit JSONNODE(char node_type) : type(node_type) {}
+
+    JSONNODE* parent = nullptr;
+    qo_json::Text name;
+    qo_json::Text text;  // a string's bytes or a number's literal, else empty
+    std::unique_ptr<qo_json::Children> children;
+    char type;
+    bool boolean = false;
+};
+
+namespace qo_json {
+
+inline bool is_container(const JSONNODE* node) {
+    return node != nullptr && (node->type == JSON_ARRAY || node->type == JSON_NODE);
+}
+
+inline size_t child_count(const JSONNODE* node) { return node->children ? node->children->items.size() : 0; }
+
+/// A list without room to spare for `count` children, for a container that has none.
+inline std::vector<JSONNODE*>& reserve_children(JSONNODE* container, size_t count) {
+    container->children = std::make_unique<Children>();
+    container->children->items.reserve(count);
+    return container->children->items;
+}
+
+/// Takes a node out of the parent that it has; the caller owns it.
+void detach(JSONNODE* node);
+
+/// The value that a string view of the node shows: see json_string_view.
+std::string_view value_text(const JSONNODE* node);
+
+/// A NUL-terminated copy of `bytes` for json_free.
+char* copy_out(std::string_view bytes);
+
+}  // namespace qo_json
+
+#endif
