@@ -1,0 +1,85 @@
+/// What a running service lets the outside see, collected as it happens: its log lines, its readiness messages and
+/// the shell commands it runs. One thread reads all of them and never stops: a full log socket blocks the service.
+#ifndef QO_TEST_SERVICE_EVENTS_H
+#define QO_TEST_SERVICE_EVENTS_H
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "log_capture.h"
+#include "scratch_directory.h"
+
+/// Longer than anything takes that works; reached by failing tests only.
+constexpr std::chrono::seconds kQoPatience{30};
+
+class QoServiceEvents {
+public:
+    /// Takes /dev/log, which must not exist yet. Throws std::runtime_error when that or a file cannot be made.
+    QoServiceEvents();
+    ~QoServiceEvents();
+    QoServiceEvents(const QoServiceEvents&) = delete;
+    QoServiceEvents& operator=(const QoServiceEvents&) = delete;
+
+    /// The directory with recording stand-ins for systemctl, reboot, pkill, top, ps and pstree: first on PATH.
+    std::string stand_in_directory() const;
+    /// The socket for NOTIFY_SOCKET.
+    std::string notify_socket() const;
+    /// A directory for the test's own files, ending in "/".
+    const std::string& scratch() const { return scratch_.path(); }
+
+    /// All log lines since the last clear_log(), without "ident: ", line numbers as "@#:".
+    std::vector<QoLogLine> log() const;
+    void clear_log();
+    /// The idents and facilities that were seen, for tests of openlog().
+    std::vector<std::string> idents() const;
+    /// All readiness messages so far.
+    std::vector<std::string> notifications() const;
+    /// All commands that reached a stand-in, with their arguments: "reboot now".
+    std::vector<std::string> commands() const;
+
+    /// Wait for a line, a number of readiness messages, a command. Bounded; a failure shows what came instead.
+    testing::AssertionResult wait_for_log(int level, const std::string& text,
+                                          std::chrono::milliseconds timeout = kQoPatience) const;
+    /// A line of the store, whichever of its functions logged it. @param text behind "PushPull:function@#: "
+    testing::AssertionResult wait_for_store_log(int level, const std::string& text,
+                                                std::chrono::milliseconds timeout = kQoPatience) const;
+    testing::AssertionResult wait_for_notifications(size_t count,
+                                                    std::chrono::milliseconds timeout = kQoPatience) const;
+    testing::AssertionResult wait_for_command(const std::string& command,
+                                              std::chrono::milliseconds timeout = kQoPatience) const;
+
+private:
+    void make_stand_ins();
+    void listen();
+    void take_log_line(const std::string& datagram);
+    void take_commands(const std::string& bytes);
+    testing::AssertionResult wait_for_line(const std::function<bool(const QoLogLine&)>& awaited,
+                                           const std::string& description, std::chrono::milliseconds timeout) const;
+    bool wait_until(const std::function<bool()>& condition, std::chrono::milliseconds timeout) const;
+    std::string tail_of_log() const;
+
+    QoScratchDirectory scratch_;
+    int log_socket_ = -1;
+    int notify_socket_ = -1;
+    int command_pipe_ = -1;
+    int stop_event_ = -1;
+
+    mutable std::mutex mutex_;
+    mutable std::condition_variable changed_;
+    std::vector<QoLogLine> log_;              // guarded by mutex_
+    std::vector<std::string> idents_;         // guarded by mutex_
+    std::vector<std::string> notifications_;  // guarded by mutex_
+    std::vector<std::string> commands_;       // guarded by mutex_
+    std::string unfinished_command_;          // of the listening thread
+
+    std::thread listener_;  // last: uses all of the above
+};
+
+#endif
