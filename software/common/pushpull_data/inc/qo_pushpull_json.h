@@ -1,0 +1,96 @@
+/// RAII guards and length-aware helpers over the flat JSON node interface, for use inside this system's
+/// own code. Header only; every function is free of state and may be called from any thread, within the
+/// rules of qo_json.h.
+#ifndef QO_PUSHPULL_JSON_H
+#define QO_PUSHPULL_JSON_H
+
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "qo_json.h"
+
+struct QoJsonDelete {
+    void operator()(JSONNODE* node) const { json_delete(node); }
+};
+/// Owns one node with everything below it; release() at the moment a parent takes it over.
+using QoJsonNode = std::unique_ptr<JSONNODE, QoJsonDelete>;
+
+struct QoJsonFree {
+    void operator()(char* text) const { json_free(text); }
+};
+/// Owns one text returned by the JSON library.
+using QoJsonText = std::unique_ptr<char, QoJsonFree>;
+
+/// The children of a node for range-for; they may not be added or removed meanwhile.
+class QoJsonChildren {
+public:
+    explicit QoJsonChildren(JSONNODE* node) : node_(node) {}
+    JSONNODE_ITERATOR begin() const { return json_begin(node_); }
+    JSONNODE_ITERATOR end() const { return json_end(node_); }
+
+private:
+    JSONNODE* node_;
+};
+
+/// The node's name; lives as long as the node and its name.
+inline std::string_view qo_json_name(const JSONNODE* node) {
+    size_t length = 0;
+    const char* name = json_name_view(node, &length);
+    return {name, length};
+}
+
+/// The value as text; lives as long as the node and its value.
+inline std::string_view qo_json_string(const JSONNODE* node) {
+    size_t length = 0;
+    const char* text = json_string_view(node, &length);
+    return {text, length};
+}
+
+/// The first child of that name, or null.
+inline JSONNODE* qo_json_find(const JSONNODE* node, std::string_view name) {
+    return json_find_n(node, name.data(), name.size());
+}
+
+/// Deletes every child for which `matches(child)` holds, in one pass. @return how many.
+template <typename Matches>
+size_t qo_json_erase_if(JSONNODE* parent, Matches matches) {
+    const auto ask = [](const JSONNODE* child, void* context) {
+        return (*static_cast<Matches*>(context))(child) ? 1 : 0;
+    };
+    return json_erase_if(parent, ask, &matches);
+}
+
+inline std::string qo_json_write(const JSONNODE* node) {
+    size_t length = 0;
+    const QoJsonText text(json_write_n(node, &length));
+    return text ? std::string(text.get(), length) : std::string();
+}
+
+inline std::string qo_json_write_formatted(const JSONNODE* node) {
+    size_t length = 0;
+    const QoJsonText text(json_write_formatted_n(node, &length));
+    return text ? std::string(text.get(), length) : std::string();
+}
+
+/// Null when the text is not valid JSON.
+inline QoJsonNode qo_json_parse(std::string_view text) { return QoJsonNode(json_parse_n(text.data(), text.size())); }
+
+/// A number cut toward zero that fits 32 bits; nothing for any other node.
+inline std::optional<int32_t> qo_json_int32(const JSONNODE* node) {
+    int64_t value = 0;
+    if (json_get_int(node, &value) == 0 || value < std::numeric_limits<int32_t>::min() ||
+        value > std::numeric_limits<int32_t>::max()) {
+        return std::nullopt;
+    }
+    return static_cast<int32_t>(value);
+}
+
+inline bool qo_json_is_container(const JSONNODE* node) {
+    return json_type(node) == JSON_ARRAY || json_type(node) == JSON_NODE;
+}
+
+#endif

@@ -1,0 +1,21 @@
+/// How the service sends a text to a component's queue. Header only; any thread.
+#ifndef QO_PUSHPULL_SEND_H
+#define QO_PUSHPULL_SEND_H
+
+#include <mqueue.h>
+#include <time.h>
+
+#include <chrono>
+#include <string>
+
+#include "qo_pushpull_constants.h"
+#include "qo_pushpull_deadline.h"
+
+/// Sends the text with its NUL, waiting at most about QO_SEND_DEADLINE_S while the queue is full.
+/// @return 0; -1 with errno, ETIMEDOUT when the queue stayed full. Nothing is sent on failure.
+inline int qo_send_text(mqd_t descriptor, const std::string& text) {
+    const timespec deadline = qo_deadline_after(CLOCK_REALTIME, std::chrono::seconds(QO_SEND_DEADLINE_S));
+    return mq_timedsend(descriptor, text.c_str(), text.length() + 1, QO_MESSAGE_PRIORITY, &deadline);
+}
+
+#endif
