@@ -1,0 +1,107 @@
+#include "qo_pushpull_initializer.h"
+
+#include <syslog.h>
+
+#include <utility>
+#include <vector>
+
+#include "qo_pushpull_json.h"
+#include "qo_pushpull_utilities.h"
+
+Initializer::Initializer(std::string defaults_directory)
+    : default_tree_(nullptr), defaults_directory_(std::move(defaults_directory)) {}
+
+Initializer::~Initializer() = default;
+
+int Initializer::Init() { return CreateDefaultTree(); }
+
+int Initializer::Execute() { return -1; }
+
+int Initializer::Terminate() {
+    json_delete(default_tree_);
+    default_tree_ = nullptr;
+    return 0;
+}
+
+JSONNODE* Initializer::default_tree() { return default_tree_; }
+
+// ---- creation --------------------------------------------------------------------------------
+
+int Initializer::CreateDefaultTree() {
+    Terminate();
+    const std::string path = defaults_directory_ + QO_DEFAULTS_FILE;
+    if (DoesFileExist(path)) {
+        default_tree_ = ParseJsonFile(path);
+    } else {
+        QO_LOG(LOG_CRIT, "No json defaults found");
+    }
+    if (default_tree_ == nullptr) {
+        std::string text;
+        getDefaultTree(text);
+        default_tree_ = qo_json_parse(text).release();
+        if (default_tree_ == nullptr) {
+            QO_LOG(LOG_CRIT, "Invalid JSON in default tree string");
+        }
+    }
+    if (default_tree_ == nullptr) {
+        QO_LOG(LOG_CRIT, "Default tree creation failed");
+        return -1;
+    }
+    QO_LOG(LOG_INFO, "Default tree created");
+    return 0;
+}
+
+// ---- trimming --------------------------------------------------------------------------------
+
+namespace {
+
+bool any_child(const JSONNODE* node, bool (*matches)(const JSONNODE*)) {
+    for (size_t i = 0; i < json_size(node); ++i) {
+        if (matches(json_at(node, i))) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool is_non_persistent(const JSONNODE* node) {
+    return any_child(node, [](const JSONNODE* member) {
+        return qo_json_name(member) == "doNotPersist" && json_as_bool(member) != 0;
+    });
+}
+
+// An array goes as a whole, for any of its elements.
+bool is_left_out(const JSONNODE* child) {
+    return json_type(child) == JSON_ARRAY ? any_child(child, is_non_persistent) : is_non_persistent(child);
+}
+
+}  // namespace
+
+bool Initializer::IsNodeNonPersistent(JSONNODE* node) {
+    if (node == nullptr) {
+        QO_LOG(LOG_ERR, "Null node");
+        return false;
+    }
+    return is_non_persistent(node);
+}
+
+int Initializer::TrimNonPersistentData(JSONNODE* node) {
+    if (node == nullptr) {
+        QO_LOG(LOG_ERR, "Null node");
+        return -1;
+    }
+    std::vector<JSONNODE*> to_trim{node};
+    while (!to_trim.empty()) {
+        JSONNODE* parent = to_trim.back();
+        to_trim.pop_back();
+        qo_json_erase_if(parent, is_left_out);
+        for (JSONNODE* child : QoJsonChildren(parent)) {
+            if (json_type(child) == JSON_ARRAY) {
+                to_trim.insert(to_trim.end(), json_begin(child), json_end(child));
+            } else if (json_empty(child) == 0) {
+                to_trim.push_back(child);
+            }
+        }
+    }
+    return 0;
+}
