@@ -1,0 +1,171 @@
+// The rotated log file of the statistics.
+#include <glob.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <exception>
+#include <utility>
+
+#include "qo_pushpull_constants.h"
+#include "qo_util_log_file_manager.h"
+#include "qo_utilities_zlib.h"
+
+namespace {
+
+/// The names that a pattern stands for, sorted.
+class QoGlob {
+public:
+    explicit QoGlob(const std::string& pattern) : found_(glob(pattern.c_str(), GLOB_ERR, nullptr, &names_) == 0) {}
+    ~QoGlob() { globfree(&names_); }
+    QoGlob(const QoGlob&) = delete;
+    QoGlob& operator=(const QoGlob&) = delete;
+
+    char** begin() const { return names_.gl_pathv; }
+    char** end() const { return names_.gl_pathv + (found_ ? names_.gl_pathc : 0); }
+
+private:
+    glob_t names_{};
+    bool found_;
+};
+
+tm utc(time_t time) {
+    tm broken_down{};
+    gmtime_r(&time, &broken_down);
+    return broken_down;
+}
+
+bool is_regular_file(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+}  // namespace
+
+time_t qo_wall_clock() { return time(nullptr); }
+
+QoUtilLogFileManager::QoUtilLogFileManager(eArchiveType_t archive_time, QoWallClock clock)
+    : _logEnabled(false), _currentLogCreationTime(0), _archiveTime(archive_time), clock_(std::move(clock)) {
+    _currentLogCreationTime = currentHour();
+}
+
+void QoUtilLogFileManager::setLogName(const std::string& path, const std::string& file) {
+    _logPathName = path;
+    _logFileName = file;
+}
+
+void QoUtilLogFileManager::setLogFileHeader(const std::string& text) {
+    const std::lock_guard guard(_logArchiveMutex);
+    _logHeader = text;
+}
+
+void QoUtilLogFileManager::enableLogging() {
+    if (_logPathName.empty() || _logFileName.empty()) {
+        syslog(LOG_WARNING, "LOG: invalid param (%s:%s)", _logPathName.c_str(), _logFileName.c_str());
+        return;
+    }
+    _logEnabled = true;
+    if (!exists(_logPathName)) makeDirectory();
+}
+
+void QoUtilLogFileManager::disableLogging() { _logEnabled = false; }
+
+QoUtilLogFileManager& QoUtilLogFileManager::operator<<(std::string& text) { return *this << std::string_view(text); }
+
+QoUtilLogFileManager& QoUtilLogFileManager::operator<<(const std::string& text) {
+    return *this << std::string_view(text);
+}
+
+QoUtilLogFileManager& QoUtilLogFileManager::operator<<(const char* text) { return *this << std::string_view(text); }
+
+QoUtilLogFileManager& QoUtilLogFileManager::operator<<(std::string_view text) {
+    if (!_logEnabled) return *this;
+    const std::lock_guard guard(_logArchiveMutex);
+    try {
+        write(text);
+    } catch (const std::exception& error) {
+        syslog(LOG_ERR, "LOG: %s@%d: Exception %s", static_cast<const char*>(__func__), __LINE__, error.what());
+    }
+    return *this;
+}
+
+void QoUtilLogFileManager::write(std::string_view text) {
+    if (!currentLogFileValid()) createNewLogFile();
+    if (!_currentLog.is_open()) {
+        syslog(LOG_DEBUG, "LOG: file '%s' is not open", _logFileName.c_str());
+        return;
+    }
+    // A disk that was full when the last record came may have room again.
+    _currentLog.clear();
+    _currentLog << text << std::flush;
+}
+
+std::string QoUtilLogFileManager::current_log() const { return _logPathName + "/" + _logFileName; }
+
+bool QoUtilLogFileManager::currentLogFileValid() const {
+    if (!_currentLog.is_open()) return false;
+    switch (_archiveTime) {
+        case ArchivePerHour:
+            return _currentLogCreationTime == currentHour();
+        case ArchivePerDay:
+            return _currentLogCreationTime == currentDay();
+    }
+    return false;
+}
+
+void QoUtilLogFileManager::createNewLogFile() {
+    archiveLogFile(current_log());
+    if (_currentLog.is_open()) _currentLog.close();
+    _currentLog.clear();
+    // Without a buffer, so that a record that a full disk refused does not come back with a later one.
+    _currentLog.rdbuf()->pubsetbuf(nullptr, 0);
+    _currentLog.open(current_log(), std::ios::out | std::ios::trunc);
+    _currentLogCreationTime = _archiveTime == ArchivePerDay ? currentDay() : currentHour();
+    if (!_logHeader.empty()) _currentLog << _logHeader << std::flush;
+}
+
+void QoUtilLogFileManager::archiveLogFile(const std::string& path) {
+    syslog(LOG_DEBUG, "LOG: archiving log file '%s'", path.c_str());
+    if (!is_regular_file(path)) {
+        syslog(LOG_DEBUG, "LOG: file doesn't exist '%s'", path.c_str());
+        return;
+    }
+    if (_currentLog.is_open()) _currentLog.close();
+    sync();
+    char time_text[QO_ARCHIVE_TIME_SIZE];
+    snprintf(time_text, sizeof time_text, "%010lld", static_cast<long long>(clock_()));
+    const std::string archive = _logPathName + "/" + time_text + "_" + _logFileName + ".gz";
+    // A failed compression does not stop the rotation: the disk may be full, and the log would fill it further.
+    [[maybe_unused]] const int compressed = qo_zlibCompress(path, archive);
+    syslog(LOG_INFO, "LOG: archived '%s'", archive.c_str());
+    if (remove(path.c_str()) != 0) {
+        // Deliberate: the line names the archive although it is the log that could not be removed.
+        syslog(LOG_WARNING, "LOG: remove archive failed: '%s'", archive.c_str());
+    }
+    removeOldArchives();
+}
+
+void QoUtilLogFileManager::removeOldArchives() {
+    const std::string pattern = _logPathName + "/*_" + _logFileName + ".gz";
+    syslog(LOG_DEBUG, "LOG: removeOldArchives '%s'", pattern.c_str());
+    const time_t oldest = clock_() - QO_ARCHIVE_LIFE_S;
+    for (const char* archive : QoGlob(pattern)) {
+        struct stat status {};
+        if (stat(archive, &status) != 0 || status.st_mtime >= oldest) continue;
+        syslog(LOG_INFO, "LOG: removing log archive '%s'", archive);
+        if (remove(archive) != 0) syslog(LOG_WARNING, "LOG: remove archive failed: '%s'", archive);
+    }
+}
+
+int32_t QoUtilLogFileManager::currentHour() const { return utc(clock_()).tm_hour; }
+
+int32_t QoUtilLogFileManager::currentDay() const { return utc(clock_()).tm_mday; }
+
+bool QoUtilLogFileManager::exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
+
+void QoUtilLogFileManager::makeDirectory() const {
+    // Of a failure the records tell, which then find no file to go to.
+    [[maybe_unused]] const int result = system(("mkdir " + _logPathName).c_str());
+}
