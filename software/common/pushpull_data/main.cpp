@@ -1,0 +1,3 @@
+#include "qo_pushpull_main.h"
+
+int main(int argc, char* argv[]) { return pushpull_main(argc, argv); }

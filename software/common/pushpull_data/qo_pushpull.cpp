@@ -1,0 +1,230 @@
+#include "qo_pushpull.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <syslog.h>
+#include <systemd/sd-daemon.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iostream>
+#include <utility>
+#include <vector>
+
+#include "qo_pushpull_api.h"
+#include "qo_pushpull_constants.h"
+#include "qo_pushpull_datamgr.h"
+#include "qo_pushpull_process_api.h"
+#include "qo_pushpull_queue_monitor.h"
+#include "qo_pushpull_sigterm_mask.h"
+#include "qo_pushpull_stats.h"
+#include "qo_resource_mgr.h"
+#include "qo_utilities_time.h"
+
+// ---- life ------------------------------------------------------------------------------------
+
+PushPullData::PushPullData(bool statistics) : mq_pushpull_queue_hndl(0), rgw_restart_state(false) {
+    syslog(LOG_INFO, "PushPullData Start");
+    data_mgr = std::make_shared<DataMgr>();
+    resource_mgr = std::make_shared<ResourceMgr>();
+    if (statistics) {
+        pushpull_stats = std::make_shared<QoPushPullStats>();
+        syslog(LOG_INFO, "QoPushPullStats: Started...");
+    }
+}
+
+PushPullData::~PushPullData() { close_service_queue(); }
+
+void PushPullData::init(std::string suffix) {
+    pushpull_api = std::make_shared<QoPushpullApi>(suffix);
+    // On the first start the queue does not exist yet; the API opens it again on its first use.
+    [[maybe_unused]] const int32_t api_result = pushpull_api->init(suffix);
+    rgw_restart_state = false;
+    open_service_queue(suffix);
+    // No step's failure stops the start-up: a service without its saved tree still serves what it has.
+    [[maybe_unused]] const int store_result = data_mgr->Init(pushpull_stats);
+    resource_mgr->init();
+    if (pushpull_stats) pushpull_stats->init_stats_collection(resource_mgr);
+    [[maybe_unused]] const int notify_result = sd_notify(0, "READY=1");
+}
+
+void PushPullData::terminate() {
+    data_mgr->Terminate();
+    resource_mgr->terminate();
+}
+
+void PushPullData::open_service_queue(const std::string& suffix) {
+    syslog(LOG_INFO, "PushPullData MessageQueue: open the queue %s", QO_SERVICE_QUEUE_NAME);
+    const std::string name = QO_SERVICE_QUEUE_NAME + suffix;
+    mq_attr attributes{};
+    attributes.mq_maxmsg = QO_QUEUE_MAXMSG;
+    attributes.mq_msgsize = QO_QUEUE_MSGSIZE;
+    mq_pushpull_queue_hndl = pushpull_api->message_queue_create_and_error_handling(name.c_str(), O_RDWR | O_CREAT,
+                                                                                   QO_QUEUE_MODE, &attributes);
+    if (mq_pushpull_queue_hndl == -1) {
+        syslog(LOG_CRIT, "PushPullData MessageQueue: %s Message queue failed to open", QO_SERVICE_QUEUE_NAME);
+        return;
+    }
+    syslog(LOG_DEBUG, "PushPullData MessageQueue: %s Message queue successfully opened", QO_SERVICE_QUEUE_NAME);
+    resource_mgr->monitor().addQueue(name, QO_CMPID_PUSHPULL, mq_pushpull_queue_hndl);
+}
+
+void PushPullData::close_service_queue() {
+    if (mq_pushpull_queue_hndl > 0) mq_close(mq_pushpull_queue_hndl);
+    mq_pushpull_queue_hndl = 0;
+}
+
+// ---- SIGTERM ---------------------------------------------------------------------------------
+
+void PushPullData::SignalHandler(int signal_number) {
+    // A timer's notification thread starts with no signal blocked, so SIGTERM may be delivered to it while the main
+    // thread holds a lock that this handler needs. The main thread takes it when it waits for a request.
+    if (gettid() != getpid()) {
+        tgkill(getpid(), getpid(), signal_number);
+        return;
+    }
+    auto api = std::make_unique<QoPushpullApi>();
+    // A failure shows in the posts, which open the queue again.
+    [[maybe_unused]] const int32_t init_result = api->init("");
+    const std::string act = "true";
+    std::cout << "Pushpull About to Exit" << std::endl;
+    syslog(LOG_WARNING, "Pushpull About to Exit \n");
+    if (signal_number != SIGTERM) {
+        [[maybe_unused]] const int32_t terminate_result = api->terminate();
+        return;
+    }
+    syslog(LOG_ALERT, "Received SIGTERM - Pushpull will Exit \n");
+    // Whether the posts get through changes nothing: the process ends at once and the next one discards them.
+    [[maybe_unused]] const int32_t flush_result = api->flush(QO_CMPID_DEBUG_LOGGER);
+    [[maybe_unused]] const int32_t exit_result = api->exit_request(QO_CMPID_DEBUG_LOGGER, act);
+    exit(0);
+}
+
+// ---- main loop -------------------------------------------------------------------------------
+
+namespace {
+
+// What a request may omit and yet does not take over from the request before it.
+void forget_optional_members(QoProcessApi& request) {
+    request.setque_maxmsg(0);
+    request.setque_msgsize(0);
+    request.set_notify_on_change_only(false);
+    request.setsenderId("");
+    request.set_pack_and_send(false);
+}
+
+}  // namespace
+
+int PushPullData::execute() {
+    // The store has no loop of its own: the result is always -1.
+    [[maybe_unused]] const int store_result = data_mgr->Execute();
+    // One byte more than a message has: a message that was sent without its NUL ends there.
+    std::vector<char> buffer(static_cast<size_t>(QO_QUEUE_MSGSIZE) + 1);
+    std::string text;
+    QoProcessApi request;
+    for (;;) {
+        const ssize_t received = receive_message(buffer.data());
+        const double started_at = qo_pushpull_get_timestamp();
+        if (pushpull_stats) resource_mgr->monitor().incQueueStats(mq_pushpull_queue_hndl);
+        const std::optional<int> exit_result = handle_message(buffer.data(), received, text, request, started_at);
+        if (exit_result) return *exit_result;
+        // The rest of the buffer is zero already.
+        std::fill_n(buffer.begin(), std::max<ssize_t>(received, 0), '\0');
+        text.clear();
+        if (pushpull_stats) pushpull_stats->inc_active_time(qo_pushpull_get_timestamp() - started_at);
+    }
+}
+
+// SIGTERM is let in here and nowhere else. Its handler ends the process, so it is no matter at which point between
+// the two masks it runs: this thread holds no lock at any of them.
+ssize_t PushPullData::receive_message(char* buffer) {
+    const QoSigtermMask let_in(SIG_UNBLOCK);
+    return mq_receive(mq_pushpull_queue_hndl, buffer, static_cast<size_t>(QO_QUEUE_MSGSIZE), nullptr);
+}
+
+std::optional<int> PushPullData::handle_message(const char* message, ssize_t received, std::string& text,
+                                                QoProcessApi& request, double started_at) {
+    if (received <= 0) {
+        syslog(LOG_ERR, "parseJSON failed in pushpull recv retval= %d, precv_string->length() = %d , ERR_CODE = %d",
+               static_cast<int>(received), static_cast<int>(text.length()), QO_ERR_QUEUE_RECEIVE);
+        sleep(QO_RECEIVE_PAUSE_S);
+        return std::nullopt;
+    }
+    text.assign(message, strnlen(message, static_cast<size_t>(received)));
+    syslog(LOG_DEBUG, "PushPullData : mq_receive: retval: %d , msg: %s", static_cast<int>(received), text.c_str());
+    forget_optional_members(request);
+    const int parsed = request.parseJSON(text);
+    if (parsed == -1) {
+        syslog(LOG_ERR, "parseJSON failed in pushpull recv= %ld", static_cast<long>(parsed));
+        return std::nullopt;
+    }
+    return dispatch(request, started_at);
+}
+
+// ---- init and exit ---------------------------------------------------------------------------
+
+int PushPullData::comp_init(eQO_CMP_IDs_ comp_id) {
+    const int result = announce_reset(comp_id);
+    // Deliberate: the reset is done in every case, also for an unregistered requester.
+    resource_mgr->terminate();
+    data_mgr->Terminate();
+    close_service_queue();
+    const std::string saved_tree = std::string(QO_DATA_DIRECTORY) + QO_SAVED_TREE_FILE;
+    for (const std::string& path : {saved_tree, saved_tree + QO_BACKUP_EXTENSION}) {
+        if (remove(path.c_str()) != 0) syslog(LOG_INFO, "Error deleting file or file not exist %s\n", path.c_str());
+    }
+    data_mgr = std::make_shared<DataMgr>();
+    resource_mgr = std::make_shared<ResourceMgr>();
+    init(queue_suffix_name);
+    return result;
+}
+
+int PushPullData::announce_reset(eQO_CMP_IDs_ comp_id) {
+    int result = -1;
+    if (resource_mgr->is_comp_registered(comp_id)) {
+        const std::string text = "pushpull init success";
+        syslog(LOG_DEBUG, "comp_init : send_data %s", text.c_str());
+        result = comp_notify(1, &comp_id, text);
+        if (result == -1) syslog(LOG_ERR, " comp_init : comp_notify Failed");
+    } else {
+        syslog(LOG_ERR, "Component not Registered, comp_init : ncomp_id=%d , ERR_CODE=%d", comp_id,
+               QO_ERR_NOT_REGISTERED);
+    }
+    if (result == -1) syslog(LOG_ERR, " comp_init : Incorrect Path or comp_notify Failed");
+    return result;
+}
+
+int PushPullData::comp_exit(eQO_CMP_IDs_ comp_id) {
+    if (!resource_mgr->is_comp_registered(comp_id)) {
+        syslog(LOG_ERR, "Component not Registered, comp_exit : ncomp_id=%d , ERR_CODE=%d", comp_id,
+               QO_ERR_NOT_REGISTERED);
+        syslog(LOG_ERR, " comp_exit : Incorrect Path or comp_notify Failed");
+        return -1;
+    }
+    const std::string text = "pushpull exiting";
+    syslog(LOG_DEBUG, "comp_exit : send_data %s", text.c_str());
+    if (comp_notify(1, &comp_id, text) == -1) syslog(LOG_ERR, " comp_exit : comp_notify Failed");
+    const int result = comp_notify_all("exit");
+    if (result == 0) return 0;
+    syslog(LOG_ERR, " comp_exit : comp_notify_all Failed");
+    if (result == -1) syslog(LOG_ERR, " comp_exit : Incorrect Path or comp_notify Failed");
+    return result;
+}
+
+int PushPullData::comp_notify_all(const std::string& text) {
+    const int32_t resources = resource_mgr->get_no_of_resources();
+    int result = -1;
+    for (int32_t slot = 0; slot < resources; ++slot) {
+        const mqd_t descriptor = resource_mgr->getMsg_queue_descriptor(slot);
+        if (descriptor == 0) continue;
+        result = mq_send(descriptor, text.c_str(), text.length() + 1, QO_MESSAGE_PRIORITY);
+        if (result == -1) {
+            syslog(LOG_ERR, " comp_notify_all : sending failed to %s.  String = %s.",
+                   resource_mgr->get_queue_name(slot).c_str(), text.c_str());
+        }
+    }
+    return result;
+}

@@ -1,0 +1,119 @@
+#include "qo_pushpull_main.h"
+
+#include <ctype.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <exception>
+#include <memory>
+#include <string>
+
+#include "qo_backtrace.h"
+#include "qo_pushpull.h"
+#include "qo_pushpull_constants.h"
+#include "qo_pushpull_sigterm_mask.h"
+
+namespace {
+
+struct Options {
+    bool statistics = false;
+    std::string queue_suffix;
+};
+
+// Descriptor 0 means "no queue is open" to the registry, so no queue may ever get it.
+void open_standard_descriptors() {
+    int descriptor = 0;
+    do {
+        descriptor = open("/dev/null", O_RDWR | O_NOCTTY);
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    if (descriptor > STDERR_FILENO) close(descriptor);
+}
+
+void install_crash_handler(const char* program) {
+    // SIGUSR1 stands in both on purpose: the trace shows where the service is stuck, then the callback reboots.
+    static const int handledSignalsTrace[] = {SIGSEGV, SIGILL, SIGFPE, SIGUSR1, -1};
+    static const int handledSignalsCallback[] = {SIGUSR1, -1};
+    // A failure is logged by the handler itself; the service starts without stack traces.
+    [[maybe_unused]] const int result =
+        qo_bt_install(program, handledSignalsTrace, handledSignalsCallback, signalCallback);
+}
+
+void report_bad_option() {
+    if (optopt == 'm') {
+        syslog(LOG_ERR, "Option -%c requires an argument (instance name).", optopt);
+    } else if (isprint(optopt) != 0) {
+        // Deliberate: a missing argument of -d or -y is reported as an unknown option too.
+        syslog(LOG_ERR, "Unknown option '-%c'.\n", optopt);
+    } else {
+        syslog(LOG_ERR, "Unknown option character '\\x%x'.\n", static_cast<unsigned>(optopt));
+    }
+}
+
+bool parse_options(int argc, char* argv[], Options& options) {
+    int option = 0;
+    while ((option = getopt(argc, argv, "lvm:d:y:")) != -1) {
+        switch (option) {
+            case 'l':
+                syslog(LOG_INFO, "Pushpull Logging is enabled");
+                options.statistics = true;
+                break;
+            case 'v':
+                syslog(LOG_INFO, "pushpull_data version 0.1");
+                break;
+            case 'm':
+                if (optarg != nullptr) options.queue_suffix = optarg;
+                break;
+            case 'd':  // accepted and inert
+                break;
+            case '?':
+                report_bad_option();
+                return false;
+            default:  // deliberate: -y is accepted and handled by no case
+                abort();
+        }
+    }
+    return true;
+}
+
+void run_service(const Options& options) {
+    auto service = std::make_unique<PushPullData>(options.statistics);
+    service->queue_suffix_name = options.queue_suffix;
+    service->init(options.queue_suffix);
+    // During start-up a SIGTERM ends the process by its default action. From here on the handler takes it, and only
+    // where execute lets it in.
+    const QoSigtermMask blocked(SIG_BLOCK);
+    signal(SIGTERM, PushPullData::SignalHandler);
+    // Its result is the exit handler's and was logged; the exit status does not carry it.
+    [[maybe_unused]] const int exit_result = service->execute();
+    service->terminate();
+    service.reset();
+}
+
+}  // namespace
+
+void signalCallback(int signal_number) {
+    if (signal_number != SIGUSR1) return;
+    syslog(LOG_CRIT, "Received queue full signal (SIGUSR1) - Rebooting system in 5 seconds");
+    unsigned seconds_left = QO_REBOOT_DELAY_S;
+    while (seconds_left > 0) seconds_left = sleep(seconds_left);
+    // Without a reboot the service goes on serving, whatever the command returned.
+    [[maybe_unused]] const int result = system(QO_REBOOT_COMMAND);
+}
+
+int pushpull_main(int argc, char* argv[]) {
+    open_standard_descriptors();
+    opterr = 0;
+    openlog("PushPull", LOG_ODELAY, LOG_USER);
+    install_crash_handler(argv[0]);
+    Options options;
+    if (!parse_options(argc, argv, options)) return 1;
+    try {
+        run_service(options);
+    } catch (const std::exception& error) {
+        syslog(LOG_CRIT, "exception %s", error.what());
+    }
+    return 0;
+}

@@ -1,0 +1,176 @@
+#include "qo_pushpull_process_api.h"
+
+#include <syslog.h>
+
+#include <span>
+#include <string_view>
+#include <utility>
+
+#include "qo_pushpull_json.h"
+
+namespace {
+
+// ---- reading ----
+
+/// A member of the request text and what takes its value over.
+struct MemberRow {
+    std::string_view name;
+    void (*take)(QoProcessApi& request, const JSONNODE* value);
+};
+
+int32_t as_int32(const JSONNODE* value) { return qo_json_int32(value).value_or(0); }
+bool as_flag(const JSONNODE* value) { return json_as_bool(value) != 0; }
+std::string as_text(const JSONNODE* value) { return std::string(qo_json_string(value)); }
+eQO_CMP_IDs_ as_component(const JSONNODE* value) { return static_cast<eQO_CMP_IDs_>(as_int32(value)); }
+
+using Request = QoProcessApi;
+using Value = const JSONNODE*;
+
+constexpr MemberRow kArgMembers[] = {
+    {"comp_id", [](Request& request, Value value) { request.setcomp_id(as_component(value)); }},
+    {"dst_comp_id", [](Request& request, Value value) { request.setdstcomp_id(as_component(value)); }},
+    {"buffer", [](Request& request, Value value) { request.setBuff(as_text(value)); }},
+    {"notifyOnChangeOnly", [](Request& request, Value value) { request.set_notify_on_change_only(as_flag(value)); }},
+    {"pack_and_send", [](Request& request, Value value) { request.set_pack_and_send(as_flag(value)); }},
+    {"sender_id", [](Request& request, Value value) { request.setsenderId(as_text(value)); }},
+};
+
+constexpr MemberRow kQueMembers[] = {
+    {"flags", [](Request& request, Value value) { request.setque_flags(as_int32(value)); }},
+    {"maxmsg", [](Request& request, Value value) { request.setque_maxmsg(as_int32(value)); }},
+    {"msgsize", [](Request& request, Value value) { request.setque_msgsize(as_int32(value)); }},
+    {"curmsgs", [](Request& request, Value value) { request.setque_curmsgs(as_int32(value)); }},
+};
+
+/// Takes the members of `object` over. @return false at a child without a node.
+bool take_members(QoProcessApi& request, JSONNODE* object, std::span<const MemberRow> rows) {
+    for (const JSONNODE* member : QoJsonChildren(object)) {
+        if (member == nullptr) return false;
+        const std::string_view name = qo_json_name(member);
+        for (const MemberRow& row : rows) {
+            if (name == row.name) row.take(request, member);
+        }
+    }
+    return true;
+}
+
+int take_root_member(QoProcessApi& request, JSONNODE* member) {
+    const std::string_view name = qo_json_name(member);
+    if (name == "function") {
+        request.setfunction(as_text(member));
+    } else if (name == "arg" && !take_members(request, member, kArgMembers)) {
+        syslog(LOG_DEBUG, "Invalid JSONNODE_ITERATOR : a");
+        return -1;
+    } else if (name == "que" && !take_members(request, member, kQueMembers)) {
+        syslog(LOG_DEBUG, "Invalid JSONNODE_ITERATOR : que_iter");
+        return -1;
+    }
+    return 0;
+}
+
+// ---- writing ----
+
+/// Appends `child` to `parent`, which owns it from then on. @return false for a node that could not be made.
+bool add(const QoJsonNode& parent, QoJsonNode child) {
+    if (json_push_back(parent.get(), child.get()) == 0) return false;
+    static_cast<void>(child.release());
+    return true;
+}
+
+bool add_text(const QoJsonNode& parent, std::string_view name, const std::string& text) {
+    return add(parent, QoJsonNode(json_new_a_n(name.data(), name.size(), text.data(), text.size())));
+}
+
+bool add_number(const QoJsonNode& parent, const char* name, int32_t value) {
+    return add(parent, QoJsonNode(json_new_i(name, value)));
+}
+
+bool add_flag_if_set(const QoJsonNode& parent, const char* name, bool flag) {
+    return !flag || add(parent, QoJsonNode(json_new_b(name, 1)));
+}
+
+QoJsonNode new_object(const char* name) {
+    QoJsonNode object(json_new(JSON_NODE));
+    json_set_name(object.get(), name);
+    return object;
+}
+
+bool add_arg(const QoJsonNode& root, const QoProcessApi& request) {
+    QoJsonNode arg = new_object("arg");
+    const eQO_CMP_IDs_ destination = request.getdstcomp_id();
+    return add_number(arg, "comp_id", request.getcomp_id()) &&
+           (destination == QO_CMPID_RESERVED || add_number(arg, "dst_comp_id", destination)) &&
+           add_text(arg, "buffer", request.getBuff()) &&
+           add_flag_if_set(arg, "notifyOnChangeOnly", request.get_notify_on_change_only()) &&
+           add_flag_if_set(arg, "pack_and_send", request.get_pack_and_send()) &&
+           (request.getsenderId().empty() || add_text(arg, "sender_id", request.getsenderId())) &&
+           add(root, std::move(arg));
+}
+
+bool add_que_if_usable(const QoJsonNode& root, const QoProcessApi& request) {
+    if (request.getque_maxmsg() <= 0 || request.getque_msgsize() <= 0) return true;
+    QoJsonNode que = new_object("que");
+    return add_number(que, "flags", request.getque_flags()) && add_number(que, "maxmsg", request.getque_maxmsg()) &&
+           add_number(que, "msgsize", request.getque_msgsize()) &&
+           add_number(que, "curmsgs", request.getque_curmsgs()) && add(root, std::move(que));
+}
+
+}  // namespace
+
+QoProcessApi::QoProcessApi()
+    : paction(std::make_shared<std::string>()),
+      pbuff(std::make_shared<std::string>()),
+      pjsonstring(std::make_shared<std::string>()),
+      psenderId(std::make_shared<std::string>()) {}
+
+int QoProcessApi::parseJSON(const std::string& text) {
+    const QoJsonNode root = qo_json_parse(text);
+    if (!root) {
+        syslog(LOG_DEBUG, "Invalid JSON Node , %s", text.c_str());
+        return -1;
+    }
+    for (JSONNODE* member : QoJsonChildren(root.get())) {
+        if (member == nullptr) {
+            syslog(LOG_DEBUG, "Invalid JSON JSONNODE_ITERATOR : i");
+            return -1;
+        }
+        if (take_root_member(*this, member) != 0) return -1;
+    }
+    return 0;
+}
+
+void QoProcessApi::toJSON() {
+    const QoJsonNode root(json_new(JSON_NODE));
+    const bool complete =
+        add_text(root, "function", getfunction()) && add_arg(root, *this) && add_que_if_usable(root, *this);
+    setJsonString(complete ? qo_json_write_formatted(root.get()) : std::string());
+}
+
+// A setter makes a text of its own instead of changing the shared one, so that a copy of a request keeps its values.
+void QoProcessApi::setfunction(std::string function) { paction = std::make_shared<std::string>(std::move(function)); }
+const std::string& QoProcessApi::getfunction() const { return *paction; }
+void QoProcessApi::setBuff(std::string buffer) { pbuff = std::make_shared<std::string>(std::move(buffer)); }
+const std::string& QoProcessApi::getBuff() const { return *pbuff; }
+void QoProcessApi::setsenderId(std::string sender_id) {
+    psenderId = std::make_shared<std::string>(std::move(sender_id));
+}
+const std::string& QoProcessApi::getsenderId() const { return *psenderId; }
+void QoProcessApi::setcomp_id(eQO_CMP_IDs_ comp_id) { pcomp_id = comp_id; }
+eQO_CMP_IDs_ QoProcessApi::getcomp_id() const { return pcomp_id; }
+void QoProcessApi::setdstcomp_id(eQO_CMP_IDs_ comp_id) { dst_comp_id = comp_id; }
+eQO_CMP_IDs_ QoProcessApi::getdstcomp_id() const { return dst_comp_id; }
+void QoProcessApi::setque_flags(int32_t flags) { que_flags = flags; }
+int32_t QoProcessApi::getque_flags() const { return que_flags; }
+void QoProcessApi::setque_maxmsg(int32_t maxmsg) { que_maxmsg = maxmsg; }
+int32_t QoProcessApi::getque_maxmsg() const { return que_maxmsg; }
+void QoProcessApi::setque_msgsize(int32_t msgsize) { que_msgsize = msgsize; }
+int32_t QoProcessApi::getque_msgsize() const { return que_msgsize; }
+void QoProcessApi::setque_curmsgs(int32_t curmsgs) { que_curmsgs = curmsgs; }
+int32_t QoProcessApi::getque_curmsgs() const { return que_curmsgs; }
+void QoProcessApi::set_notify_on_change_only(bool on) { notify_on_change_only = on; }
+bool QoProcessApi::get_notify_on_change_only() const { return notify_on_change_only; }
+void QoProcessApi::set_pack_and_send(bool on) { pack_and_send = on; }
+bool QoProcessApi::get_pack_and_send() const { return pack_and_send; }
+void QoProcessApi::setJsonString(std::string text) { pjsonstring = std::make_shared<std::string>(std::move(text)); }
+const std::string& QoProcessApi::getJsonString() const { return *pjsonstring; }
+size_t QoProcessApi::getJsonStringSize() const { return pjsonstring->size(); }
