@@ -1,0 +1,81 @@
+#include "fuzz_store.h"
+
+#include <stdarg.h>
+#include <stdlib.h>
+#include <syslog.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+
+namespace {
+
+std::string last_line;
+
+// Formats every line, so that a wrong argument is seen.
+__attribute__((format(printf, 1, 0))) void take_line(const char* format, va_list arguments) {
+    char* text = nullptr;
+    // The analyzer does not see that the callers started the list.
+    qo_require(vasprintf(&text, format, arguments) >= 0, "a line can be formatted");  // NOLINT(clang-analyzer-valist.*)
+    last_line = text;
+    free(text);
+}
+
+/// Holds the defaults file; nothing else is ever written there.
+struct DefaultsDirectory {
+    explicit DefaultsDirectory(std::string_view defaults) {
+        std::string name = (std::filesystem::temp_directory_path() / "qo_fuzz_XXXXXX").string();
+        qo_require(mkdtemp(name.data()) != nullptr, "there is a scratch directory");
+        path = name + "/";
+        std::ofstream(path + QO_DEFAULTS_FILE, std::ios::binary) << defaults;
+    }
+    ~DefaultsDirectory() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path, ignored);
+    }
+    DefaultsDirectory(const DefaultsDirectory&) = delete;
+    DefaultsDirectory& operator=(const DefaultsDirectory&) = delete;
+
+    std::string path;
+};
+
+}  // namespace
+
+// These stand before the C library's own.
+extern "C" {
+__attribute__((format(printf, 2, 3))) void syslog(int, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    take_line(format, arguments);
+    va_end(arguments);
+}
+
+__attribute__((format(printf, 3, 4))) void __syslog_chk(int, int, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    take_line(format, arguments);
+    va_end(arguments);
+}
+}
+
+const std::string& qo_last_log_line() { return last_line; }
+
+std::unique_ptr<DataMgr> qo_fuzz_store(std::string_view defaults) {
+    static const DefaultsDirectory directory(defaults);
+    constexpr QoSaveTimings kNever{.first = std::chrono::hours(24 * 365), .extension = std::chrono::milliseconds(0)};
+    auto store = std::make_unique<DataMgr>(QoStorePaths{"/nonexistent/qo_fuzz/", directory.path}, kNever);
+    qo_require(store->Init(nullptr) == 0, "the store starts");
+    return store;
+}
+
+std::string qo_data_tree_text(DataMgr& store) {
+    last_line.clear();
+    store.PrintDataTree();
+    return last_line;
+}
+
+std::string qo_subscription_tree_text(DataMgr& store) {
+    last_line.clear();
+    store.PrintSubscriptionTree();
+    return last_line;
+}
