@@ -1,0 +1,231 @@
+// components and queues: what can be said without the service.
+#include <poll.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "qo_ctl_commands.h"
+#include "qo_ctl_components.h"
+#include "qo_ctl_queue_list.h"
+#include "qo_ctl_service_queue.h"
+#include "qo_pushpull_json.h"
+
+namespace {
+
+constexpr size_t kBarWidth = 20;  // characters
+constexpr std::string_view kNameTitle = "QUEUE";
+constexpr std::chrono::milliseconds kRefresh{1000};
+constexpr std::chrono::milliseconds kLookAtSignals{100};
+constexpr char kClearScreen[] = "\033[H\033[2J";
+constexpr char kRed[] = "\033[31m";
+constexpr char kBold[] = "\033[1m";
+constexpr char kPlain[] = "\033[0m";
+
+std::string hexadecimal(eQO_CMP_IDs_ id) {
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%X", static_cast<unsigned>(id));
+    return text;
+}
+
+/// `text` with blanks behind it, or before it when `right`, up to `width` characters.
+std::string padded(const std::string& text, size_t width, bool right = false) {
+    const std::string blanks(width > text.size() ? width - text.size() : 0, ' ');
+    return right ? blanks + text : text + blanks;
+}
+
+std::string component_row(const QoCtlComponent& component) {
+    return padded(std::string(component.name), 30) +
+           padded(std::to_string(static_cast<int32_t>(component.id)), 10, true) + "  " +
+           padded(hexadecimal(component.id), 10, true) + "  " +
+           std::string(qo_ctl_class_name(qo_ctl_component_class(component.id))) + "\n";
+}
+
+std::string component_json(const QoCtlComponent& component) {
+    const QoJsonNode node(json_new(JSON_NODE));
+    const std::string_view class_name = qo_ctl_class_name(qo_ctl_component_class(component.id));
+    json_push_back(node.get(), json_new_a("name", component.name.data()));
+    json_push_back(node.get(), json_new_i("number", component.id));
+    json_push_back(node.get(), json_new_a("hex", hexadecimal(component.id).c_str()));
+    json_push_back(node.get(), json_new_a("class", class_name.data()));
+    return qo_ctl_render(node.get(), QoCtlStyle{});
+}
+
+// ---- queues ------------------------------------------------------------------------------------------------
+
+/// A queue may have any name; a terminal and JSON may not show every byte.
+std::string shown(std::string name) {
+    for (char& character : name) {
+        if (character < ' ' || character > '~') character = '?';
+    }
+    return name;
+}
+
+std::string queue_row(const QoCtlQueue& queue, size_t name_width, bool service, bool coloured) {
+    const bool full = queue.messages >= queue.max_messages;
+    const char* color = full ? kRed : kBold;
+    const bool marked = coloured && (full || service);
+    const std::string depth = std::to_string(queue.messages) + "/" + std::to_string(queue.max_messages);
+    return (marked ? color : "") + padded(shown(queue.name), name_width) + "  " +
+           qo_ctl_fill_bar(queue.messages, queue.max_messages, kBarWidth) + padded(depth, 12, true) +
+           padded(std::to_string(queue.message_size), 10, true) + " bytes" +
+           (queue.full_for < 0 ? "" : padded(std::to_string(queue.full_for), 8, true) + " s") +
+           (service ? "  (the service)" : "") + (marked ? kPlain : "") + "\n";
+}
+
+std::string queue_titles(size_t name_width, bool watched) {
+    return padded(std::string(kNameTitle), name_width) + "  " + padded("FULL", kBarWidth + 2) +
+           padded("MESSAGES", 12, true) + padded("OF SIZE", 16, true) + (watched ? "  FULL FOR" : "") + "\n";
+}
+
+std::string queue_json(const QoCtlQueue& queue, bool service) {
+    const QoJsonNode node(json_new(JSON_NODE));
+    json_push_back(node.get(), json_new_a("queue", shown(queue.name).c_str()));
+    json_push_back(node.get(), json_new_i("messages", queue.messages));
+    json_push_back(node.get(), json_new_i("max_messages", queue.max_messages));
+    json_push_back(node.get(), json_new_i("message_size", queue.message_size));
+    json_push_back(node.get(), json_new_b("service", service ? 1 : 0));
+    if (queue.full_for >= 0) json_push_back(node.get(), json_new_i("full_for", queue.full_for));
+    return qo_ctl_render(node.get(), QoCtlStyle{});
+}
+
+std::string mounts() {
+    std::ifstream file("/proc/self/mounts");
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+/// The names of all queues, or of the service's alone, with a word about it, where they cannot be listed.
+std::vector<std::string> names_to_look_at(const std::string& service) {
+    const std::optional<std::string> directory = qo_ctl_queue_directory(mounts());
+    if (!directory) {
+        qo_ctl_say(
+            "only the service's queue is shown; to see all: mkdir -p /dev/mqueue && mount -t mqueue none /dev/mqueue");
+        return {service};
+    }
+    std::optional<std::vector<std::string>> names = qo_ctl_queue_names(*directory);
+    if (!names) {
+        qo_ctl_say(*directory + ": " + std::strerror(errno));
+        return {service};
+    }
+    return *names;
+}
+
+std::string render_queues(const std::vector<QoCtlQueue>& queues, const std::string& service, QoCtlStyle style) {
+    size_t name_width = kNameTitle.size();
+    for (const QoCtlQueue& queue : queues) name_width = std::max(name_width, queue.name.size());
+    std::string text = style.formatted && !queues.empty() ? queue_titles(name_width, queues[0].full_for >= 0) : "";
+    for (const QoCtlQueue& queue : queues) {
+        const bool is_service = queue.name == service;
+        text +=
+            style.formatted ? queue_row(queue, name_width, is_service, style.coloured) : queue_json(queue, is_service);
+    }
+    return text;
+}
+
+/// All queues that can be looked at, with a word about the others.
+std::vector<QoCtlQueue> look_at_queues(const std::string& service) {
+    std::vector<QoCtlQueue> queues;
+    for (const std::string& name : names_to_look_at(service)) {
+        const std::optional<QoCtlQueue> queue = qo_ctl_look_at_queue(name);
+        if (queue) {
+            queues.push_back(*queue);
+        } else if (name != service || errno != ENOENT) {
+            qo_ctl_say(name + ": " + std::strerror(errno));
+        }
+    }
+    return queues;
+}
+
+bool has_queue(const std::vector<QoCtlQueue>& queues, const std::string& name) {
+    return std::any_of(queues.begin(), queues.end(), [&](const QoCtlQueue& queue) { return queue.name == name; });
+}
+
+// ---- watching ----------------------------------------------------------------------------------------------
+
+/// Lets single keys through, unseen, for as long as it lives. Does nothing where standard input is no terminal.
+class SingleKeys {
+public:
+    SingleKeys() : terminal_(tcgetattr(STDIN_FILENO, &before_) == 0) {
+        if (!terminal_) return;
+        termios keys = before_;
+        keys.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+        tcsetattr(STDIN_FILENO, TCSANOW, &keys);
+    }
+    ~SingleKeys() {
+        if (terminal_) tcsetattr(STDIN_FILENO, TCSANOW, &before_);
+    }
+    SingleKeys(const SingleKeys&) = delete;
+    SingleKeys& operator=(const SingleKeys&) = delete;
+
+    /// Waits that long for a "q". @return true when it came
+    bool wait_for_q(std::chrono::milliseconds time) {
+        pollfd input{terminal_ ? STDIN_FILENO : -1, POLLIN, 0};
+        if (poll(&input, 1, static_cast<int>(time.count())) <= 0) return false;
+        char key = 'q';  // a terminal that has gone ends it too
+        return read(STDIN_FILENO, &key, 1) <= 0 || key == 'q';
+    }
+
+private:
+    termios before_{};
+    bool terminal_;
+};
+
+/// @return true when the one who watches has had enough
+bool watched_enough(SingleKeys& keys, const QoCtlSignals& signals) {
+    const auto next = std::chrono::steady_clock::now() + kRefresh;
+    while (std::chrono::steady_clock::now() < next) {
+        if (signals.caught() != 0 || keys.wait_for_q(kLookAtSignals)) return true;
+    }
+    return false;
+}
+
+QoCtlStatus watch_queues(const QoCtlOptions& options, QoCtlSignals& signals) {
+    const std::string service = qo_ctl_service_queue_name(options.instance);
+    const QoCtlStyle style = qo_ctl_stdout_style(options);
+    const char* top_of_screen = style.formatted && isatty(STDOUT_FILENO) != 0 ? kClearScreen : "";
+    SingleKeys keys;
+    QoCtlFullTimes full_times;
+    signals.watch(-1);  // no queue to be woken through
+    QoCtlStatus status = QoCtlStatus::answered;
+    do {
+        std::vector<QoCtlQueue> queues = look_at_queues(service);
+        const auto now = std::chrono::steady_clock::now().time_since_epoch();
+        full_times.note(queues, static_cast<long>(std::chrono::duration_cast<std::chrono::seconds>(now).count()));
+        const std::string none = style.formatted && queues.empty() ? "no queues\n" : "";
+        status = qo_ctl_print(top_of_screen + none + render_queues(queues, service, style), QoCtlStatus::answered);
+    } while (status == QoCtlStatus::answered && !watched_enough(keys, signals));
+    signals.unwatch();
+    return status;
+}
+
+}  // namespace
+
+QoCtlStatus qo_ctl_list_components(const QoCtlOptions& options, QoCtlSignals& signals) {
+    signals.release();
+    const QoCtlStyle style = qo_ctl_stdout_style(options);
+    std::string text;
+    for (const QoCtlComponent& component : qo_ctl_components()) {
+        if (component.id == QO_CMPID_RESERVED) continue;
+        text += style.formatted ? component_row(component) : component_json(component);
+    }
+    return qo_ctl_print(text, QoCtlStatus::answered);
+}
+
+QoCtlStatus qo_ctl_list_queues(const QoCtlOptions& options, QoCtlSignals& signals) {
+    if (options.watch) return watch_queues(options, signals);
+    signals.release();
+    const std::string service = qo_ctl_service_queue_name(options.instance);
+    const std::vector<QoCtlQueue> queues = look_at_queues(service);
+    const bool service_seen = has_queue(queues, service);
+    if (!service_seen) qo_ctl_say("the service's queue " + service + " is not there or cannot be opened");
+    const QoCtlStatus status = service_seen ? QoCtlStatus::answered : QoCtlStatus::unreachable;
+    return qo_ctl_print(render_queues(queues, service, qo_ctl_stdout_style(options)), status);
+}

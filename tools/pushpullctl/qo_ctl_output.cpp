@@ -1,0 +1,107 @@
+#include "qo_ctl_output.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "qo_pushpull_json.h"
+
+namespace {
+
+// ---- colours -----------------------------------------------------------------------------------------------
+
+constexpr std::string_view kNameColor = "\033[34m";
+constexpr std::string_view kStringColor = "\033[32m";
+constexpr std::string_view kNumberColor = "\033[36m";
+constexpr std::string_view kWordColor = "\033[35m";  // true, false, null
+constexpr std::string_view kPlain = "\033[0m";
+
+/// One past the end of the string that begins at `begin`.
+size_t end_of_string(std::string_view json, size_t begin) {
+    size_t end = begin + 1;
+    while (json[end] != '"') end += json[end] == '\\' ? 2 : 1;
+    return end + 1;
+}
+
+std::string_view color_of(std::string_view json, size_t begin, size_t end) {
+    if (json[begin] == '"') return json.substr(end).starts_with(':') ? kNameColor : kStringColor;
+    return json[begin] >= 'a' ? kWordColor : kNumberColor;
+}
+
+/// Colours a JSON text as the library writes it, and changes nothing else.
+std::string coloured(std::string_view json) {
+    constexpr std::string_view kBetween = "{}[],: \t\n";
+    std::string text;
+    size_t begin = 0;
+    while (begin < json.size()) {
+        if (kBetween.find(json[begin]) != std::string_view::npos) {
+            text += json[begin++];
+            continue;
+        }
+        const size_t end = json[begin] == '"' ? end_of_string(json, begin)
+                                              : std::min(json.find_first_of(kBetween, begin), json.size());
+        text.append(color_of(json, begin, end)).append(json.substr(begin, end - begin)).append(kPlain);
+        begin = end;
+    }
+    return text;
+}
+
+/// A JSON text in which nothing is left that a terminal would obey: of the characters that it takes for commands, JSON
+/// itself escapes those below U+0020 only.
+std::string for_terminal(std::string_view json) {
+    std::string text;
+    for (size_t index = 0; index < json.size(); ++index) {
+        const auto byte = static_cast<unsigned char>(json[index]);
+        const auto next = index + 1 < json.size() ? static_cast<unsigned char>(json[index + 1]) : 0U;
+        if (byte == 0x7F) {
+            text += "\\u007f";
+        } else if (byte == 0xC2 && next <= 0x9F) {  // U+0080 to U+009F
+            text += next < 0x90 ? "\\u008" : "\\u009";
+            text += "0123456789abcdef"[next & 0x0F];
+            ++index;
+        } else {
+            text += json[index];
+        }
+    }
+    return text;
+}
+
+}  // namespace
+
+std::string qo_ctl_render(const JSONNODE* node, QoCtlStyle style) {
+    if (!style.formatted) return qo_json_write(node) + "\n";
+    const std::string text = for_terminal(qo_json_write_formatted(node));
+    return (style.coloured ? coloured(text) : text) + "\n";
+}
+
+std::string qo_ctl_render_text(std::string_view text, QoCtlStyle style) {
+    QoJsonNode node = qo_json_parse(text);
+    if (!node) node.reset(json_new_a_n("", 0, text.data(), text.size()));
+    // Bytes that are not UTF-8 have no JSON form.
+    if (!node) node.reset(json_new_a("", "(a text that is not valid UTF-8)"));
+    return qo_ctl_render(node.get(), style);
+}
+
+bool qo_ctl_write(int descriptor, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = write(descriptor, text.data(), text.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written < 0) return false;
+        text.remove_prefix(static_cast<size_t>(written));
+    }
+    return true;
+}
+
+void qo_ctl_say(const std::string& text) {
+    // Nothing can be done, and nobody told, when standard error is closed.
+    [[maybe_unused]] const bool written = qo_ctl_write(STDERR_FILENO, "pushpullctl: " + text + "\n");
+}
+
+void qo_ctl_tell_person(const std::string& text) {
+    if (isatty(STDERR_FILENO) == 1) qo_ctl_say(text);
+}
+
+std::string qo_ctl_count(long number, const std::string& name) {
+    return std::to_string(number) + " " + name + (number == 1 ? "" : "s");
+}

@@ -1,0 +1,34 @@
+/// What a person or a script sees: JSON on standard output, messages on standard error.
+#ifndef QO_CTL_OUTPUT_H
+#define QO_CTL_OUTPUT_H
+
+#include <string>
+#include <string_view>
+
+#include "qo_json.h"
+
+/// How a JSON text is written. For a pipe or a file: one text per line, without colour.
+struct QoCtlStyle {
+    bool formatted = false;  // over several lines, as the service writes it, and tables instead of JSON
+    bool coloured = false;
+};
+
+/// `node` as text with a line feed at its end.
+std::string qo_ctl_render(const JSONNODE* node, QoCtlStyle style);
+
+/// `text` as a line: a valid JSON text in the style, any other text as a JSON string.
+std::string qo_ctl_render_text(std::string_view text, QoCtlStyle style);
+
+/// Writes all of `text` to a descriptor. @return false with errno when it could not be.
+bool qo_ctl_write(int descriptor, std::string_view text);
+
+/// One message for a person, on standard error: "pushpullctl: ", the text and a line feed.
+void qo_ctl_say(const std::string& text);
+
+/// As qo_ctl_say, only when somebody sits there: standard error is a terminal.
+void qo_ctl_tell_person(const std::string& text);
+
+/// `number` of `name`, with an s unless it is one: "2 messages".
+std::string qo_ctl_count(long number, const std::string& name);
+
+#endif

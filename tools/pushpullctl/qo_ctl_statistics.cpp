@@ -1,0 +1,322 @@
+#include "qo_ctl_statistics.h"
+
+#include <glob.h>
+#include <sys/stat.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <sstream>
+
+namespace {
+
+constexpr char kTimeColumn[] = "UTC Time";
+constexpr size_t kFixedColumns = 15;
+constexpr size_t kColumnsOfQueue = 4;
+constexpr std::string_view kTotalSuffix = "(Total)";
+constexpr time_t kDay = 86400;
+constexpr size_t kLongestText = size_t{1} << 30;  // bytes of one file
+constexpr size_t kMostFaults = 20;                // reported one by one
+constexpr double kGapFactor = 2.5;                // of the usual interval
+
+using Fields = std::vector<std::string_view>;
+
+std::string_view trimmed(std::string_view text) {
+    while (text.starts_with(' ')) text.remove_prefix(1);
+    while (text.ends_with(' ') || text.ends_with('\r')) text.remove_suffix(1);
+    return text;
+}
+
+/// The fields of a line, without the blanks around them. A comma at the end ends the last field.
+Fields fields_of(std::string_view line) {
+    Fields fields;
+    line = trimmed(line);
+    if (line.ends_with(',')) line.remove_suffix(1);
+    for (;;) {
+        const size_t comma = line.find(',');
+        fields.push_back(trimmed(line.substr(0, comma)));
+        if (comma == std::string_view::npos) return fields;
+        line.remove_prefix(comma + 1);
+    }
+}
+
+template <typename Number>
+bool to_number(std::string_view text, Number& number) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if constexpr (std::is_floating_point_v<Number>) {
+        if (!std::isfinite(number)) return false;
+    }
+    return error == std::errc() && end == text.data() + text.size() && number >= 0;
+}
+
+/// The time of "Jan 05 13:04:59" in the last year in which that is not after `limit`.
+std::optional<time_t> to_time(std::string_view text, time_t limit) {
+    tm parsed{};
+    const std::string copy(text);
+    const char* end = strptime(copy.c_str(), "%b %d %H:%M:%S", &parsed);
+    if (end == nullptr || *end != '\0') return std::nullopt;
+    tm last{};
+    gmtime_r(&limit, &last);
+    constexpr int kYears = 9;  // there is a leap day in between
+    for (int year = last.tm_year; year > last.tm_year - kYears; --year) {
+        tm candidate = parsed;
+        candidate.tm_year = year;
+        const time_t time = timegm(&candidate);
+        if (candidate.tm_mon == parsed.tm_mon && time <= limit) return time;
+    }
+    return std::nullopt;
+}
+
+// ---- one file --------------------------------------------------------------------------------
+
+/// The columns of a file, as its header names them.
+struct Header {
+    std::map<std::string, size_t, std::less<>> columns;
+    std::vector<std::string> queues;
+};
+
+/// "" and the header, or what is wrong with it.
+std::string read_header(const Fields& fields, Header& header) {
+    static constexpr std::string_view kNeeded[] = {
+        kTimeColumn,    "Percent Active", "Total Publishes", "Publishes",   "Avg Pub Time",
+        "Total Reads",  "Reads",          "Avg Read Time",   "Total Saves", "Saves",
+        "Total Clears", "Clears",         "Subscriptions",   "Registers",   "Unregisters"};
+    static_assert(std::size(kNeeded) == kFixedColumns);
+    header = Header();
+    for (size_t i = 0; i < std::min(fields.size(), kFixedColumns); ++i) header.columns.emplace(fields[i], i);
+    for (const std::string_view name : kNeeded) {
+        if (header.columns.count(name) == 0) return "the header has no column \"" + std::string(name) + "\"";
+    }
+    for (size_t i = kFixedColumns; i + kColumnsOfQueue <= fields.size(); i += kColumnsOfQueue) {
+        std::string_view name = fields[i];
+        // A queue's name may hold commas: its columns, and those behind them, can then be told by their places only.
+        if (!name.ends_with(kTotalSuffix)) break;
+        name.remove_suffix(kTotalSuffix.size());
+        header.queues.emplace_back(name);
+    }
+    return "";
+}
+
+/// The name of the queue at `place` of a row with `count` queues. The service's own comes first, always; queues that
+/// came since are behind those of the header. When some have gone, the others cannot be told.
+std::string queue_name(const Header& header, size_t place, size_t count) {
+    const bool told = place < header.queues.size() && (place == 0 || count >= header.queues.size());
+    return told ? qo_ctl_plain_name(header.queues[place]) : "(queue " + std::to_string(place + 1) + ")";
+}
+
+bool read_queues(const Fields& fields, const Header& header, std::vector<QoCtlQueueSample>& queues) {
+    const size_t count = (fields.size() - kFixedColumns) / kColumnsOfQueue;
+    for (size_t place = 0; place < count; ++place) {
+        const std::string_view* field = &fields[kFixedColumns + place * kColumnsOfQueue];
+        QoCtlQueueSample queue{queue_name(header, place, count), 0, 0, 0, 0};
+        if (!to_number(field[0], queue.messages) || !to_number(field[1], queue.saves) ||
+            !to_number(field[2], queue.max_depth) || !to_number(field[3], queue.avg_depth)) {
+            return false;
+        }
+        queues.push_back(std::move(queue));
+    }
+    return true;
+}
+
+/// "" and the row, or what is wrong with it.
+std::string read_row(const Fields& fields, const Header& header, time_t limit, QoCtlStatisticsRow& row) {
+    if (header.columns.empty()) return "there is no header above it";
+    if (fields.size() < kFixedColumns || (fields.size() - kFixedColumns) % kColumnsOfQueue != 0) {
+        return "a row of " + std::to_string(fields.size()) + " columns";
+    }
+    const auto field = [&](std::string_view name) { return fields[header.columns.find(name)->second]; };
+    const std::optional<time_t> time = to_time(field(kTimeColumn), limit);
+    if (!time) return "it does not begin with a time";
+    row.time = *time;
+    const bool numbers =
+        to_number(field("Percent Active"), row.percent_active) &&
+        to_number(field("Total Publishes"), row.total_publishes) && to_number(field("Publishes"), row.publishes) &&
+        to_number(field("Avg Pub Time"), row.publish_ms) && to_number(field("Total Reads"), row.total_reads) &&
+        to_number(field("Reads"), row.reads) && to_number(field("Avg Read Time"), row.read_ms_as_written) &&
+        to_number(field("Total Saves"), row.total_saves) && to_number(field("Saves"), row.saves) &&
+        to_number(field("Total Clears"), row.total_clears) && to_number(field("Clears"), row.clears) &&
+        to_number(field("Subscriptions"), row.subscriptions) && to_number(field("Registers"), row.registers) &&
+        to_number(field("Unregisters"), row.unregisters) && read_queues(fields, header, row.queues);
+    return numbers ? "" : "a value is no number";
+}
+
+/// The whole content of a file, unpacked where it is packed. @return "" or what went wrong on the way
+std::string unpack(gzFile_s* file, std::string& text) {
+    char piece[65536];
+    for (;;) {
+        const int length = gzread(file, piece, sizeof piece);
+        if (length <= 0) break;
+        text.append(piece, static_cast<size_t>(length));
+        if (text.size() > kLongestText) return "longer than 1 GiB; the rest is left out";
+    }
+    int error = Z_OK;
+    const char* message = gzerror(file, &error);
+    if (error == Z_OK) return "";
+    return error == Z_ERRNO ? strerror(errno) : std::string("ends early or is damaged: ") + message;
+}
+
+/// When the last row of a file was there: an archive has the time in its name.
+time_t written_at(const std::string& file, const struct stat& status) {
+    constexpr size_t kDigits = 10;
+    const std::string name = file.substr(file.rfind('/') + 1);
+    int64_t time = 0;
+    const auto [end, error] = std::from_chars(name.data(), name.data() + std::min(name.size(), kDigits), time);
+    const bool archive = name.size() > kDigits && name[kDigits] == '_' && end == name.data() + kDigits;
+    return archive ? static_cast<time_t>(time) : status.st_mtime;
+}
+
+struct GzipClose {
+    void operator()(gzFile_s* file) const { gzclose(file); }
+};
+
+}  // namespace
+
+void qo_ctl_read_statistics(std::istream& text, const std::string& file, time_t written, QoCtlStatistics& statistics) {
+    Header header;
+    size_t number = 0;
+    size_t faults = 0;
+    const auto report = [&](const std::string& fault) {
+        if (++faults <= kMostFaults) statistics.faults.push_back(file + ":" + std::to_string(number) + ": " + fault);
+    };
+    for (std::string line; std::getline(text, line);) {
+        ++number;
+        const Fields fields = fields_of(line);
+        if (fields.size() == 1 && fields[0].empty()) continue;
+        if (fields[0] == kTimeColumn) {
+            const std::string fault = read_header(fields, header);
+            if (!fault.empty()) header = Header();
+            if (!fault.empty()) report(fault);
+            continue;
+        }
+        QoCtlStatisticsRow row;
+        const std::string fault = read_row(fields, header, written + kDay, row);
+        if (fault.empty()) {
+            statistics.rows.push_back(std::move(row));
+        } else {
+            report(fault + "; skipped");
+        }
+    }
+    if (faults > kMostFaults) {
+        statistics.faults.push_back(file + ": " + std::to_string(faults - kMostFaults) + " more lines skipped");
+    }
+}
+
+bool qo_ctl_read_statistics_file(const std::string& file, QoCtlStatistics& statistics) {
+    const std::unique_ptr<gzFile_s, GzipClose> opened(gzopen(file.c_str(), "rb"));
+    struct stat status {};
+    if (!opened || stat(file.c_str(), &status) != 0) {
+        statistics.faults.push_back(file + ": " + strerror(errno));
+        return false;
+    }
+    std::string content;
+    const std::string fault = unpack(opened.get(), content);
+    if (!fault.empty()) statistics.faults.push_back(file + ": " + fault);
+    std::istringstream text(content);
+    qo_ctl_read_statistics(text, file, written_at(file, status), statistics);
+    return true;
+}
+
+// ---- all files -------------------------------------------------------------------------------
+
+namespace {
+
+bool continues(const QoCtlStatisticsRow& row, const QoCtlStatisticsRow& former) {
+    return row.total_reads - row.reads == former.total_reads &&
+           row.total_publishes - row.publishes == former.total_publishes &&
+           row.total_saves - row.saves == former.total_saves && row.total_clears - row.clears == former.total_clears;
+}
+
+bool begins_a_run(const QoCtlStatisticsRow& row) {
+    return row.total_reads == row.reads && row.total_publishes == row.publishes && row.total_saves == row.saves &&
+           row.total_clears == row.clears;
+}
+
+}  // namespace
+
+void qo_ctl_complete_statistics(QoCtlStatistics& statistics) {
+    std::vector<QoCtlStatisticsRow>& rows = statistics.rows;
+    std::stable_sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.time < b.time; });
+    double spent_ms = 0;  // in reads, from the start of the run to the row before
+    bool spent_known = false;
+    const QoCtlStatisticsRow* former = nullptr;
+    for (QoCtlStatisticsRow& row : rows) {
+        const bool same_run = former != nullptr && continues(row, *former);
+        const bool new_run = !same_run && begins_a_run(row);
+        row.after_start = former != nullptr && new_run;
+        row.interval_s = former != nullptr ? static_cast<double>(row.time - former->time) : 0;
+        if (new_run) spent_ms = 0;
+        spent_known = new_run || (same_run && spent_known);
+        if (row.reads > 0) {
+            const auto reads = static_cast<double>(row.reads);
+            const double now_spent_ms = row.read_ms_as_written * reads;
+            if (spent_known) row.read_ms = std::max(0.0, now_spent_ms - spent_ms) / reads;
+            spent_ms = now_spent_ms;
+            spent_known = true;
+        }
+        former = &row;
+    }
+}
+
+std::vector<std::string> qo_ctl_statistics_files(const std::string& directory) {
+    std::vector<std::string> files;
+    glob_t found{};
+    if (glob((directory + "/*_ppstats.csv.gz").c_str(), 0, nullptr, &found) == 0) {
+        files.assign(found.gl_pathv, found.gl_pathv + found.gl_pathc);
+    }
+    globfree(&found);
+    const std::string log = directory + "/ppstats.csv";
+    struct stat status {};
+    if (stat(log.c_str(), &status) == 0) files.push_back(log);
+    return files;
+}
+
+std::string qo_ctl_time_text(time_t time) {
+    tm broken_down{};
+    gmtime_r(&time, &broken_down);
+    char text[32];
+    return std::string(text, strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &broken_down));
+}
+
+std::string qo_ctl_plain_name(std::string name) {
+    for (char& character : name) {
+        if (character < ' ' || character > '~') character = '?';
+    }
+    return name;
+}
+
+std::map<std::string, QoCtlQueueTotal> qo_ctl_queue_totals(const std::vector<QoCtlStatisticsRow>& rows) {
+    std::map<std::string, QoCtlQueueTotal> totals;
+    for (const QoCtlStatisticsRow& row : rows) {
+        for (const QoCtlQueueSample& queue : row.queues) {
+            QoCtlQueueTotal& total = totals[queue.name];
+            // A sum of depths until all rows are in.
+            total.avg_depth += queue.avg_depth * static_cast<double>(queue.messages);
+            total.messages += queue.messages;
+            total.saves += queue.saves;
+            total.max_depth = std::max(total.max_depth, queue.max_depth);
+        }
+    }
+    for (auto& [name, total] : totals) {
+        total.avg_depth = total.messages > 0 ? total.avg_depth / static_cast<double>(total.messages) : 0;
+    }
+    return totals;
+}
+
+double qo_ctl_usual_interval(const std::vector<QoCtlStatisticsRow>& rows) {
+    std::vector<double> intervals;
+    for (const QoCtlStatisticsRow& row : rows) {
+        if (row.interval_s > 0) intervals.push_back(row.interval_s);
+    }
+    if (intervals.empty()) return 0;
+    const auto middle = intervals.begin() + static_cast<std::ptrdiff_t>(intervals.size() / 2);
+    std::nth_element(intervals.begin(), middle, intervals.end());
+    return *middle;
+}
+
+bool qo_ctl_follows_a_gap(const QoCtlStatisticsRow& row, double usual_interval_s) {
+    return row.after_start || row.interval_s > kGapFactor * usual_interval_s;
+}

@@ -1,0 +1,105 @@
+// The manual page and the completion tell of the program as it is.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+#include <sstream>
+
+#include "qo_ctl_commands.h"
+#include "qo_ctl_options.h"
+#include "qo_pushpull_initializer.h"
+#include "qo_pushpull_json.h"
+#include "scratch_directory.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+constexpr const char* kCommands[] = {"get",    "publish", "subscribe",   "delete",        "clear", "save",
+                                     "dump",   "sync",    "init",        "exit",          "tree",  "components",
+                                     "queues", "stats",   "check-saved", "check-defaults"};
+
+std::string packaged(const std::string& name) {
+    std::ostringstream text;
+    text << std::ifstream(QO_PACKAGING + name).rdbuf();
+    return text.str();
+}
+
+std::string help_of(const std::string& command) {
+    const char* words[] = {"pushpullctl", command.c_str(), "--help"};
+    int status = -1;
+    testing::internal::CaptureStdout();
+    qo_ctl_parse(3, words, status);
+    return testing::internal::GetCapturedStdout();
+}
+
+std::string without_backslashes(std::string text) {
+    text.erase(std::remove(text.begin(), text.end(), '\\'), text.end());
+    return text;
+}
+
+/// True when a paragraph of the manual is headed by the command.
+bool describes(const std::string& manual, const std::string& command) {
+    for (const char* font : {".B ", ".BR ", ".BI "}) {
+        const size_t heading = manual.find(".TP\n" + (font + command));
+        if (heading != std::string::npos) return true;
+    }
+    return false;
+}
+
+/// The long options of a command, from its help.
+std::set<std::string> options_of(const std::string& command) {
+    std::set<std::string> options;
+    std::istringstream lines(help_of(command));
+    for (std::string line; std::getline(lines, line);) {
+        // "--pack", and "-h,--help"
+        std::string word;
+        std::istringstream(line) >> word;
+        const size_t begin = word.rfind("-h,", 0) == 0 ? 3 : 0;
+        if (word.rfind("--", begin) == begin) options.insert(word.substr(begin));
+    }
+    return options;
+}
+
+TEST(TreeMembers, AreTheTopLevelMembersOfTheDefaultTree) {
+    std::string text;
+    getDefaultTree(text);
+    const QoJsonNode tree = qo_json_parse(text);
+    std::vector<std::string_view> names;
+    for (JSONNODE* member : QoJsonChildren(tree.get())) names.push_back(qo_json_name(member));
+    EXPECT_THAT(qo_ctl_tree_members(), testing::ElementsAreArray(names));
+}
+
+TEST(Manual, DescribesEveryCommandAndOption) {
+    // Options are written with escaped dashes there.
+    const std::string manual = without_backslashes(packaged("pushpullctl.1"));
+    for (const char* command : kCommands) {
+        EXPECT_TRUE(describes(manual, command)) << command;
+        for (const std::string& option : options_of(command)) EXPECT_THAT(manual, HasSubstr(option));
+    }
+}
+
+TEST(Completion, OffersEveryCommandAndOption) {
+    const std::string completion = packaged("pushpullctl.bash-completion");
+    std::string commands;
+    for (const char* command : kCommands) commands += std::string(commands.empty() ? "" : " ") + command;
+    EXPECT_THAT(completion, HasSubstr("local commands='" + commands + "'"));
+    for (const char* command : kCommands) {
+        EXPECT_FALSE(options_of(command).empty());
+        for (const std::string& option : options_of(command)) EXPECT_THAT(completion, HasSubstr(option)) << command;
+    }
+}
+
+TEST(Completion, OffersTheTopLevelMembers) {
+    std::istringstream words(packaged("pushpullctl.bash-completion"));
+    std::set<std::string> offered;
+    for (std::string word; words >> word;)
+        offered.insert(word.substr(word.find('/') == std::string::npos ? 0 : word.find('/')));
+    for (const std::string_view member : qo_ctl_tree_members()) {
+        const std::string pointer = "/" + std::string(member);
+        EXPECT_TRUE(offered.count(pointer) == 1 || offered.count(pointer + "'") == 1) << pointer;
+    }
+}
+
+}  // namespace

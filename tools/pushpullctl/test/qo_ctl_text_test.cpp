@@ -1,0 +1,94 @@
+#include "qo_ctl_text.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "qo_pushpull_json.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+TEST(ReceivedText, AnAnswerLosesItsSenderIdAndOnlyThat) {
+    const QoCtlReceived received = qo_ctl_received(R"(sender_id:ctl-7-1;{"a":"x;y"})");
+    EXPECT_EQ(received.sender_id, "ctl-7-1");
+    EXPECT_EQ(received.body, R"({"a":"x;y"})");
+}
+
+TEST(ReceivedText, AnEmptySenderIdIsOne) { EXPECT_EQ(qo_ctl_received("sender_id:;{}").sender_id, ""); }
+
+TEST(ReceivedText, AnythingElseIsNoAnswer) {
+    for (const char* text : {"", R"({"a":1})", "exit", "NODE DELETED: /a", "sync:5:sender_id:1;x", "sender_id:7"}) {
+        const QoCtlReceived received = qo_ctl_received(text);
+        EXPECT_EQ(received.sender_id, std::nullopt) << text;
+        EXPECT_EQ(received.body, text);
+    }
+}
+
+TEST(Answer, ANodeIsJson) {
+    EXPECT_EQ(qo_ctl_answer("/a", R"({"a":1})").kind, QoCtlAnswerKind::json);
+    EXPECT_EQ(qo_ctl_answer("/a", "").kind, QoCtlAnswerKind::json);
+    EXPECT_EQ(qo_ctl_answer("/a", "/ab:{}").kind, QoCtlAnswerKind::json);
+    EXPECT_EQ(qo_ctl_answer("/a", "/a").kind, QoCtlAnswerKind::json);
+}
+
+TEST(Answer, AMissingNodeIsThePointerWithAnEmptyObject) {
+    EXPECT_EQ(qo_ctl_answer("/x", "/x:{}").kind, QoCtlAnswerKind::missing);
+    EXPECT_EQ(qo_ctl_answer("/a:b", "/a:b:{}").kind, QoCtlAnswerKind::missing);
+}
+
+TEST(Answer, ASizeIsThePointerWithANumber) {
+    EXPECT_EQ(qo_ctl_answer("/devices/size", "/devices/size:16").kind, QoCtlAnswerKind::size);
+    EXPECT_EQ(qo_ctl_answer("/devices/size", "/devices/size:16").size, 16);
+    EXPECT_EQ(qo_ctl_answer("/size", "/size:-1").size, -1);
+    EXPECT_EQ(qo_ctl_answer("/size", "/size:1x").kind, QoCtlAnswerKind::json);
+}
+
+TEST(Pointer, SegmentsAreTheTextsBetweenSlashesWithoutTheEmptyOnes) {
+    EXPECT_THAT(qo_ctl_segments("/a//b/"), ElementsAre("a", "b"));
+    EXPECT_THAT(qo_ctl_segments("/"), IsEmpty());
+    EXPECT_THAT(qo_ctl_segments("///"), IsEmpty());
+    EXPECT_THAT(qo_ctl_segments("/a~1b"), ElementsAre("a~1b"));
+}
+
+TEST(Pointer, WhatCannotBeSentIsTold) {
+    EXPECT_EQ(qo_ctl_pointer_fault("/system/config"), "");
+    EXPECT_EQ(qo_ctl_pointer_fault("/"), "");
+    EXPECT_NE(qo_ctl_pointer_fault(""), "");
+    EXPECT_NE(qo_ctl_pointer_fault("system"), "");
+    EXPECT_NE(qo_ctl_pointer_fault("/a;/b"), "");
+    EXPECT_NE(qo_ctl_pointer_fault("/\xff"), "");
+}
+
+TEST(Addressed, TheNodeIsFoundAndAnArrayHoldsTheAskedElementOnly) {
+    const QoJsonNode answer = qo_json_parse(R"({"zones":[{"id":7,"temp":5}],"a":{"b":true}})");
+    bool passes_array = true;
+    EXPECT_EQ(qo_json_string(qo_ctl_addressed(answer.get(), "/a/b", &passes_array)), "true");
+    EXPECT_FALSE(passes_array);
+    EXPECT_EQ(json_as_int(qo_ctl_addressed(answer.get(), "/zones/7/temp", &passes_array)), 5);
+    EXPECT_TRUE(passes_array);
+    EXPECT_EQ(qo_ctl_addressed(answer.get(), "/zones/x", nullptr), nullptr);
+    EXPECT_EQ(qo_ctl_addressed(answer.get(), "/a/c", nullptr), nullptr);
+    EXPECT_EQ(qo_ctl_addressed(answer.get(), "/a/b/c", nullptr), nullptr);
+    EXPECT_EQ(qo_ctl_addressed(nullptr, "/a", nullptr), nullptr);
+}
+
+TEST(Addressed, InAPackedAnswerElementsStandAtTheirPositions) {
+    const QoJsonNode packed = qo_json_parse(R"({"zones":[{"id":0},{"id":1},{"id":2,"temp":5}]})");
+    EXPECT_TRUE(qo_ctl_packed_holds(packed.get(), "/zones/2/temp"));
+    EXPECT_TRUE(qo_ctl_packed_holds(packed.get(), "/zones/ +2x/temp"));
+    EXPECT_FALSE(qo_ctl_packed_holds(packed.get(), "/zones/1/temp"));
+    EXPECT_FALSE(qo_ctl_packed_holds(packed.get(), "/zones/3"));
+    EXPECT_FALSE(qo_ctl_packed_holds(packed.get(), "/other"));
+}
+
+TEST(Placeholder, IsAnObjectWithNothingButItsId) {
+    EXPECT_TRUE(qo_ctl_is_placeholder(qo_json_parse(R"({"id":2})").get()));
+    EXPECT_FALSE(qo_ctl_is_placeholder(qo_json_parse(R"({"id":2,"temp":5})").get()));
+    EXPECT_FALSE(qo_ctl_is_placeholder(qo_json_parse("{}").get()));
+    EXPECT_FALSE(qo_ctl_is_placeholder(qo_json_parse("[2]").get()));
+    EXPECT_FALSE(qo_ctl_is_placeholder(nullptr));
+}
+
+}  // namespace
