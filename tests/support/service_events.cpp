@@ -44,7 +44,7 @@ void drain(int descriptor, std::string& buffer, const Take& take) {
 
 }  // namespace
 
-QoServiceEvents::QoServiceEvents() {
+QoServiceEvents::QoServiceEvents() : buffer_(kLargestDatagram, '\0') {
     log_socket_ = bind_datagram_socket(kLogSocket);
     notify_socket_ = bind_datagram_socket(notify_socket());
     make_stand_ins();
@@ -78,17 +78,19 @@ void QoServiceEvents::make_stand_ins() {
 void QoServiceEvents::listen() {
     pollfd sources[] = {
         {log_socket_, POLLIN, 0}, {notify_socket_, POLLIN, 0}, {command_pipe_, POLLIN, 0}, {stop_event_, POLLIN, 0}};
-    std::string buffer(kLargestDatagram, '\0');
     while ((sources[3].revents & POLLIN) == 0) {
         if (poll(sources, std::size(sources), -1) < 0) continue;
-        drain(log_socket_, buffer, [this](const std::string& line) { take_log_line(line); });
-        drain(command_pipe_, buffer, [this](const std::string& bytes) { take_commands(bytes); });
-        drain(notify_socket_, buffer, [this](const std::string& text) {
-            const std::lock_guard<std::mutex> guard(mutex_);
-            notifications_.push_back(text);
-        });
+        collect();
         changed_.notify_all();
     }
+}
+
+std::unique_lock<std::mutex> QoServiceEvents::collect() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    drain(log_socket_, buffer_, [this](const std::string& line) { take_log_line(line); });
+    drain(command_pipe_, buffer_, [this](const std::string& bytes) { take_commands(bytes); });
+    drain(notify_socket_, buffer_, [this](const std::string& text) { notifications_.push_back(text); });
+    return lock;
 }
 
 // "<PRI>Mon DD HH:MM:SS ident: text"
@@ -99,7 +101,6 @@ void QoServiceEvents::take_log_line(const std::string& datagram) {
     if (datagram.empty() || datagram[0] != '<' || ident_end == std::string::npos) return;
     const int priority = std::stoi(datagram.substr(1));
     const std::string origin = std::to_string(LOG_FAC(priority)) + " " + datagram.substr(ident, ident_end - ident);
-    const std::lock_guard<std::mutex> guard(mutex_);
     log_.push_back({LOG_PRI(priority), qo_without_line_number(datagram.substr(ident_end + 2))});
     if (std::find(idents_.begin(), idents_.end(), origin) == idents_.end()) idents_.push_back(origin);
 }
@@ -107,43 +108,42 @@ void QoServiceEvents::take_log_line(const std::string& datagram) {
 void QoServiceEvents::take_commands(const std::string& bytes) {
     unfinished_command_ += bytes;
     for (size_t end = 0; (end = unfinished_command_.find('\n')) != std::string::npos;) {
-        const std::lock_guard<std::mutex> guard(mutex_);
         commands_.push_back(unfinished_command_.substr(0, end));
         unfinished_command_.erase(0, end + 1);
     }
 }
 
-std::vector<QoLogLine> QoServiceEvents::log() const {
-    const std::lock_guard<std::mutex> guard(mutex_);
+std::vector<QoLogLine> QoServiceEvents::log() {
+    const std::unique_lock<std::mutex> lock = collect();
     return log_;
 }
 
 void QoServiceEvents::clear_log() {
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const std::unique_lock<std::mutex> lock = collect();
     log_.clear();
 }
 
-std::vector<std::string> QoServiceEvents::idents() const {
-    const std::lock_guard<std::mutex> guard(mutex_);
+std::vector<std::string> QoServiceEvents::idents() {
+    const std::unique_lock<std::mutex> lock = collect();
     return idents_;
 }
 
-std::vector<std::string> QoServiceEvents::notifications() const {
-    const std::lock_guard<std::mutex> guard(mutex_);
+std::vector<std::string> QoServiceEvents::notifications() {
+    const std::unique_lock<std::mutex> lock = collect();
     return notifications_;
 }
 
-std::vector<std::string> QoServiceEvents::commands() const {
-    const std::lock_guard<std::mutex> guard(mutex_);
+std::vector<std::string> QoServiceEvents::commands() {
+    const std::unique_lock<std::mutex> lock = collect();
     return commands_;
 }
 
-bool QoServiceEvents::wait_until(const std::function<bool()>& condition, std::chrono::milliseconds timeout) const {
+bool QoServiceEvents::wait_until(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
     std::unique_lock<std::mutex> lock(mutex_);
     return changed_.wait_for(lock, timeout, condition);
 }
 
-std::string QoServiceEvents::tail_of_log() const {
+std::string QoServiceEvents::tail_of_log() {
     std::vector<QoLogLine> lines = log();
     std::erase_if(lines, [](const QoLogLine& line) { return line.level == LOG_DEBUG; });
     std::ostringstream tail;
@@ -156,35 +156,34 @@ std::string QoServiceEvents::tail_of_log() const {
 
 testing::AssertionResult QoServiceEvents::wait_for_line(const std::function<bool(const QoLogLine&)>& awaited,
                                                         const std::string& description,
-                                                        std::chrono::milliseconds timeout) const {
+                                                        std::chrono::milliseconds timeout) {
     const auto has_come = [&] { return std::any_of(log_.begin(), log_.end(), awaited); };
     if (wait_until(has_come, timeout)) return testing::AssertionSuccess();
     return testing::AssertionFailure() << description << " was not logged; " << tail_of_log();
 }
 
 testing::AssertionResult QoServiceEvents::wait_for_log(int level, const std::string& text,
-                                                       std::chrono::milliseconds timeout) const {
+                                                       std::chrono::milliseconds timeout) {
     const QoLogLine awaited{level, text};
     return wait_for_line([&](const QoLogLine& line) { return line == awaited; }, testing::PrintToString(awaited),
                          timeout);
 }
 
 testing::AssertionResult QoServiceEvents::wait_for_store_log(int level, const std::string& text,
-                                                             std::chrono::milliseconds timeout) const {
+                                                             std::chrono::milliseconds timeout) {
     const auto awaited = [&](const QoLogLine& line) {
         return line.level == level && line.text.starts_with("PushPull") && line.text.ends_with("@#: " + text);
     };
     return wait_for_line(awaited, "<" + std::to_string(level) + "> \"PushPull...: " + text + "\"", timeout);
 }
 
-testing::AssertionResult QoServiceEvents::wait_for_notifications(size_t count,
-                                                                 std::chrono::milliseconds timeout) const {
+testing::AssertionResult QoServiceEvents::wait_for_notifications(size_t count, std::chrono::milliseconds timeout) {
     if (wait_until([&] { return notifications_.size() >= count; }, timeout)) return testing::AssertionSuccess();
     return testing::AssertionFailure() << "not ready " << count << " times; " << tail_of_log();
 }
 
 testing::AssertionResult QoServiceEvents::wait_for_command(const std::string& command,
-                                                           std::chrono::milliseconds timeout) const {
+                                                           std::chrono::milliseconds timeout) {
     const auto has_come = [&] { return std::find(commands_.begin(), commands_.end(), command) != commands_.end(); };
     if (wait_until(has_come, timeout)) return testing::AssertionSuccess();
     return testing::AssertionFailure() << "\"" << command << "\" was not run; " << tail_of_log();

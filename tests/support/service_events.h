@@ -1,5 +1,7 @@
 /// What a running service lets the outside see, collected as it happens: its log lines, its readiness messages and
 /// the shell commands it runs. One thread reads all of them and never stops: a full log socket blocks the service.
+/// What the service did before something that a test has seen of it, an answer or its end, is among what these
+/// functions give back.
 #ifndef QO_TEST_SERVICE_EVENTS_H
 #define QO_TEST_SERVICE_EVENTS_H
 
@@ -35,35 +37,36 @@ public:
     const std::string& scratch() const { return scratch_.path(); }
 
     /// All log lines since the last clear_log(), without "ident: ", line numbers as "@#:".
-    std::vector<QoLogLine> log() const;
+    std::vector<QoLogLine> log();
     void clear_log();
     /// The idents and facilities that were seen, for tests of openlog().
-    std::vector<std::string> idents() const;
+    std::vector<std::string> idents();
     /// All readiness messages so far.
-    std::vector<std::string> notifications() const;
+    std::vector<std::string> notifications();
     /// All commands that reached a stand-in, with their arguments: "reboot now".
-    std::vector<std::string> commands() const;
+    std::vector<std::string> commands();
 
     /// Wait for a line, a number of readiness messages, a command. Bounded; a failure shows what came instead.
     testing::AssertionResult wait_for_log(int level, const std::string& text,
-                                          std::chrono::milliseconds timeout = kQoPatience) const;
+                                          std::chrono::milliseconds timeout = kQoPatience);
     /// A line of the store, whichever of its functions logged it. @param text behind "PushPull:function@#: "
     testing::AssertionResult wait_for_store_log(int level, const std::string& text,
-                                                std::chrono::milliseconds timeout = kQoPatience) const;
-    testing::AssertionResult wait_for_notifications(size_t count,
-                                                    std::chrono::milliseconds timeout = kQoPatience) const;
+                                                std::chrono::milliseconds timeout = kQoPatience);
+    testing::AssertionResult wait_for_notifications(size_t count, std::chrono::milliseconds timeout = kQoPatience);
     testing::AssertionResult wait_for_command(const std::string& command,
-                                              std::chrono::milliseconds timeout = kQoPatience) const;
+                                              std::chrono::milliseconds timeout = kQoPatience);
 
 private:
     void make_stand_ins();
     void listen();
+    /// Takes over all that has come. @return the lock under which that is read.
+    std::unique_lock<std::mutex> collect();
     void take_log_line(const std::string& datagram);
     void take_commands(const std::string& bytes);
     testing::AssertionResult wait_for_line(const std::function<bool(const QoLogLine&)>& awaited,
-                                           const std::string& description, std::chrono::milliseconds timeout) const;
-    bool wait_until(const std::function<bool()>& condition, std::chrono::milliseconds timeout) const;
-    std::string tail_of_log() const;
+                                           const std::string& description, std::chrono::milliseconds timeout);
+    bool wait_until(const std::function<bool()>& condition, std::chrono::milliseconds timeout);
+    std::string tail_of_log();
 
     QoScratchDirectory scratch_;
     int log_socket_ = -1;
@@ -71,13 +74,14 @@ private:
     int command_pipe_ = -1;
     int stop_event_ = -1;
 
-    mutable std::mutex mutex_;
-    mutable std::condition_variable changed_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
     std::vector<QoLogLine> log_;              // guarded by mutex_
     std::vector<std::string> idents_;         // guarded by mutex_
     std::vector<std::string> notifications_;  // guarded by mutex_
     std::vector<std::string> commands_;       // guarded by mutex_
-    std::string unfinished_command_;          // of the listening thread
+    std::string unfinished_command_;          // guarded by mutex_
+    std::string buffer_;                      // guarded by mutex_
 
     std::thread listener_;  // last: uses all of the above
 };
