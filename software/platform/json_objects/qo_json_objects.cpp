@@ -19,10 +19,19 @@ JSONNODE* find_object(const QoJsonMembers& members, const char* name) {
     return json_type(member) == JSON_NODE ? member : nullptr;
 }
 
+/// @param part what stands for the member when it is an object, else null
+template <typename Part>
+bool get_object(const QoJsonMembers& members, const char* name, Part* part, Part** object) {
+    if (object == nullptr) return members.find(name) != nullptr;
+    if (part != nullptr) *object = part;
+    return part != nullptr;
+}
+
 bool get_string(const QoJsonMembers& members, const char* name, std::string* text) {
     const JSONNODE* member = members.find(name);
-    if (member == nullptr || json_type(member) != JSON_STRING) return false;
-    if (text != nullptr) *text = text_of(member);
+    if (member == nullptr || text == nullptr) return member != nullptr;
+    if (json_type(member) != JSON_STRING) return false;
+    *text = text_of(member);
     return true;
 }
 
@@ -193,22 +202,14 @@ QoSystem::QoSystem(JSONNODE* tree) : qoJsonObj(kSystemObj, tree), members_(value
 }
 
 bool QoSystem::getStatus(QoSystemStatus** status) {
-    if (find_object(members_, "status") == nullptr) return false;
-    if (status != nullptr) *status = &status_;
-    return true;
+    return get_object(members_, "status", find_object(members_, "status") == nullptr ? nullptr : &status_, status);
 }
 
 bool QoSystem::getTime(QoSystemTime** time) {
-    if (find_object(members_, "time") == nullptr) return false;
-    if (time != nullptr) *time = &time_;
-    return true;
+    return get_object(members_, "time", find_object(members_, "time") == nullptr ? nullptr : &time_, time);
 }
 
-bool QoSystem::getClock(QoSystemClock** clock) {
-    if (clock_ == nullptr) return false;
-    if (clock != nullptr) *clock = clock_.get();
-    return true;
-}
+bool QoSystem::getClock(QoSystemClock** clock) { return get_object(members_, "clock", clock_.get(), clock); }
 
 void QoSystem::setTimeValid(bool valid) { members_.setValid("time", valid); }
 
@@ -245,24 +246,16 @@ bool QoAlert::getOptionalfieldType(optionalfieldTypeEnum* type) const {
     return get_enum(members_, "optionalfieldType", kOptionalfieldTypeTexts, type);
 }
 
-QoAlertCmd::QoAlertCmd(JSONNODE* node) {
-    if (JSONNODE* alert = find_object(QoJsonMembers(node), "alert")) alert_ = std::make_unique<QoAlert>(alert);
+QoAlertCmd::QoAlertCmd(JSONNODE* node) : members_(node) {
+    if (JSONNODE* alert = find_object(members_, "alert")) alert_ = std::make_unique<QoAlert>(alert);
 }
 
-bool QoAlertCmd::getAlert(QoAlert** alert) {
-    if (alert_ == nullptr) return false;
-    if (alert != nullptr) *alert = alert_.get();
-    return true;
-}
+bool QoAlertCmd::getAlert(QoAlert** alert) { return get_object(members_, "alert", alert_.get(), alert); }
 
-QoAlerts::QoAlerts(JSONNODE* tree) : qoJsonObj(kAlertsObj, tree) {
-    if (JSONNODE* command = find_object(QoJsonMembers(value()), "alertCmd")) {
-        alert_cmd_ = std::make_unique<QoAlertCmd>(command);
-    }
+QoAlerts::QoAlerts(JSONNODE* tree) : qoJsonObj(kAlertsObj, tree), members_(value()) {
+    if (JSONNODE* command = find_object(members_, "alertCmd")) alert_cmd_ = std::make_unique<QoAlertCmd>(command);
 }
 
 bool QoAlerts::getAlertCmd(QoAlertCmd** alert_cmd) {
-    if (alert_cmd_ == nullptr) return false;
-    if (alert_cmd != nullptr) *alert_cmd = alert_cmd_.get();
-    return true;
+    return get_object(members_, "alertCmd", alert_cmd_.get(), alert_cmd);
 }

@@ -132,12 +132,20 @@ TEST_F(CheckJson, StrictPublisherCannotSetTheRealTimeClock) {
     EXPECT_EQ(text_, clock_with(R"("tz":"NST")"));
     EXPECT_EQ(check(clock_with(R"("localSetRtcTime":"x","tz":"NST")"), jsonCheckStrict), jsonObjectAcceptableModified);
     EXPECT_EQ(text_, clock_with(R"("tz":"NST")"));
+    EXPECT_EQ(check(clock_with(R"("setRtcTime":"x","localSetRtcTime":"y","tz":"NST")"), jsonCheckStrict),
+              jsonObjectAcceptableModified);
+    EXPECT_EQ(text_, clock_with(R"("tz":"NST")"));
     EXPECT_EQ(check(clock_with(R"("tz":"NST")"), jsonCheckStrict), jsonObjectAcceptable);
 }
 
-TEST_F(CheckJson, StrictPublisherCannotSetTheTimeByAValueOfAnotherType) {
+TEST_F(CheckJson, StrictPublisherIsToldOfWhateverWasLeftOutWhateverItsType) {
+    for (const char* members :
+         {R"("time":"now")", R"("clock":{"setRtcTime":5})", R"("clock":{"localSetRtcTime":{}})"}) {
+        EXPECT_EQ(check("{\"system\":{" + std::string(members) + "}}", jsonCheckStrict), jsonObjectAcceptableModified)
+            << members;
+    }
     EXPECT_EQ(check(R"({"system":{"time":"now","clock":{"setRtcTime":5,"localSetRtcTime":{}}}})", jsonCheckStrict),
-              jsonObjectAcceptable);
+              jsonObjectAcceptableModified);
     EXPECT_EQ(text_, R"({"system":{"clock":{}}})");
 }
 

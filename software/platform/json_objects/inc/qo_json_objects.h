@@ -14,8 +14,8 @@
 ///
 /// Getters
 /// - A getter answers true when the member is present and has the member's JSON type, and then stores it
-///   through its argument; a null argument asks for the presence alone. A member marked not valid counts
-///   as absent. What a getter stores belongs to the object and lives as long as it.
+///   through its argument; a null argument asks for the presence alone, whatever the type. A member marked
+///   not valid counts as absent. What a getter stores belongs to the object and lives as long as it.
 /// - A present member that an enumeration getter cannot map, by its text or because it is no string, gives
 ///   the enumeration's error value and true, so that it is refused and not ignored. Matching is exact.
 /// - A present `offset` or `dstOffset` that is no number, has a fraction or lies outside 32 bits gives INT_MIN
@@ -201,6 +201,7 @@ public:
     bool getAlert(QoAlert** alert);
 
 private:
+    QoJsonMembers members_;
     std::unique_ptr<QoAlert> alert_;  // null when the command holds no alert object
 };
 
@@ -211,6 +212,7 @@ public:
     bool getAlertCmd(QoAlertCmd** alert_cmd);
 
 private:
+    QoJsonMembers members_;
     std::unique_ptr<QoAlertCmd> alert_cmd_;  // null when the container holds no alertCmd object
 };
 

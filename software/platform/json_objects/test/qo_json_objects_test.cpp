@@ -118,6 +118,21 @@ TEST(System, StatusTimeAndClockArePresentOnlyAsObjects) {
     EXPECT_FALSE(odd->getStatus(&status) || odd->getTime(&time) || odd->getClock(&clock));
 }
 
+TEST(System, NullArgumentAsksForThePresenceWhateverTheType) {
+    const auto odd = make_as<QoSystem>(R"({"system":{"status":1,"time":"x","clock":[]}})");
+    const auto none = make_as<QoSystem>(R"({"system":{}})");
+    const auto texts = make_as<QoSystem>(R"({"system":{"clock":{"setRtcTime":5}}})");
+    ASSERT_TRUE(odd && none && texts);
+    EXPECT_TRUE(odd->getStatus(nullptr) && odd->getTime(nullptr) && odd->getClock(nullptr));
+    EXPECT_FALSE(none->getStatus(nullptr) || none->getTime(nullptr) || none->getClock(nullptr));
+    QoSystemClock* clock = nullptr;
+    ASSERT_TRUE(texts->getClock(&clock));
+    EXPECT_TRUE(clock->getSetRtcTime(nullptr));
+    EXPECT_FALSE(clock->getLocalSetRtcTime(nullptr));
+    clock->setSetRtcTimeValid(false);
+    EXPECT_FALSE(clock->getSetRtcTime(nullptr));
+}
+
 TEST(System, MembersMarkedNotValidAreLeftOutAndComeBackInTheirPlaces) {
     const std::string text =
         R"({"system":{"a":1,"time":{"t":1},"clock":{"setRtcTime":"x","tz":"NST","localSetRtcTime":"y"},"z":2}})";
