@@ -223,8 +223,10 @@ int DataMgr::MergeLeaf(JSONNODE* destination, JSONNODE* source, const MergeScope
         return 0;
     }
     if (scope.authority == QO_NO_PUBLISH_THIS_NODE) {
-        QO_LOG_DENY(LOG_INFO, "Component not authorized to update this node value - %s",
-                    json_name_view(destination, nullptr));
+        if (LogsRefusal(scope)) {
+            QO_LOG_DENY(LOG_INFO, "Component not authorized to update this node value - %s",
+                        json_name_view(destination, nullptr));
+        }
         return 0;
     }
     scope.run.limits.erase(destination);
@@ -288,8 +290,10 @@ bool DataMgr::IsBeyondMaxItems(JSONNODE* array, int32_t index, const MergeScope&
 
 int DataMgr::AddElement(JSONNODE* array, JSONNODE* element, int32_t index, const MergeScope& scope) {
     if (scope.authority == QO_NO_PUBLISH_THIS_NODE) {
-        QO_LOG_DENY(LOG_INFO, "Component not authorized to publish new array index");
-        QO_LOG_DENY(LOG_INFO, "Skipping this array index - %ld", as_long(index));
+        if (LogsRefusal(scope)) {
+            QO_LOG_DENY(LOG_INFO, "Component not authorized to publish new array index");
+            QO_LOG_DENY(LOG_INFO, "Skipping this array index - %ld", as_long(index));
+        }
         return 0;
     }
     const auto size = static_cast<int64_t>(json_size(array));
@@ -331,8 +335,10 @@ int DataMgr::MergeMember(JSONNODE* object, JSONNODE* member, const MergeScope& s
 
 int DataMgr::AddMember(JSONNODE* object, JSONNODE* member, const MergeScope& scope) {
     if (scope.authority == QO_NO_PUBLISH_THIS_NODE) {
-        QO_LOG_DENY(LOG_ERR, "Component not authorized to publish new nodes");
-        QO_LOG_DENY(LOG_ERR, "No node with name - %s - skipping this node", json_name_view(member, nullptr));
+        if (LogsRefusal(scope)) {
+            QO_LOG_DENY(LOG_ERR, "Component not authorized to publish new nodes");
+            QO_LOG_DENY(LOG_ERR, "No node with name - %s - skipping this node", json_name_view(member, nullptr));
+        }
         return 0;
     }
     if (IsProtectedMetadata(member)) {
@@ -377,6 +383,10 @@ DataMgr::MergeScope DataMgr::ScopeBelow(JSONNODE* node, const MergeScope& scope)
 bool DataMgr::IsProtectedMetadata(const JSONNODE* node) const {
     return !merging_default_tree && is_write_rule(qo_json_name(node));
 }
+
+// One message can name fifty thousand nodes, and the system log would hold up the service for longer than components
+// wait for it. The first ones tell what there is to tell.
+bool DataMgr::LogsRefusal(const MergeScope& scope) { return scope.run.refusals_left_to_log-- > 0; }
 
 // A node that was not there before is a change, whatever its value.
 void DataMgr::NoteAddition() {

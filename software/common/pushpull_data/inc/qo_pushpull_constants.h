@@ -6,9 +6,14 @@
 #include <mqueue.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <time.h>
 
 #include <cstddef>
 #include <cstdint>
+
+static_assert(sizeof(time_t) >= 8, "a 32-bit time ends in January 2038; see cmake/QoCompileOptions.cmake");
+static_assert(sizeof(off_t) >= 8,
+              "with 32 bits a file beyond 2 GiB cannot be opened; see cmake/QoCompileOptions.cmake");
 
 // ---- message queues ----
 inline constexpr char QO_SERVICE_QUEUE_NAME[] = "/pushpull";  // the instance suffix follows
@@ -53,6 +58,7 @@ inline constexpr int32_t QO_MAX_RESOURCES = 128;       // components in the regi
 inline constexpr int QO_MAX_SUBSCRIBERS = 128;         // identifiers of one notification
 inline constexpr int64_t QO_MAX_PLACEHOLDERS = 65536;  // array elements that one published id may add
 inline constexpr int QO_MAX_SLASH_LINES = 16;          // log lines about empty segments of one pointer
+inline constexpr int QO_MAX_LOGGED_REFUSALS = 1000;    // nodes that one publish may log as refused by write authority
 
 // ---- results ----
 inline constexpr int QO_ERR_QUEUE_OPEN = 50001;

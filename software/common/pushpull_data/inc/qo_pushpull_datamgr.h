@@ -140,6 +140,7 @@ public:
     ///   container with children never turns into another kind: an array onto an object, or the reverse, fails.
     ///   The destination itself, if it is an object, stays one, and a value merged into a container is ignored.
     /// - "writeAccess" and "doNotPersist" are neither added nor changed, except from the default tree.
+    /// - What write authority refuses is logged, the first QO_MAX_LOGGED_REFUSALS nodes of it.
     /// @param update_leaves false keeps every value that the destination has, whatever its kind.
     /// @param authority at the destination itself; the nodes below it may have their own.
     /// @return -1 for null, an array element without a valid "id" or beyond a limit, or containers of
@@ -234,6 +235,7 @@ private:
     struct MergeRun {
         eQO_COMPONENT_CLASS_ component_class;
         int64_t placeholders_left = QO_MAX_PLACEHOLDERS;
+        int refusals_left_to_log = QO_MAX_LOGGED_REFUSALS;
         std::unordered_map<const JSONNODE*, int64_t> limits;                            // by "maxItems" node
         std::unordered_map<const JSONNODE*, eQO_PUBLISH_AUTHORITY_> array_authorities;  // as they were when first met
     };
@@ -262,6 +264,8 @@ private:
     /// The scope for what lies below a node of the destination.
     MergeScope ScopeBelow(JSONNODE* node, const MergeScope& scope);
     bool IsProtectedMetadata(const JSONNODE* node) const;
+    /// Whether one more refused node is to be logged. Counts it.
+    static bool LogsRefusal(const MergeScope& scope);
     void NoteAddition();
 
     // ---- read and delete ----

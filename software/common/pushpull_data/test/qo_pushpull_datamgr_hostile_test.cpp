@@ -188,6 +188,33 @@ TEST_F(HostileRepetition, ThousandsOfNewMembersAndThenTheSameAgain) {
               kCpuLimit);
 }
 
+// The system log takes a fraction of a millisecond for each line, so a hundred thousand of them would hold up the
+// service for longer than the other components wait for it.
+TEST_F(HostileRepetition, ThousandsOfRefusedMembersLogOnlyTheFirstThousand) {
+    const std::string text = fill_message("{", "}", [](int i) { return "\"" + std::to_string(i) + "\":1"; });
+    for (int round = 0; round < 2; ++round) {  // every publish has its own limit
+        EXPECT_EQ(publish(text, QO_REMOTE_CLIENT), 0);
+        EXPECT_THAT(said_, SizeIs(2000));
+        EXPECT_EQ(said_.back(), deny_line(LOG_ERR, "AddMember@#: No node with name - 999 - skipping this node"));
+    }
+    EXPECT_EQ(tree(), kDefaults);
+}
+
+TEST_F(HostileRepetition, RefusedElementsAndValuesShareThatLimit) {
+    load(R"({"closed":[{"id":0}],"v":1})");
+    const std::string elements =
+        fill_message(R"({"closed":[)", "]", [](int i) { return "{\"id\":" + std::to_string(i + 1) + "}"; });
+    ASSERT_EQ(publish(elements + "}", QO_REMOTE_CLIENT), 0);
+    EXPECT_THAT(said_, SizeIs(2000));
+    EXPECT_EQ(said_.back(), deny_line(LOG_INFO, "AddElement@#: Skipping this array index - 1000"));
+
+    const std::string values = fill_message(R"({"closed":[{"id":1},{"id":2}],)", "}", [](int) { return R"("v":2)"; });
+    ASSERT_EQ(publish(values, QO_REMOTE_CLIENT), 0);
+    EXPECT_THAT(said_, SizeIs(2 * 2 + 998));
+    EXPECT_EQ(said_.back(), deny_line(LOG_INFO, "MergeLeaf@#: Component not authorized to update this node value - v"));
+    EXPECT_EQ(tree(), R"({"closed":[{"id":0}],"v":1})");
+}
+
 TEST_F(HostileRepetition, AListOfManyDuplicatesIsTrimmedInLinearTime) {
     const QoJsonNode list(json_new(JSON_NODE));
     for (int i = 0; i < 200000; ++i) {
