@@ -145,6 +145,12 @@ TEST_F(Register, ServicesOwnQueueIsRefusedBecauseAnswersWouldComeBackAsRequests)
     EXPECT_EQ(service_->comp_save_debug(QO_CMPID_DEMO), -1) << "nobody was registered";
 }
 
+TEST_F(Register, ServicesOwnQueueIsRefusedAlsoBehindANulThatTheKernelDoesNotSee) {
+    EXPECT_EQ(service_->comp_register(QO_CMPID_DEMO, std::string("/pushpull\0x", 11), nullptr), QO_ERR_QUEUE_OPEN);
+    EXPECT_EQ(service_->comp_register(QO_CMPID_DEMO, std::string("/pushpull\0", 10), nullptr), QO_ERR_QUEUE_OPEN);
+    EXPECT_EQ(service_->comp_save_debug(QO_CMPID_DEMO), -1) << "nobody was registered";
+}
+
 TEST_F(Register, UnregisteringAnUnregisteredComponentSucceedsWithoutAMessage) {
     EXPECT_EQ(service_->comp_unregister(QO_CMPID_DEMO), 0);
     EXPECT_THAT(logged(), IsEmpty());
