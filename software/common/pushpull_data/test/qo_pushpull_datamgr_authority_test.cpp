@@ -74,6 +74,12 @@ TEST_F(GetPublishAuthority, TheFirstKnownValueDecides) {
     EXPECT_EQ(authority(R"({"writeAccess":"internal","writeAccess":"openAll"})"), QO_NO_PUBLISH_THIS_NODE);
 }
 
+TEST_F(GetPublishAuthority, AnotherMemberWithAKnownValueDoesNotDecide) {
+    EXPECT_EQ(authority(R"({"mode":"openAll","access":"remote"})"), QO_NO_PUBLISH_THIS_NODE);
+    EXPECT_EQ(authority(R"({"mode":"openAll","writeAccess":"x"})"), QO_NO_PUBLISH_THIS_NODE);
+    EXPECT_EQ(authority(R"({"mode":"openAll","writeAccess":"x","writeAccess":"remote"})"), QO_ALLOW_PUBLISH_THIS_NODE);
+}
+
 TEST_F(GetPublishAuthority, OfAnArrayIsThatOfItsElementWithIdZero) {
     EXPECT_EQ(authority(R"([{"id":0,"writeAccess":"remote"}])"), QO_ALLOW_PUBLISH_THIS_NODE);
     EXPECT_EQ(authority(R"([{"id":1,"writeAccess":"internal"},{"writeAccess":"x"},{"id":0,"writeAccess":"remote"}])"),

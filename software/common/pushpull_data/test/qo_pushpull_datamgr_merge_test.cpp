@@ -56,6 +56,22 @@ TEST_F(TreeMerge, AValueMayChangeItsType) {
     EXPECT_EQ(merge(R"({"a":1,"b":"x"})", R"({"a":"one","b":null})"), R"({"a":"one","b":null})");
 }
 
+TEST_F(TreeMerge, AValueMayBeMergedIntoAValue) {
+    EXPECT_EQ(merge("1", R"("one")"), R"("one")");
+    EXPECT_EQ(merge("1", R"("one")", false), "1");
+    EXPECT_EQ(result_, 0);
+    EXPECT_EQ(merge("1", R"("one")", true, QO_REMOTE_CLIENT, QO_NO_PUBLISH_THIS_NODE), "1");
+    EXPECT_EQ(result_, 0);
+    EXPECT_THAT(said_,
+                ElementsAre(deny_line(LOG_INFO, "MergeLeaf@#: Component not authorized to update this node value - ")));
+}
+
+TEST_F(TreeMerge, AnArrayMayBeMergedIntoAnArray) {
+    EXPECT_EQ(merge(R"([{"id":0,"a":1}])", R"([{"id":1},{"id":0,"a":2}])"), R"([{"id":0,"a":2},{"id":1}])");
+    EXPECT_EQ(result_, 0);
+    EXPECT_THAT(said_, IsEmpty());
+}
+
 TEST_F(TreeMerge, AnEmptyObjectAndAnEmptyArrayAddNothing) {
     EXPECT_EQ(merge(R"({"a":1})", "{}"), R"({"a":1})");
     EXPECT_EQ(result_, 0);
@@ -347,6 +363,16 @@ TEST_F(UpdateNode, MergesIntoTheDataTree) {
     EXPECT_EQ(publish(R"({"system":{"config":{"name":"b"}},"zones":[{"id":2,"t":1}]})"), 0);
     EXPECT_EQ(tree(), R"({"system":{"config":{"name":"b","temp":35.0},"status":{"state":"idle"}},)"
                       R"("zones":[{"id":0},{"id":1},{"id":2,"t":1}]})");
+    EXPECT_TRUE(save_scheduled_);
+}
+
+TEST_F(UpdateNode, SchedulesASaveUnlessAllThatItTouchesIsMarkedAsTransient) {
+    load(R"({"t":{"doNotPersist":true,"x":1},"kept":{"doNotPersist":false,"x":1},"plain":{"x":1}})");
+    EXPECT_EQ(publish(R"({"t":{"x":2}})"), 0);
+    EXPECT_FALSE(save_scheduled_);
+    EXPECT_EQ(publish(R"({"kept":{"x":2}})"), 0);
+    EXPECT_TRUE(save_scheduled_);
+    EXPECT_EQ(publish(R"({"plain":{"x":2}})"), 0);
     EXPECT_TRUE(save_scheduled_);
 }
 

@@ -244,6 +244,19 @@ TEST_F(ValidateAndReadNode, AResponseThatTakesNoChildrenFails) {
     EXPECT_THAT(log_.lines(), ElementsAre(error_line("ReadWholeNode@#: json_new/json_duplicate failed")));
 }
 
+TEST_F(ValidateAndReadNode, SuchAResponseFailsOnTheWayDownToo) {
+    const QoJsonNode response(json_new(JSON_NUMBER));
+    const QoJsonNode below = qo_json_parse(R"({"a":{"b":{}}})");
+    const QoJsonNode object = qo_json_parse(R"({"a":{"b":1}})");
+    EXPECT_EQ(store_->ValidateAndReadNode(below.get(), object.get(), response.get(), false, array_size_), -1);
+    EXPECT_THAT(log_.lines(), ElementsAre(error_line("ReadBelow@#: json_new/json_duplicate failed")));
+    const QoJsonNode position = qo_json_parse(R"({"a":{"0":{}}})");
+    const QoJsonNode array = qo_json_parse(R"({"a":[1]})");
+    log_.clear();
+    EXPECT_EQ(store_->ValidateAndReadNode(position.get(), array.get(), response.get(), false, array_size_), -1);
+    EXPECT_THAT(log_.lines(), ElementsAre(error_line("ReadArrayElement@#: json_new/json_duplicate failed")));
+}
+
 using CopyNode = ReadTest;
 
 TEST_F(CopyNode, PutsCopiesInFrontOfWhatIsThere) {

@@ -384,6 +384,14 @@ TEST_F(SaveTimer, WithoutATimerThePublishStillSucceeds) {
     EXPECT_EQ(timers_.until_next(), seconds(5));
 }
 
+TEST_F(SaveTimer, WithoutATimerTheDeleteStillSucceeds) {
+    timers_.refuse_create = true;
+    EXPECT_EQ(remove("/a"), 0);
+    EXPECT_THAT(said_, ElementsAre(error_line("CreateTimerToSaveTree@#: Cannot create timer!"),
+                                   error_line("DeleteNode@#: Timer creation to save tree failed")));
+    EXPECT_EQ(read("/a"), "");
+}
+
 TEST_F(SaveTimer, ATimerThatCannotBeSetIsGivenBack) {
     timers_.refuse_set = true;
     EXPECT_EQ(store_->CreateTimerToSaveTree(), -1);

@@ -54,6 +54,14 @@ TEST_F(SubscriptionTree, OfNullsIsRefused) {
     EXPECT_THAT(log_.lines(), ElementsAre(line, line));
 }
 
+TEST_F(SubscriptionTree, ANodeThatTakesNoChildrenCannotBecomeAShadow) {
+    const QoJsonNode value(json_new(JSON_NUMBER));
+    const QoJsonNode source = qo_json_parse(R"({"a":{"b":1}})");
+    log_.clear();
+    EXPECT_EQ(store_->GenerateShadowTree(value.get(), source.get()), -1);
+    EXPECT_THAT(log_.lines(), ElementsAre(error_line("GenerateShadowTree@#: json_new/json_duplicate failed")));
+}
+
 TEST_F(SubscriptionTree, OfTheBuiltInTreeBearsItsTopLevelNodes) {
     scratch_.write(QO_DEFAULTS_FILE, "no defaults");
     load_built_in();
@@ -140,6 +148,14 @@ TEST_F(AddSubscriber, BeforeInitFails) {
     EXPECT_EQ(subscribe(5, "/system"), -1);
     EXPECT_THAT(said_,
                 ElementsAre(error_line("ValidateAndAddSubscription@#: No subscription tree"), kSubscriptionFailed));
+}
+
+TEST_F(AddSubscriber, ToARootThatTakesNoEntriesFails) {
+    load("5");
+    EXPECT_EQ(subscribe(5, "/"), -1);
+    EXPECT_THAT(said_, ElementsAre(debug_line("JsonPtrToNode@#: Root path or dangling / or back to back slashes //"),
+                                   error_line("ValidateAndAddSubscription@#: json_new/json_duplicate failed"),
+                                   warning_line("AddSubscriber@#: Subscription failed")));
 }
 
 TEST_F(AddSubscriber, NullSkeletonIsRefused) {
@@ -254,6 +270,13 @@ TEST_F(GetSubscribers, BelowWhatWasPublishedAreNotIncluded) {
     EXPECT_EQ(subscribers_of(R"({"system":{}})"), "{}");
 }
 
+TEST_F(GetSubscribers, OfEveryPublishedElementAreIncluded) {
+    ASSERT_EQ(subscribe(1, "/zones/sub"), 0);
+    ASSERT_EQ(subscribe(2, "/zones/inner/deep"), 0);
+    ASSERT_EQ(subscribe(3, "/zones/other"), 0);
+    EXPECT_EQ(subscribers_of(R"({"zones":[{"id":0},{"sub":{}},5,{"inner":{"deep":1}}]})"), R"({"cmpID":1,"cmpID":2})");
+}
+
 TEST_F(GetSubscribers, OfALeafWhereAContainerIsAreIncluded) {
     ASSERT_EQ(subscribe(3, "/system/config"), 0);
     EXPECT_EQ(subscribers_of(R"({"system":{"config":5}})"), R"({"cmpID":3})");
@@ -316,6 +339,15 @@ TEST_F(GetSubscribers, ThatCannotBeListedFail) {
     log_.clear();
     EXPECT_EQ(store_->GetNodeSubscriber(shadow.get(), list.get()), -1);
     EXPECT_THAT(log_.lines(), ElementsAre(error_line("GetNodeSubscriber@#: json_new/json_duplicate failed")));
+}
+
+TEST_F(GetSubscribers, OfOneNodeThatIsNullOrWithoutAListFail) {
+    const QoJsonNode node = qo_json_parse(R"({"cmpID":5})");
+    log_.clear();
+    EXPECT_EQ(store_->GetNodeSubscriber(nullptr, node.get()), -1);
+    EXPECT_EQ(store_->GetNodeSubscriber(node.get(), nullptr), -1);
+    const auto line = error_line("GetNodeSubscriber@#: node and/or subscriber_list and/or subscription_node is NULL");
+    EXPECT_THAT(log_.lines(), ElementsAre(line, line));
 }
 
 class GetSubscribersByJsonPtr : public SubscriptionTest {
