@@ -7,6 +7,7 @@
 #include <limits>
 #include <utility>
 
+#include "qo_pushpull_cleared_umask.h"
 #include "qo_pushpull_constants.h"
 #include "qo_pushpull_deadline.h"
 #include "qo_pushpull_process_api.h"
@@ -82,14 +83,13 @@ int32_t QoPushpullApi::terminate() {
 mqd_t QoPushpullApi::message_queue_create_and_error_handling(const char* name, int flags, mode_t mode,
                                                              mq_attr* attributes) {
     qo_set_mqueue_limits();
-    const mode_t old_mask = set_umask_to_all();
+    const QoClearedUmask cleared;
     const mqd_t descriptor = mq_open(name, flags, mode, attributes);
     const int error = errno;
     // An error line on success too: the service's start is looked up by it.
     syslog(LOG_ERR, " message_queue_create_and_error_handling: open ::%d", descriptor);
     errno = error;
     qo_handle_error_and_flush(descriptor);
-    set_umask_value(old_mask);
     return descriptor;
 }
 

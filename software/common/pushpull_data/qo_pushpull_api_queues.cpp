@@ -9,6 +9,7 @@
 #include <new>
 
 #include "qo_pushpull_api.h"
+#include "qo_pushpull_cleared_umask.h"
 #include "qo_pushpull_constants.h"
 #include "qo_pushpull_deadline.h"
 
@@ -90,10 +91,9 @@ void qo_set_mqueue_limits() {
 }
 
 mqd_t qo_mq_open(const char* name, int /*flags*/, mode_t mode, mq_attr* attributes) {
-    const mode_t old_mask = set_umask_to_all();
+    const QoClearedUmask cleared;
     mqd_t descriptor = mq_open(name, O_RDWR);
     if (descriptor == -1 && errno == ENOENT) descriptor = mq_open(name, O_RDWR | O_CREAT, mode, attributes);
-    set_umask_value(old_mask);
     return descriptor;
 }
 

@@ -6,7 +6,7 @@
 
 #include <utility>
 
-#include "qo_pushpull_message_queue.h"
+#include "qo_pushpull_cleared_umask.h"
 #include "qo_pushpull_queue_monitor.h"
 
 // ---- one component ---------------------------------------------------------------------------
@@ -183,10 +183,8 @@ mq_attr choose_attributes(const mq_attr* given) {
 
 // The mode holds as given: the umask is 0 around the open.
 mqd_t create_msg_queue(const std::string& queue_name, mq_attr& attributes) {
-    const mode_t former_umask = set_umask_to_all();
-    const mqd_t descriptor = mq_open(queue_name.c_str(), O_RDWR | O_CREAT, QO_QUEUE_MODE, &attributes);
-    set_umask_value(former_umask);
-    return descriptor;
+    const QoClearedUmask cleared;
+    return mq_open(queue_name.c_str(), O_RDWR | O_CREAT, QO_QUEUE_MODE, &attributes);
 }
 
 }  // namespace

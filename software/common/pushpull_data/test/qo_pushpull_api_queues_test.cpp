@@ -651,6 +651,19 @@ TEST_F(FreeFunction, QueueOpenCreatesNothingAfterAnotherErrorThanAMissingQueue) 
     EXPECT_EQ(errno, EACCES);
 }
 
+TEST_F(FreeFunction, QueueOpenByTwoThreadsAtOnceLeavesTheUmaskAsItWas) {
+    constexpr int kTurns = 50000;
+    const QoScratchQueue existing(kName, 2, 64);
+    const mode_t original = umask(027);
+    const auto open_and_close = [] {
+        for (int turn = 0; turn < kTurns; ++turn) mq_close(qo_mq_open(kName, O_RDWR, 0660, nullptr));
+    };
+    std::thread other(open_and_close);
+    open_and_close();
+    other.join();
+    EXPECT_EQ(umask(original), 027U);
+}
+
 TEST_F(FreeFunction, UmaskFunctionsClearAndRestoreTheMask) {
     const mode_t original = umask(027);
     EXPECT_EQ(set_umask_to_all(), 027U);
