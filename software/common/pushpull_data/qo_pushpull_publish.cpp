@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
+#include <string_view>
 #include <utility>
 
 #include "qo_json_object_checker.h"
@@ -49,8 +50,8 @@ eQO_COMPONENT_CLASS_ PushPullData::get_comp_class(eQO_CMP_IDs_ comp_id) {
 int PushPullData::comp_register(eQO_CMP_IDs_ comp_id, std::string queue_name, const mq_attr* attributes) {
     // What the service sent to its own queue would come back as a request that names nothing and so repeats the one
     // before it, without end; and at an exit it would wait for room in the queue that only it reads.
-    // Compared as the kernel reads it: up to the first NUL.
-    const bool is_own_queue = queue_name.c_str() == QO_SERVICE_QUEUE_NAME + queue_suffix_name;
+    const std::string_view opened_name = queue_name.c_str();  // the kernel reads up to the first NUL
+    const bool is_own_queue = opened_name == QO_SERVICE_QUEUE_NAME + queue_suffix_name;
     const int32_t result =
         is_own_queue ? QO_ERR_QUEUE_OPEN : resource_mgr->comp_register(comp_id, queue_name, attributes);
     if (result != 0) {
