@@ -108,22 +108,52 @@ std::string queue_name(const Header& header, size_t place, size_t count) {
     return told ? qo_ctl_plain_name(header.queues[place]) : "(queue " + std::to_string(place + 1) + ")";
 }
 
-bool read_queues(const Fields& fields, const Header& header, std::vector<QoCtlQueueSample>& queues) {
+/// Whether the queues of a file's rows still stand where its header has them. The service appends a queue that comes
+/// and closes the gap of one that goes, and a file keeps its header.
+class QueueOrder {
+public:
+    explicit QueueOrder(size_t named = 0) : count_(named) {}
+
+    /// To be told of each row in turn. @param count how many queues it has
+    bool is_certain_in(const QoCtlStatisticsRow& row, size_t count) {
+        const auto registers = static_cast<size_t>(row.registers);
+        // A registration makes the header of the file that begins with its row.
+        const bool header_is_of_this_row = first_ && registers > 0 && count == count_;
+        const bool some_left = row.unregisters > 0 || count < count_;
+        // After an "init" request all register again, in whatever order, and nobody has unregistered.
+        const bool all_anew = registers > 0 && registers + 1 >= count && count != count_ + registers;
+        if (!header_is_of_this_row && (some_left || all_anew)) certain_ = false;
+        first_ = false;
+        count_ = count;
+        return certain_;
+    }
+
+private:
+    bool certain_ = true;
+    bool first_ = true;
+    size_t count_;  // of the row before, or of the header
+};
+
+bool read_queues(const Fields& fields, const Header& header, QueueOrder& order, QoCtlStatisticsRow& row) {
     const size_t count = (fields.size() - kFixedColumns) / kColumnsOfQueue;
+    const bool certain = order.is_certain_in(row, count);
     for (size_t place = 0; place < count; ++place) {
         const std::string_view* field = &fields[kFixedColumns + place * kColumnsOfQueue];
-        QoCtlQueueSample queue{queue_name(header, place, count), 0, 0, 0, 0};
+        // The service's own queue never goes, and a place is certain anyway.
+        const bool named = place > 0 && place < header.queues.size() && count >= header.queues.size();
+        QoCtlQueueSample queue{queue_name(header, place, count), 0, 0, 0, 0, certain || !named};
         if (!to_number(field[0], queue.messages) || !to_number(field[1], queue.saves) ||
             !to_number(field[2], queue.max_depth) || !to_number(field[3], queue.avg_depth)) {
             return false;
         }
-        queues.push_back(std::move(queue));
+        row.queues.push_back(std::move(queue));
     }
     return true;
 }
 
 /// "" and the row, or what is wrong with it.
-std::string read_row(const Fields& fields, const Header& header, time_t limit, QoCtlStatisticsRow& row) {
+std::string read_row(const Fields& fields, const Header& header, QueueOrder& order, time_t limit,
+                     QoCtlStatisticsRow& row) {
     if (header.columns.empty()) return "there is no header above it";
     if (fields.size() < kFixedColumns || (fields.size() - kFixedColumns) % kColumnsOfQueue != 0) {
         return "a row of " + std::to_string(fields.size()) + " columns";
@@ -140,12 +170,12 @@ std::string read_row(const Fields& fields, const Header& header, time_t limit, Q
         to_number(field("Total Saves"), row.total_saves) && to_number(field("Saves"), row.saves) &&
         to_number(field("Total Clears"), row.total_clears) && to_number(field("Clears"), row.clears) &&
         to_number(field("Subscriptions"), row.subscriptions) && to_number(field("Registers"), row.registers) &&
-        to_number(field("Unregisters"), row.unregisters) && read_queues(fields, header, row.queues);
+        to_number(field("Unregisters"), row.unregisters) && read_queues(fields, header, order, row);
     return numbers ? "" : "a value is no number";
 }
 
 /// The whole content of a file, unpacked where it is packed. @return "" or what went wrong on the way
-std::string unpack(gzFile_s* file, std::string& text) {
+std::string unpack(const std::string& name, gzFile_s* file, std::string& text) {
     char piece[65536];
     for (;;) {
         const int length = gzread(file, piece, sizeof piece);
@@ -156,7 +186,10 @@ std::string unpack(gzFile_s* file, std::string& text) {
     int error = Z_OK;
     const char* message = gzerror(file, &error);
     if (error == Z_OK) return "";
-    return error == Z_ERRNO ? strerror(errno) : std::string("ends early or is damaged: ") + message;
+    if (error == Z_ERRNO) return strerror(errno);
+    std::string reason = message;
+    if (reason.starts_with(name + ": ")) reason.erase(0, name.size() + 2);
+    return "ends early or is damaged: " + reason;
 }
 
 /// When the last row of a file was there: an archive has the time in its name.
@@ -177,6 +210,7 @@ struct GzipClose {
 
 void qo_ctl_read_statistics(std::istream& text, const std::string& file, time_t written, QoCtlStatistics& statistics) {
     Header header;
+    QueueOrder order;
     size_t number = 0;
     size_t faults = 0;
     const auto report = [&](const std::string& fault) {
@@ -190,10 +224,11 @@ void qo_ctl_read_statistics(std::istream& text, const std::string& file, time_t 
             const std::string fault = read_header(fields, header);
             if (!fault.empty()) header = Header();
             if (!fault.empty()) report(fault);
+            order = QueueOrder(header.queues.size());
             continue;
         }
         QoCtlStatisticsRow row;
-        const std::string fault = read_row(fields, header, written + kDay, row);
+        const std::string fault = read_row(fields, header, order, written + kDay, row);
         if (fault.empty()) {
             statistics.rows.push_back(std::move(row));
         } else {
@@ -213,7 +248,7 @@ bool qo_ctl_read_statistics_file(const std::string& file, QoCtlStatistics& stati
         return false;
     }
     std::string content;
-    const std::string fault = unpack(opened.get(), content);
+    const std::string fault = unpack(file, opened.get(), content);
     if (!fault.empty()) statistics.faults.push_back(file + ": " + fault);
     std::istringstream text(content);
     qo_ctl_read_statistics(text, file, written_at(file, status), statistics);
@@ -288,6 +323,8 @@ std::string qo_ctl_plain_name(std::string name) {
     return name;
 }
 
+std::string qo_ctl_shown_name(const std::string& name, bool certain) { return certain ? name : name + "?"; }
+
 std::map<std::string, QoCtlQueueTotal> qo_ctl_queue_totals(const std::vector<QoCtlStatisticsRow>& rows) {
     std::map<std::string, QoCtlQueueTotal> totals;
     for (const QoCtlStatisticsRow& row : rows) {
@@ -298,6 +335,7 @@ std::map<std::string, QoCtlQueueTotal> qo_ctl_queue_totals(const std::vector<QoC
             total.messages += queue.messages;
             total.saves += queue.saves;
             total.max_depth = std::max(total.max_depth, queue.max_depth);
+            total.certain = total.certain && queue.certain;
         }
     }
     for (auto& [name, total] : totals) {

@@ -20,6 +20,7 @@ struct QoCtlQueueSample {
     int64_t saves;      // publishes of its component that arranged a save
     int64_t max_depth;  // messages
     double avg_depth;   // messages, over the samples of the interval
+    bool certain;       // false when the header no longer tells for sure whose columns these are
 };
 
 /// One row: what the service did in the interval that ended at `time`.
@@ -50,9 +51,10 @@ struct QoCtlStatistics {
     std::vector<std::string> faults;       // what was skipped, as "file:line: why"
 };
 
-/// Reads one file's text. Columns are found by their names in the header above. A row of another number of queues
-/// than its header names (queues came or went since the file was begun) keeps those that can be told; the others
-/// are called "(queue 3)" by their place in the row.
+/// Reads one file's text. Columns are found by their names in the header above. Queues come and go while a file keeps
+/// its header. Those behind the last one that it names are called "(queue 3)" by their place in the row; so are all but
+/// the service's own when there are fewer than it names. Once one may have left from between the others, the names
+/// that follow are not certain any more.
 /// @param file its name, for faults
 /// @param written a time at which the last row was there: rows carry no year
 void qo_ctl_read_statistics(std::istream& text, const std::string& file, time_t written, QoCtlStatistics& statistics);
@@ -72,12 +74,16 @@ std::string qo_ctl_time_text(time_t time);
 /// A name with nothing in it that a terminal or a picture could take for more than a name.
 std::string qo_ctl_plain_name(std::string name);
 
+/// The same with a question mark when it is not certain.
+std::string qo_ctl_shown_name(const std::string& name, bool certain);
+
 /// What went through a queue in all rows.
 struct QoCtlQueueTotal {
     int64_t messages = 0;
     int64_t saves = 0;
     int64_t max_depth = 0;
     double avg_depth = 0;  // weighted with the messages
+    bool certain = true;   // in every row
 };
 std::map<std::string, QoCtlQueueTotal> qo_ctl_queue_totals(const std::vector<QoCtlStatisticsRow>& rows);
 

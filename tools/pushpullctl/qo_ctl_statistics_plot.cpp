@@ -459,18 +459,23 @@ Panel depth_panel(const Timeline& timeline, const std::string& title, double QoC
                   int64_t QoCtlQueueSample::*count, const std::string& unit, bool rate) {
     Panel panel{title, unit, {}, {}};
     const std::vector<std::string> names = deepest_queues(timeline.rows());
+    const auto totals = qo_ctl_queue_totals(timeline.rows());
     for (size_t i = 0; i < std::min(names.size(), kMostQueues); ++i) {
         const std::string& name = names[i];
-        panel.series.push_back(timeline.series(
-            shortened(name), kColors[i], [&, average, count, rate](const auto& row) -> std::optional<double> {
-                const QoCtlQueueSample* queue = find_queue(row, name);
-                if (queue == nullptr) return std::nullopt;
-                if (average != nullptr) return queue->*average;
-                return rate ? timeline.rate(row, queue->*count) : static_cast<double>(queue->*count);
-            }));
+        panel.series.push_back(timeline.series(qo_ctl_shown_name(shortened(name), totals.at(name).certain), kColors[i],
+                                               [&, average, count, rate](const auto& row) -> std::optional<double> {
+                                                   const QoCtlQueueSample* queue = find_queue(row, name);
+                                                   if (queue == nullptr) return std::nullopt;
+                                                   if (average != nullptr) return queue->*average;
+                                                   return rate ? timeline.rate(row, queue->*count)
+                                                               : static_cast<double>(queue->*count);
+                                               }));
     }
     if (names.size() > kMostQueues) panel.notes.push_back(format("and %zu more", names.size() - kMostQueues));
     if (names.empty()) panel.notes.emplace_back("no queues");
+    if (std::any_of(totals.begin(), totals.end(), [](const auto& total) { return !total.second.certain; })) {
+        panel.notes.emplace_back("? may be another's");
+    }
     return panel;
 }
 

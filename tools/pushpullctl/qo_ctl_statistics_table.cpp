@@ -37,7 +37,7 @@ std::string deepest(const QoCtlStatisticsRow& row) {
     const auto queue = std::max_element(row.queues.begin(), row.queues.end(),
                                         [](const auto& a, const auto& b) { return a.max_depth < b.max_depth; });
     if (queue == row.queues.end() || queue->max_depth == 0) return "-";
-    return std::to_string(queue->max_depth) + " " + queue->name;
+    return std::to_string(queue->max_depth) + " " + qo_ctl_shown_name(queue->name, queue->certain);
 }
 
 Cells cells_of(const QoCtlStatisticsRow& row) {
@@ -84,7 +84,7 @@ std::string json_of(const QoCtlStatisticsRow& row) {
     json_set_name(queues.get(), "queues");
     for (const QoCtlQueueSample& queue : row.queues) {
         QoJsonNode element(json_new(JSON_NODE));
-        json_push_back(element.get(), json_new_a("queue", queue.name.c_str()));
+        json_push_back(element.get(), json_new_a("queue", qo_ctl_shown_name(queue.name, queue.certain).c_str()));
         add(element.get(), "messages", queue.messages);
         add(element.get(), "saves", queue.saves);
         add(element.get(), "max_depth", queue.max_depth);
@@ -111,8 +111,9 @@ std::string qo_ctl_queue_totals_table(const std::vector<QoCtlStatisticsRow>& row
                      [](const auto& a, const auto& b) { return a.second.messages > b.second.messages; });
     std::vector<Cells> table = {{"QUEUE", "MESSAGES", "SAVES", "MAX DEPTH", "AVG DEPTH"}};
     for (const auto& [name, total] : sorted) {
-        table.push_back({name, std::to_string(total.messages), std::to_string(total.saves),
-                         std::to_string(total.max_depth), fixed_point(total.avg_depth, 2)});
+        table.push_back({qo_ctl_shown_name(name, total.certain), std::to_string(total.messages),
+                         std::to_string(total.saves), std::to_string(total.max_depth),
+                         fixed_point(total.avg_depth, 2)});
     }
     return aligned(table);
 }

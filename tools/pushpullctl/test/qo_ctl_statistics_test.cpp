@@ -33,9 +33,19 @@ std::string header(const std::vector<std::string>& queues) {
 }
 
 /// A row without reads.
-std::string row(const std::string& time, const std::string& queues, int total = 10, int publishes = 5) {
+std::string row(const std::string& time, const std::string& queues, int total = 10, int publishes = 5,
+                const std::string& registers_and_unregisters = "0, 0") {
     return time + ", 2.500000, " + std::to_string(total) + ", " + std::to_string(publishes) +
-           ", 0.250000, 0, 0, 0.000000, 4, 2, 1, 1, 3, 6, 7, " + queues + "\n";
+           ", 0.250000, 0, 0, 0.000000, 4, 2, 1, 1, 3, " + registers_and_unregisters + ", " + queues + "\n";
+}
+
+/// The values of so many queues: 1 message through the first, 2 through the second and so on.
+std::string queues(int count) {
+    std::string text;
+    for (int place = 1; place <= count; ++place) {
+        text += (place == 1 ? "" : ",") + std::to_string(place) + ",0,1,0.500000";
+    }
+    return text;
 }
 
 class StatisticsReader : public testing::Test {
@@ -103,6 +113,50 @@ TEST_F(StatisticsReader, NamesOnlyTheServicesQueueWhenQueuesHaveGone) {
     ASSERT_EQ(statistics_.rows.size(), 1U);
     EXPECT_EQ(statistics_.rows[0].queues[0].name, "/pushpull");
     EXPECT_EQ(statistics_.rows[0].queues[1].name, "(queue 2)");
+}
+
+/// Whether the names of the second queue of all rows are certain, row by row.
+std::vector<bool> certain(const QoCtlStatistics& statistics) {
+    std::vector<bool> all;
+    for (const QoCtlStatisticsRow& row : statistics.rows) {
+        EXPECT_TRUE(row.queues.at(0).certain);
+        EXPECT_EQ(row.queues.at(1).name, "/a");
+        all.push_back(row.queues.at(1).certain);
+    }
+    return all;
+}
+
+TEST_F(StatisticsReader, DoubtsTheNamesOnceAComponentHasUnregistered) {
+    // One that left and came back stands behind the others, in as many columns as before.
+    read(header({"/pushpull", "/a", "/b"}) + row("Jan 05 10:00:00", queues(3)) +
+         row("Jan 05 11:00:00", queues(3), 10, 5, "1, 1") + row("Jan 05 12:00:00", queues(3)));
+    EXPECT_THAT(certain(statistics_), ElementsAre(true, false, false));
+}
+
+TEST_F(StatisticsReader, DoubtsTheNamesOnceAllMayHaveRegisteredAnew) {
+    read(header({"/pushpull", "/a", "/b"}) + row("Jan 05 10:00:00", queues(3)) +
+         row("Jan 05 11:00:00", queues(3), 10, 5, "2, 0"));
+    EXPECT_THAT(certain(statistics_), ElementsAre(true, false));
+}
+
+TEST_F(StatisticsReader, DoubtsTheNamesOnceThereWereFewerQueues) {
+    read(header({"/pushpull", "/a"}) + row("Jan 05 10:00:00", queues(2)) + row("Jan 05 11:00:00", queues(4)) +
+         row("Jan 05 12:00:00", queues(3)));
+    EXPECT_THAT(certain(statistics_), ElementsAre(true, true, false));
+}
+
+TEST_F(StatisticsReader, KeepsTheNamesWhileQueuesOnlyCome) {
+    read(header({"/pushpull", "/a", "/b"}) + row("Jan 05 10:00:00", queues(3)) +
+         row("Jan 05 11:00:00", queues(5), 10, 5, "2, 0") +
+         // One that registers again without having left keeps its place.
+         row("Jan 05 12:00:00", queues(5), 10, 5, "1, 0"));
+    EXPECT_THAT(certain(statistics_), ElementsAre(true, true, true));
+}
+
+TEST_F(StatisticsReader, BelievesTheHeaderThatWasMadeForTheFirstRow) {
+    read(header({"/pushpull", "/a", "/b"}) + row("Jan 05 10:00:00", queues(3), 10, 5, "3, 1"));
+    read(header({"/pushpull", "/a", "/b"}) + row("Jan 05 11:00:00", queues(3), 10, 5, "0, 1"));
+    EXPECT_THAT(certain(statistics_), ElementsAre(true, false));
 }
 
 TEST_F(StatisticsReader, OfAQueueWhoseNameHasACommaKeepsTheValues) {
@@ -222,7 +276,7 @@ TEST_F(StatisticsFiles, ThatEndEarlyGiveWhatCanBeReadAndAFault) {
     EXPECT_TRUE(qo_ctl_read_statistics_file(file, statistics_));
     EXPECT_GT(statistics_.rows.size(), 0U);
     EXPECT_LT(statistics_.rows.size(), 3000U);
-    EXPECT_THAT(statistics_.faults.front(), HasSubstr("ends early or is damaged"));
+    EXPECT_EQ(statistics_.faults.front(), file + ": ends early or is damaged: unexpected end of file");
 }
 
 TEST_F(StatisticsFiles, ThatAreNotThereAreReported) {
@@ -253,9 +307,9 @@ TEST_F(StatisticsTable, ShowsTheLastRowsInAlignedColumns) {
         qo_ctl_statistics_table(complete(), 2),
         "TIME (UTC)           ACTIVE %  PUBLISHES  ms EACH  READS  ms EACH  SAVES  CLEARS  SUBSCR.  REG.  UNREG.  "
         "DEEPEST QUEUE\n"
-        "2026-01-05 11:00:00      2.50          5    0.250      0    0.000      2       1        3     6       7  "
+        "2026-01-05 11:00:00      2.50          5    0.250      0    0.000      2       1        3     0       0  "
         "         2 /a\n"
-        "2026-01-05 12:00:00      2.50          5    0.250      0    0.000      2       1        3     6       7  "
+        "2026-01-05 12:00:00      2.50          5    0.250      0    0.000      2       1        3     0       0  "
         "            -\n");
 }
 
@@ -264,6 +318,16 @@ TEST_F(StatisticsTable, OfTheQueuesWeighsTheAverageDepthWithTheMessages) {
     EXPECT_EQ(qo_ctl_queue_totals_table(complete()),
               "QUEUE      MESSAGES  SAVES  MAX DEPTH  AVG DEPTH\n"
               "/pushpull         4      3          5       2.00\n");
+}
+
+TEST_F(StatisticsTable, MarksNamesThatMayBeAnothers) {
+    read(header({"/pushpull", "/a"}) + row("Jan 05 10:00:00", "7,0,1,0.500000,3,1,2,1.000000", 10, 5, "0, 1"));
+    EXPECT_THAT(qo_ctl_statistics_table(complete(), 1), testing::EndsWith("  2 /a?\n"));
+    EXPECT_EQ(qo_ctl_queue_totals_table(complete()),
+              "QUEUE      MESSAGES  SAVES  MAX DEPTH  AVG DEPTH\n"
+              "/pushpull         7      0          1       0.50\n"
+              "/a?               3      1          2       1.00\n");
+    EXPECT_THAT(qo_ctl_statistics_json(complete(), 1), HasSubstr("{\"queue\":\"/a?\","));
 }
 
 TEST_F(StatisticsTable, ShowsNoControlCharactersOfAQueuesName) {
@@ -277,7 +341,7 @@ TEST_F(StatisticsTable, AsJsonIsOneObjectPerLine) {
     EXPECT_EQ(qo_ctl_statistics_json(complete(), 9),
               "{\"time\":\"2026-01-05 10:00:00\",\"percent_active\":2.500000,\"total_publishes\":10,\"publishes\":5,"
               "\"publish_ms\":0.250000,\"total_reads\":0,\"reads\":0,\"read_ms_as_written\":0.000000,\"total_saves\":4,"
-              "\"saves\":2,\"total_clears\":1,\"clears\":1,\"subscriptions\":3,\"registers\":6,\"unregisters\":7,"
+              "\"saves\":2,\"total_clears\":1,\"clears\":1,\"subscriptions\":3,\"registers\":0,\"unregisters\":0,"
               "\"queues\":[{\"queue\":\"/pushpull\",\"messages\":1,\"saves\":2,\"max_depth\":5,\"avg_depth\":5.000000}]"
               "}\n");
 }
@@ -325,6 +389,16 @@ TEST_F(StatisticsPlot, IsWellFormedAndNamesEveryPanelAndQueue) {
     }
     EXPECT_THAT(picture, Not(HasSubstr("nan")));
     EXPECT_THAT(picture, Not(HasSubstr("inf")));
+}
+
+TEST_F(StatisticsPlot, MarksAndExplainsNamesThatMayBeAnothers) {
+    read(header({"/pushpull", "/a"}) + row("Jan 05 10:00:00", queues(2)));
+    EXPECT_THAT(qo_ctl_statistics_plot(complete()), Not(HasSubstr("? may be")));
+    read(header({"/pushpull", "/a"}) + row("Jan 05 11:00:00", queues(2), 15, 5, "0, 1"));
+    const std::string picture = qo_ctl_statistics_plot(complete());
+    EXPECT_THAT(picture, HasSubstr(">/a?<"));
+    EXPECT_THAT(picture, HasSubstr(">/pushpull<"));
+    EXPECT_THAT(picture, HasSubstr(">? may be another's<"));
 }
 
 TEST_F(StatisticsPlot, ShowsAGapAndAnewStart) {
