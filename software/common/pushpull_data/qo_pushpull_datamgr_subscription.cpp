@@ -25,9 +25,11 @@ bool is_entry_of(const JSONNODE* member, eQO_CMP_IDs_ comp_id) {
     return is_entry(member) && qo_json_int32(member) == static_cast<int32_t>(comp_id);
 }
 
-/// Spares a look at every member of the many shadow nodes that nobody subscribed to.
+/// Spares a look at every member of the many shadow nodes that nobody subscribed to. Of a defaults file that is one
+/// array the root is an array, which cannot be searched.
 bool may_have_entries(const JSONNODE* shadow) {
-    return json_find(shadow, kEveryPublish) != nullptr || json_find(shadow, kChangesOnly) != nullptr;
+    return json_type(shadow) == JSON_ARRAY || json_find(shadow, kEveryPublish) != nullptr ||
+           json_find(shadow, kChangesOnly) != nullptr;
 }
 
 /// The shadow node of that name below `shadow`, or null. Shadow nodes are all older than the entries beside

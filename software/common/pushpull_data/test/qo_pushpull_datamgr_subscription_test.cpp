@@ -270,6 +270,12 @@ TEST_F(GetSubscribers, BelowWhatWasPublishedAreNotIncluded) {
     EXPECT_EQ(subscribers_of(R"({"system":{}})"), "{}");
 }
 
+TEST_F(GetSubscribers, OfTheWholeTreeAreIncludedAlsoWhenItIsAnArray) {
+    load(R"([{"id":0}])");
+    ASSERT_EQ(subscribe(5, "/"), 0);
+    EXPECT_EQ(subscribers_of(R"([{"id":0,"a":1}])"), R"({"cmpID":5})");
+}
+
 TEST_F(GetSubscribers, OfEveryPublishedElementAreIncluded) {
     ASSERT_EQ(subscribe(1, "/zones/sub"), 0);
     ASSERT_EQ(subscribe(2, "/zones/inner/deep"), 0);
