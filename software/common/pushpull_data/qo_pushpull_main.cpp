@@ -92,11 +92,22 @@ void run_service(const Options& options) {
     service.reset();
 }
 
+// When the signal has interrupted the logger, the line before the reboot waits for the logger's lock for ever, and so
+// would the service.
+void reboot_unannounced(int) {
+    [[maybe_unused]] const int result = system(QO_REBOOT_COMMAND);
+    _exit(1);
+}
+
 }  // namespace
 
 void signalCallback(int signal_number) {
     if (signal_number != SIGUSR1) return;
+    signal(SIGALRM, reboot_unannounced);
+    alarm(QO_REBOOT_DELAY_S);
     syslog(LOG_CRIT, "Received queue full signal (SIGUSR1) - Rebooting system in 5 seconds");
+    alarm(0);
+    signal(SIGALRM, SIG_DFL);
     unsigned seconds_left = QO_REBOOT_DELAY_S;
     while (seconds_left > 0) seconds_left = sleep(seconds_left);
     // Without a reboot the service goes on serving, whatever the command returned.

@@ -12,8 +12,10 @@
 int pushpull_main(int argc, char* argv[]);
 
 /// What follows the stack trace of a signal. For SIGUSR1, which the queue monitor's script sends when a queue stays
-/// full: waits five seconds and reboots the device; returns when the reboot did not happen. Nothing for any other
-/// signal. Runs in signal context on whichever thread was interrupted.
+/// full: waits five seconds and reboots the device; returns when the reboot did not happen. When the logger does not
+/// take its line within these seconds, because the signal interrupted it, the process ends with status 1 after the
+/// reboot command. Nothing for any other signal. Runs in signal context on whichever thread was interrupted; uses the
+/// alarm of the process.
 void signalCallback(int signal_number);
 
 #endif

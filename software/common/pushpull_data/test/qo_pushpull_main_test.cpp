@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 #include "log_capture.h"
 #include "qo_pushpull.h"
@@ -214,6 +216,32 @@ TEST_F(Signals, Sigusr1WaitsTheWholeFiveSecondsWhenAnotherSignalComesBetween) {
     signalCallback(SIGUSR1);
     EXPECT_THAT(pauses, ElementsAre(5U, 3U));
     EXPECT_THAT(shell_.commands(), ElementsAre("reboot now"));
+}
+
+TEST_F(Signals, Sigusr1LeavesTheAlarmAsTheSystemHasIt) {
+    signalCallback(SIGUSR1);
+    struct sigaction action {};
+    sigaction(SIGALRM, nullptr, &action);
+    EXPECT_EQ(action.sa_handler, SIG_DFL);
+    EXPECT_EQ(alarm(0), 0U);
+}
+
+// What it runs is seen through the built program only.
+TEST_F(Signals, Sigusr1WhoseLineIsNeverLoggedEndsTheProcessAllTheSame) {
+    int blocked_log[2];
+    ASSERT_EQ(pipe2(blocked_log, O_NONBLOCK), 0);
+    while (write(blocked_log[1], "x", 1) == 1) continue;
+    ASSERT_EQ(fcntl(blocked_log[1], F_SETFL, 0), 0);
+    const auto announce_in_vain = [&] {
+        std::thread([] {
+            std::this_thread::sleep_for(std::chrono::seconds(20));
+            _exit(2);  // it hangs
+        }).detach();
+        log_.copy_to(blocked_log[1]);
+        signalCallback(SIGUSR1);
+    };
+    EXPECT_EXIT(announce_in_vain(), testing::ExitedWithCode(1), "");
+    for (const int end : blocked_log) close(end);
 }
 
 TEST_F(Signals, CallbackIgnoresEveryOtherSignal) {

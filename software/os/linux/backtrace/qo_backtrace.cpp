@@ -33,6 +33,7 @@ struct BtConfig {
 };
 
 BtConfig btConfig;  // written by qo_bt_install() only
+volatile sig_atomic_t signal_in_trace;
 
 struct Free {
     void operator()(void* memory) const { free(memory); }
@@ -57,6 +58,8 @@ bool set_handler(int signal) {
     action.sa_sigaction = qo_bt_signal_handler;
     action.sa_flags = SA_SIGINFO | SA_RESTART;
     sigemptyset(&action.sa_mask);
+    // Its handler may log as well: between two steps of a trace it would wait for the logger for ever.
+    sigaddset(&action.sa_mask, SIGTERM);
     if (sigaction(signal, &action, nullptr) == 0) return true;
     syslog(LOG_ERR, "[ST]: error setting signal handler for %d (%s)\n", signal, strsignal(signal));
     return false;
@@ -123,10 +126,26 @@ void log_frames(void* const* frames, int count) {
     }
 }
 
+void call_back(int signal) {
+    if (btConfig.callback != nullptr) btConfig.callback(signal);
+}
+
+// The callback gets its turn all the same. Then the process ends: the interrupted code could never go on.
+void give_up_trace(int alarm_signal) {
+    if (contains(btConfig.callback_signals, signal_in_trace)) call_back(signal_in_trace);
+    ::signal(alarm_signal, SIG_DFL);
+    raise(alarm_signal);
+}
+
 // A signal inside the allocator or the logger has left their locks taken: better no trace than a process that hangs
 // for ever and is never started again.
-void limit_trace_time() {
-    ::signal(SIGALRM, SIG_DFL);
+void limit_trace_time(int signal) {
+    signal_in_trace = signal;
+    struct sigaction action = {};
+    action.sa_handler = give_up_trace;
+    action.sa_flags = SA_NODEFER;  // the callback may use the alarm itself
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGALRM, &action, nullptr);
     sigset_t only_alarm;
     sigemptyset(&only_alarm);
     sigaddset(&only_alarm, SIGALRM);
@@ -134,8 +153,9 @@ void limit_trace_time() {
     alarm(kTraceLimitSeconds);
 }
 
-void call_back(int signal) {
-    if (btConfig.callback != nullptr) btConfig.callback(signal);
+void end_trace_limit() {
+    alarm(0);
+    ::signal(SIGALRM, SIG_DFL);
 }
 
 }  // namespace
@@ -156,13 +176,13 @@ void qo_bt_signal_handler(int signal, siginfo_t*, void*) {
     const bool called_back = contains(btConfig.callback_signals, signal);
     if (!traced && !called_back) _exit(1);
     if (traced) {
-        limit_trace_time();
+        limit_trace_time(signal);
         syslog(LOG_ERR, "[ST]:----- stack trace start %d------\n", static_cast<int>(time(nullptr)));
         void* frames[kMaxFrames];
         log_frames(frames, backtrace(frames, kMaxFrames));
         syslog(LOG_ERR, "[ST]:----- stack trace end ------\n");
         if (!called_back) _exit(1);
-        alarm(0);
+        end_trace_limit();
     }
     call_back(signal);
     errno = interrupted_errno;

@@ -20,10 +20,12 @@ using qo_bt_callback_t = void (*)(int signal);
 /// @return 0; -1 when a handler could not be set: logged, and the signals after it are left alone.
 int qo_bt_install(const char* name, const int* traceSignals, const int* callbackSignals, qo_bt_callback_t callback);
 
-/// The installed handler. It logs and allocates memory, which is not async-signal-safe: a signal that interrupted
-/// the allocator or the logger blocks the trace for ever. SIGALRM therefore ends the process when a trace is not
-/// complete after 5 seconds; a pending alarm() of the process is lost. A fault inside the handler (a wrecked stack, a
-/// jump to an unmapped address) has the signal's default action: the process ends by it, without the rest of the trace.
+/// The installed handler. SIGTERM is blocked while it runs, the callback included. It logs and allocates memory, which
+/// is not async-signal-safe: a signal that interrupted the allocator or the logger blocks the trace for ever. A trace
+/// that is not complete after 5 seconds is therefore given up: a signal of both lists still goes to the callback, which
+/// must not count on the logger then, and the process ends by SIGALRM. A pending alarm() of the process and its handler
+/// are lost. A fault inside the handler (a wrecked stack, a jump to an unmapped address) has the signal's default
+/// action: the process ends by it, without the rest of the trace.
 void qo_bt_signal_handler(int signal, siginfo_t* information, void* context);
 
 /// A callback that logs the signal and ends the process with status 0.

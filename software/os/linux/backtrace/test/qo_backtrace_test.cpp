@@ -288,22 +288,56 @@ private:
     int ends_[2];
 };
 
-TEST(BtSignalHandler, ATraceThatBlocksForEverEndsTheProcessByTheAlarm) {
+// Ends like a service whose log is blocked when `number` comes.
+Ended signal_while_the_log_is_blocked(int number, qo_bt_callback_t callback) {
     const BlockedLog log;
-    const int trace[] = {SIGSEGV, SIGUSR1, -1};
-    const int called_back[] = {SIGUSR1, -1};
-    for (const int number : {SIGSEGV, SIGUSR1}) {
-        const Ended ended = in_child([&](QoLogCapture& capture, int) {
-            if (qo_bt_install("the program", trace, called_back, log_call) != 0) _exit(2);
-            sigset_t all;
-            sigfillset(&all);
-            sigdelset(&all, number);
-            sigprocmask(SIG_BLOCK, &all, nullptr);
-            capture.copy_to(log.descriptor());
-            raise(number);
-        });
-        EXPECT_EQ(ended.signal(), SIGALRM) << number;
-    }
+    return in_child([&](QoLogCapture& capture, int) {
+        const int trace[] = {SIGSEGV, SIGUSR1, -1};
+        const int called_back[] = {SIGUSR1, -1};
+        if (qo_bt_install("the program", trace, called_back, callback) != 0) _exit(2);
+        sigset_t all;
+        sigfillset(&all);
+        sigdelset(&all, number);
+        sigprocmask(SIG_BLOCK, &all, nullptr);
+        capture.copy_to(log.descriptor());
+        raise(number);
+    });
+}
+
+TEST(BtSignalHandler, ATraceThatBlocksForEverEndsTheProcessByTheAlarm) {
+    const auto end_otherwise = [](int) { _exit(3); };
+    EXPECT_EQ(signal_while_the_log_is_blocked(SIGSEGV, end_otherwise).signal(), SIGALRM);
+}
+
+TEST(BtSignalHandler, ATraceThatBlocksForEverStillHandsItsSignalToTheCallbackBeforeTheEnd) {
+    const auto tell_signal = [](int signal) { _exit(signal); };
+    EXPECT_EQ(signal_while_the_log_is_blocked(SIGUSR1, tell_signal).exit_status(), SIGUSR1);
+    EXPECT_EQ(signal_while_the_log_is_blocked(SIGUSR1, [](int) {}).signal(), SIGALRM);
+    EXPECT_EQ(signal_while_the_log_is_blocked(SIGUSR1, nullptr).signal(), SIGALRM);
+}
+
+TEST(BtSignalHandler, ACallbackOfATraceThatBlockedMayUseTheAlarmItself) {
+    const auto set_alarm = [](int) {
+        signal(SIGALRM, [](int) { _exit(kRanOn); });
+        alarm(1);
+        pause();
+    };
+    EXPECT_EQ(signal_while_the_log_is_blocked(SIGUSR1, set_alarm).exit_status(), kRanOn);
+}
+
+// Whose handler logs as well, and would wait for ever for a logger that it interrupted.
+TEST(BtSignalHandler, LetsNoSigtermInBeforeTheCallbackHasReturned) {
+    const int both[] = {SIGUSR1, -1};
+    const Ended ended = in_child([&](QoLogCapture&, int) {
+        const auto report_sigterm = [](int) {
+            sigset_t blocked;
+            sigprocmask(SIG_BLOCK, nullptr, &blocked);
+            _exit(sigismember(&blocked, SIGTERM) == 1 ? 0 : 1);
+        };
+        if (qo_bt_install("the program", both, both, report_sigterm) != 0) _exit(2);
+        raise(SIGUSR1);
+    });
+    EXPECT_EQ(ended.exit_status(), 0);
 }
 
 TEST(BtSignalHandler, ACallbackMayTakeLongerThanATrace) {
