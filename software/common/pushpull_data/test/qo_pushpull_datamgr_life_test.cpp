@@ -1,3 +1,4 @@
+#include <errno.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -52,6 +53,15 @@ TEST_F(DataMgrLife, InitMergesTheSavedTreeWithTheDefaultTree) {
     start();
     EXPECT_EQ(tree(), R"({"a":{"x":2,"z":3},"gone":{"y":1},"zones":[{"id":0}]})");
     EXPECT_EQ(subscription_tree(), R"({"a":{},"zones":{}})");
+}
+
+TEST_F(DataMgrLife, InitFailsWithoutAMutex) {
+    scratch_.write(QO_DEFAULTS_FILE, kDefaults);
+    DataMgr store({scratch_.path(), scratch_.path()});
+    refuse_mutex = true;
+    EXPECT_EQ(store.Init(nullptr), -1);
+    refuse_mutex = false;
+    EXPECT_EQ(log_.lines().back(), (QoLogLine{LOG_CRIT, "PushPull:Init@#: Mutex cannot be created"}));
 }
 
 // Deliberate: the store has no loop of its own.

@@ -256,6 +256,17 @@ TEST_F(LoadSavedTree, SavedValuesWinAndTheDefaultTreeAddsTheRest) {
     EXPECT_EQ(tree(), R"({"a":{"x":1,"writeAccess":"openAll"},"b":2})");
 }
 
+TEST_F(LoadSavedTree, ADefaultTreeThatCannotBeCopiedFails) {
+    const QoJsonNode defaults = qo_json_parse(R"({"a":1})");
+    EXPECT_EQ(load_saved(), 0);
+    refuse_duplicate = true;
+    log_.clear();
+    EXPECT_EQ(store_->MergeToDataTree(defaults.get()), -1);
+    EXPECT_THAT(log_.lines(),
+                ElementsAre(info_line("MergeToDataTree@#: No saved configuration, using default tree as data tree"),
+                            error_line("MergeToDataTree@#: json_new/json_duplicate failed")));
+}
+
 TEST_F(LoadSavedTree, BothDamagedLeavesTheDefaultTree) {
     scratch_.write(kSaved, R"({"crc":"0","a":1})");
     scratch_.write(kBackup, "garbage");
@@ -512,6 +523,18 @@ TEST_F(FailingSave, ABackupThatCannotBeReplacedDoesNotStopIt) {
     EXPECT_EQ(said_.front(), critical_line("RenameAsBackUpFile@#: Back up failed"));
     EXPECT_EQ(said_.back(), kSavedIt);
     EXPECT_EQ(files(), (std::map<std::string, std::string>{{kSaved, saved_text_of(R"({"a":3})")}, {kBackup, ""}}));
+}
+
+TEST_F(FailingSave, AFileBeforeThatCannotBeKeptDoesNotStopIt) {
+    load_with_history();
+    const std::string in_the_way = kSaved + std::string(".former.") + std::to_string(getpid());
+    std::filesystem::create_directory(scratch_.file(in_the_way));
+    EXPECT_EQ(save(), 0);
+    EXPECT_EQ(said_.front(), critical_line("SaveDataTree@#: Back up failed"));
+    EXPECT_EQ(said_.back(), kSavedIt);
+    EXPECT_EQ(files(),
+              (std::map<std::string, std::string>{
+                  {kSaved, saved_text_of(R"({"a":3})")}, {kBackup, saved_text_of(R"({"a":1})")}, {in_the_way, ""}}));
 }
 
 TEST_F(FailingSave, WithoutATreeThereIsNothingToSave) {
