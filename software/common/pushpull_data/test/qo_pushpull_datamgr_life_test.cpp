@@ -11,6 +11,17 @@
 #include "qo_store_fixture.h"
 
 namespace {
+bool refuse_mutex = false;
+}  // namespace
+
+extern "C" {
+int __real_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);
+int __wrap_pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {
+    return refuse_mutex ? ENOMEM : __real_pthread_mutex_init(mutex, attributes);
+}
+}
+
+namespace {
 
 using ::testing::Contains;
 using ::testing::ElementsAre;
