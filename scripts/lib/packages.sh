@@ -14,9 +14,9 @@ qo_test_packages=(libgtest-dev libgmock-dev libbenchmark-dev procps
 # For scripts/test --tidy.
 qo_tidy_packages=(clang-tidy-14)
 
-# For scripts/test --system, which runs the service in a virtual machine. Of the kernel only its file is used; the
-# package is fetched and not installed.
-qo_system_packages=(qemu-system-x86 e2fsprogs cpio mount)
+# For scripts/test --system, which runs the service in a virtual machine. Of the kernel only its files are used;
+# the package is fetched and not installed.
+qo_system_packages=(qemu-system-x86 e2fsprogs cpio kmod mount)
 qo_system_kernel=linux-image-cloud-amd64
 
 # missing_packages NAME...: prints those that are not installed.

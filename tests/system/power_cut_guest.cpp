@@ -11,10 +11,12 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -26,13 +28,16 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "power_cut_tree.h"
 #include "qo_pushpull_api.h"
 
 namespace {
 
-constexpr char kDisk[] = "/dev/nvme0n1";
+constexpr char kModules[] = "/modules";  // in the order in which they are to be loaded
+constexpr char kDisk[] = "/dev/vda";
+constexpr char kDiskQueue[] = "/sys/block/vda/queue/";
 constexpr char kSavedFile[] = "/kivo/data/saved_tree.json";
 constexpr long kServiceMessages = 64;
 constexpr long kServiceMessageSize = 262144;  // bytes
@@ -49,13 +54,42 @@ void mount_at(const char* source, const char* target, const char* type) {
     if (mount(source, target, type, 0, nullptr) != 0) fail(std::string("mount ") + target);
 }
 
+/// The driver of the disk is no part of the kernel's file.
+void load_modules() {
+    std::vector<std::filesystem::path> modules;
+    for (const auto& file : std::filesystem::directory_iterator(kModules)) modules.push_back(file.path());
+    std::sort(modules.begin(), modules.end());
+    for (const auto& module : modules) {
+        const int file = open(module.c_str(), O_RDONLY | O_CLOEXEC);
+        if (file < 0 || syscall(SYS_finit_module, file, "", 0) != 0) fail(module.string());
+        close(file);
+    }
+}
+
+std::string line_of(const std::string& path) {
+    std::string line;
+    std::ifstream file(path);
+    std::getline(file, line);
+    return line;
+}
+
+/// Everything that the kernel wants to be on the disk must be followed by a flush: that is all that the log of writes
+/// shows. A disk that is told to write a block around its cache would leave no trace of that.
+void check_disk() {
+    if (line_of(std::string(kDiskQueue) + "write_cache") != "write back") throw std::runtime_error("no flushes");
+    if (line_of(std::string(kDiskQueue) + "fua") != "0") throw std::runtime_error("writes around the disk's cache");
+}
+
 void make_file_systems() {
     mount_at("proc", "/proc", "proc");
+    mount_at("sysfs", "/sys", "sysfs");
     mount_at("devtmpfs", "/dev", "devtmpfs");
     mount_at("tmpfs", "/var/volatile", "tmpfs");
+    load_modules();
     for (int attempt = 0; access(kDisk, F_OK) != 0 && attempt < 3000; ++attempt) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
+    check_disk();
     mount_at(kDisk, "/kivo", "ext4");
     for (const char* directory : {"/kivo/data", "/kivo/others", "/kivo/noise", "/tmp"}) {
         std::filesystem::create_directories(directory);

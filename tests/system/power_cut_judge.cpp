@@ -1,7 +1,8 @@
 // Starts the real service on what power cuts left and says what it has. Runs in the namespaces of qo_isolated.
 //
-//   power_cut_judge <LIST     a line for each cut: its name, the directory with the content of /kivo/data, and the
-//                             number of the last tree that was reported as saved before it
+//   power_cut_judge <LIST     a line for each cut: its name, the directory with the content of /kivo/data ("-": there
+//                             is nothing to start on), and the number of the last tree that was reported as saved
+//                             before it
 //
 // Exit status 0 only when the service started on all of them and has the last reported tree, a later one, or the one
 // before.
@@ -19,6 +20,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kDataDirectory[] = "/kivo/data";
+constexpr char kNothing[] = "-";
 
 struct Figures {
     size_t cuts = 0;
@@ -54,9 +56,10 @@ bool holds_name(const std::string& tree, long number) {
 }
 
 Start start_on(QoServiceProcess& service, const std::string& directory) {
+    Start result;
+    if (directory == kNothing) return result;
     lay_out(directory);
     service.events().clear_log();
-    Start result;
     result.started = static_cast<bool>(service.start_and_wait());
     if (result.started) {
         result.file = used_file(service);
@@ -96,8 +99,8 @@ int main() {
         const Start start = start_on(service, directory);
         const std::string verdict = verdict_on(start, reported, figures);
         std::cout << name << ": reported " << reported << ", "
-                  << (start.started ? "has " + std::to_string(start.number) : "did not start") << ", file "
-                  << start.file << ": " << verdict << std::endl;
+                  << (start.started ? "has " + std::to_string(start.number) + ", file " + start.file : "did not start")
+                  << ": " << verdict << std::endl;
     }
     std::cout << figures.cuts << " cuts, " << figures.started << " started, " << figures.last << " with the last save, "
               << figures.before << " with the one before, " << figures.worse << " worse" << std::endl;
