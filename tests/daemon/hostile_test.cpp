@@ -519,6 +519,29 @@ TEST_F(Hostile, ARequesterThatNeverReadsItsQueueDelaysOthersByASecondAtMostForEa
     EXPECT_TRUE(events().wait_for_log(LOG_ERR, " comp_get : comp_notify Failed"));
 }
 
+TEST_F(Hostile, TenThousandRegistrationsLeaveNoDescriptorOpenAndNoMemoryInUse) {
+    constexpr int kBatch = 100;
+    const std::string arguments = R"(,"arg":{"comp_id":1352,"buffer":")";
+    const auto register_and_forget = [&](int turns) {
+        for (int turn = 0; turn < turns; ++turn) {
+            ASSERT_TRUE(service().post(R"({"function":"register")" + arguments + witness_->queue_name() + "\"}}"));
+            ASSERT_TRUE(service().post(R"({"function":"subscribe")" + arguments + R"(/;/usb;/devices"}})"));
+            ASSERT_TRUE(service().post(R"({"function":"unregister")" + arguments + R"("}})"));
+            if (turn % kBatch == 0) events().clear_log();
+        }
+        ASSERT_TRUE(service().wait_until_idle());
+    };
+    register_and_forget(kBatch);
+    const size_t descriptors = service().open_descriptors();
+    const size_t resident = service().resident_kib();
+    register_and_forget(10000);
+    EXPECT_EQ(service().open_descriptors(), descriptors);
+    if (kMeasuresMemory) {
+        EXPECT_LT(service().resident_kib(), resident + 1024);
+    }
+    expect_answer();
+}
+
 // What the service sent to itself would count as a request that names nothing, and repeat the one before it.
 TEST_F(Hostile, TheServicesOwnQueueIsNobodysReceiveQueue) {
     ASSERT_TRUE(service().post(R"({"function":"register","arg":{"comp_id":1352,"buffer":"/pushpull\u0000x"}})"));

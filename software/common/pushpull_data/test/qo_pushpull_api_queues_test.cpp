@@ -22,6 +22,7 @@ namespace {
 int thread_creation_error = 0;
 long messages_counted_too_many = 0;
 int sends_lost = 0;
+std::vector<rlimit> limits_asked_for;  // of the bytes in message queues
 std::atomic<bool> wake_up_sent{false};
 // Holds a receiver thread in front of its next lock until the tear-down has sent its wake-up text.
 std::atomic<bool> hold_at_lock{false};
@@ -45,6 +46,16 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
     }
     return __real_pthread_mutex_lock(mutex);
 }
+
+// Its name where files have 64 bits beside a word of 32.
+int __wrap_setrlimit64(__rlimit_resource_t resource, const rlimit* limit);
+int __wrap_setrlimit64(__rlimit_resource_t resource, const rlimit* limit) {
+    if (resource == RLIMIT_MSGQUEUE) limits_asked_for.push_back(*limit);
+    errno = EPERM;
+    return -1;
+}
+int __wrap_setrlimit(__rlimit_resource_t resource, const rlimit* limit);
+int __wrap_setrlimit(__rlimit_resource_t resource, const rlimit* limit) { return __wrap_setrlimit64(resource, limit); }
 
 int __real_mq_getattr(mqd_t descriptor, mq_attr* attributes);
 int __wrap_mq_getattr(mqd_t descriptor, mq_attr* attributes) {
@@ -671,14 +682,23 @@ TEST_F(FreeFunction, UmaskFunctionsClearAndRestoreTheMask) {
     EXPECT_EQ(umask(original), 0137U);
 }
 
-TEST_F(FreeFunction, QueueLimitIsLeftAloneWithoutTheRightToRaiseIt) {
-    rlimit before{};
-    getrlimit(RLIMIT_MSGQUEUE, &before);
+TEST_F(FreeFunction, QueueLimitOf851968000BytesIsAskedForAndItsRefusalIgnored) {
+    limits_asked_for.clear();
     qo_set_mqueue_limits();
-    rlimit after{};
-    getrlimit(RLIMIT_MSGQUEUE, &after);
-    EXPECT_TRUE((after.rlim_cur == 851968000 && after.rlim_max == 851968000) ||
-                (after.rlim_cur == before.rlim_cur && after.rlim_max == before.rlim_max));
+    ASSERT_EQ(limits_asked_for.size(), 1U);
+    EXPECT_EQ(limits_asked_for[0].rlim_cur, 851968000U);
+    EXPECT_EQ(limits_asked_for[0].rlim_max, 851968000U);
+    EXPECT_EQ(log_.lines(), Lines{});
+}
+
+TEST_F(FreeFunction, QueueLimitIsAskedForBeforeEveryQueueIsMade) {
+    limits_asked_for.clear();
+    ReceiveQueue received = receive_queue();
+    EXPECT_EQ(limits_asked_for.size(), 1U);
+    const TransmitQueue transmitted = transmit_queue();
+    EXPECT_EQ(limits_asked_for.size(), 2U);
+    mq_close(api_.message_queue_create_and_error_handling(kName, O_RDWR, 0660, nullptr));
+    EXPECT_EQ(limits_asked_for.size(), 3U);
 }
 
 TEST_F(FreeFunction, SystemxRunsTheCommandAndGivesTheResultOfSystem) {

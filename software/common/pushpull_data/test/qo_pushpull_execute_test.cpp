@@ -29,6 +29,10 @@ bool refuse_service_queue = false;
 std::function<void()> before_receive;  // what happens when the service looks into its queue
 std::function<void()> before_send;     // and when a handler sends
 
+auto open_descriptors() {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
+}
+
 bool sigterm_is_let_in() {
     sigset_t mask;
     pthread_sigmask(SIG_BLOCK, nullptr, &mask);
@@ -406,6 +410,30 @@ TEST_F(InitRequest, FailedAnswerIsLoggedAndTheResetDoneAllTheSame) {
     EXPECT_TRUE(log_.contains(LOG_ERR, " comp_init : comp_notify Failed"));
     EXPECT_TRUE(log_.contains(LOG_ERR, " comp_init : Incorrect Path or comp_notify Failed"));
     EXPECT_THAT(notified, ElementsAre("READY=1"));
+}
+
+TEST_F(InitRequest, AgainAndAgainWithComponentsLeavesNoDescriptorOpen) {
+    QoTestComponent display(*service_, QO_CMPID_DEMO, "/display");
+    QoTestComponent writer(*service_, QO_CMPID_ALERTS, "/writer");
+    const auto before = open_descriptors();
+    for (int turn = 0; turn < 5; ++turn) {
+        EXPECT_EQ(service_->comp_init(display.id), 0);
+        EXPECT_THAT(display.texts(), ElementsAre("pushpull init success"));
+        display.enter();
+        writer.enter();
+    }
+    EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_F(InitRequest, ForgetsAPendingRestartOfTheGateway) {
+    QoTestComponent gateway(*service_, QO_CMPID_REMOTE_GATEWAY_DM, "/gateway", 1);
+    gateway.queue.fill();
+    EXPECT_EQ(service_->comp_notify(1, &gateway.id, "1"), -1);
+    ASSERT_EQ(shell_.commands().size(), 1U);
+    service_->comp_init(QO_CMPID_DEMO);
+    gateway.enter();
+    EXPECT_EQ(service_->comp_notify(1, &gateway.id, "2"), -1);
+    EXPECT_EQ(shell_.commands().size(), 2U);
 }
 
 TEST_F(InitRequest, LeavesTheLoopRunningOnTheSameQueue) {

@@ -192,6 +192,23 @@ TEST_F(Signals, SigtermHandlerIsInstalledAfterTheStartUp) {
     EXPECT_EQ(while_running.sa_handler, &PushPullData::SignalHandler);
 }
 
+TEST_F(Signals, SigtermIsBlockedWhileARequestIsHandled) {
+    std::vector<bool> blocked;  // at the end of the start-up, and of that which the "init" request causes
+    when_ready = [&] {
+        sigset_t mask;
+        sigprocmask(SIG_BLOCK, nullptr, &mask);
+        blocked.push_back(sigismember(&mask, SIGTERM) == 1);
+        const std::string request = R"({"function":"init","arg":{"comp_id":1073741852,"buffer":"true"}})";
+        if (blocked.size() == 1) {
+            ASSERT_TRUE(queue_.put(request));
+        } else {
+            post_exit(queue_);
+        }
+    };
+    EXPECT_EQ(run({}), 0);
+    EXPECT_THAT(blocked, ElementsAre(false, true));
+}
+
 TEST_F(Signals, SigtermWhileIdleLeavesTwoMessagesAndEndsWithStatusZero) {
     when_ready = nullptr;
     before_receive = [] { kill(getpid(), SIGTERM); };

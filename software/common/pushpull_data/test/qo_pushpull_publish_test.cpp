@@ -1,6 +1,7 @@
 #include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_json.h"
 #include "qo_pushpull_queue_monitor.h"
+#include "qo_pushpull_stats.h"
 #include "qo_resource_mgr.h"
 #include "qo_service_fixture.h"
 
@@ -14,7 +15,8 @@ using testing::Not;
 std::vector<timespec> deadlines;          // of every send
 std::vector<eQO_CMP_IDs_> counted_saves;  // components whose publish changed the tree
 std::vector<mqd_t> counted_messages;      // queues
-bool hide_descriptors = false;            // the registry answers -1
+int counted_unregisters = 0;
+bool hide_descriptors = false;  // the registry answers -1
 bool fail_subscriber_lookup = false;
 bool give_null_child = false;  // lists of JSON children hold a null
 
@@ -29,6 +31,7 @@ mqd_t __real__ZN11ResourceMgr23getMsg_queue_descriptorE12eQO_CMP_IDs_(ResourceMg
 mqd_t __wrap__ZN11ResourceMgr23getMsg_queue_descriptorE12eQO_CMP_IDs_(ResourceMgr* registry, eQO_CMP_IDs_ comp_id);
 void __wrap__ZN22QoPushPullQueueMonitor13incQueueSavesE12eQO_CMP_IDs_(QoPushPullQueueMonitor*, eQO_CMP_IDs_ comp_id);
 void __wrap__ZN22QoPushPullQueueMonitor13incQueueStatsEi(QoPushPullQueueMonitor*, mqd_t descriptor);
+void __wrap__ZN15QoPushPullStats15inc_unregistersEv(QoPushPullStats*);
 int __real__ZN7DataMgr14GetSubscribersEP8JSONNODES1_(DataMgr* store, JSONNODE* published, JSONNODE* list);
 int __wrap__ZN7DataMgr14GetSubscribersEP8JSONNODES1_(DataMgr* store, JSONNODE* published, JSONNODE* list);
 JSONNODE_ITERATOR __real_json_begin(JSONNODE* node);
@@ -57,6 +60,8 @@ void __wrap__ZN22QoPushPullQueueMonitor13incQueueStatsEi(QoPushPullQueueMonitor*
     counted_messages.push_back(descriptor);
 }
 
+void __wrap__ZN15QoPushPullStats15inc_unregistersEv(QoPushPullStats*) { ++counted_unregisters; }
+
 int __wrap__ZN7DataMgr14GetSubscribersEP8JSONNODES1_(DataMgr* store, JSONNODE* published, JSONNODE* list) {
     if (fail_subscriber_lookup) return -1;
     return __real__ZN7DataMgr14GetSubscribersEP8JSONNODES1_(store, published, list);
@@ -79,6 +84,7 @@ protected:
         deadlines.clear();
         counted_saves.clear();
         counted_messages.clear();
+        counted_unregisters = 0;
         hide_descriptors = false;
         fail_subscriber_lookup = false;
         give_null_child = false;
@@ -571,6 +577,15 @@ TEST_F(Counting, EverySendCountsOnItsQueueWhetherItSucceedsOrNot) {
     ASSERT_EQ(counted_messages.size(), 2U);
     EXPECT_GT(counted_messages[0], 0);
     EXPECT_EQ(counted_messages[0], counted_messages[1]);
+}
+
+TEST_F(Counting, SoftWatchdogCountsThreeUnregistersHoweverManyOfTheGatewaysComponentsWereThere) {
+    QoTestComponent cm(*service_, QO_CMPID_REMOTE_GATEWAY_CM, "/cm", 1);
+    cm.queue.fill();
+    EXPECT_EQ(service_->comp_notify(1, &cm.id, "1"), -1);
+    EXPECT_EQ(counted_unregisters, 3);
+    EXPECT_EQ(service_->comp_unregister(cm.id), 0);
+    EXPECT_EQ(counted_unregisters, 3) << "a request to unregister is counted where it is dispatched";
 }
 
 TEST_F(Counting, OnlyAPublishThatAsksForASaveCountsForItsPublisher) {

@@ -2,6 +2,7 @@
 // the tests wait for the monitor's lines and commands.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include <fstream>
 #include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -199,6 +201,23 @@ protected:
 
 class QueueFullFailure : public MonitorThread {};
 
+std::set<std::string> threads() {
+    std::set<std::string> ids;
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+        ids.insert(thread.path().filename());
+    }
+    return ids;
+}
+
+bool blocks(const std::string& thread, int signal_number) {
+    std::ifstream status("/proc/" + thread + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (!line.starts_with("SigBlk:")) continue;
+        return (std::stoull(line.substr(7), nullptr, 16) >> (signal_number - 1) & 1) != 0;
+    }
+    return false;
+}
+
 }  // namespace
 
 TEST_F(MonitorThread, LogsItsStartAndItsEnd) {
@@ -206,6 +225,19 @@ TEST_F(MonitorThread, LogsItsStartAndItsEnd) {
     EXPECT_THAT(log_.lines(), ElementsAre(kStarted));
     monitor_.reset();
     EXPECT_THAT(log_.lines(), ElementsAre(kStarted, kExited));
+}
+
+TEST_F(MonitorThread, BlocksSigtermAndLeavesTheMaskOfItsCreatorAsItWas) {
+    const std::set<std::string> before = threads();
+    ASSERT_FALSE(blocks("self", SIGTERM));
+    start();
+    std::set<std::string> started = threads();
+    for (const std::string& thread : before) started.erase(thread);
+    ASSERT_EQ(started.size(), 1U);
+    const std::string thread = "self/task/" + *started.begin();
+    ASSERT_TRUE(wait_until([&] { return !blocks(thread, SIGUSR2); })) << "it is created with every signal blocked";
+    EXPECT_TRUE(blocks(thread, SIGTERM));
+    EXPECT_FALSE(blocks("self", SIGTERM));
 }
 
 TEST_F(MonitorThread, EndsAtOnceHoweverLongItsPause) {
