@@ -57,6 +57,10 @@ public:
         const std::lock_guard lock(mutex_);
         return saves_;
     }
+    int flushes() {
+        const std::lock_guard lock(mutex_);
+        return flushes_;
+    }
 
 private:
     bool wait(const std::function<bool()>& reached) {
@@ -173,19 +177,50 @@ TEST_F(SaveThread, PublishesAndReadsDoNotWaitForTheDisk) {
     EXPECT_EQ(disk_.saves(), 2);
 }
 
+/// A thread that runs an action and tells when it is done.
+class Waiter {
+public:
+    explicit Waiter(const std::function<void()>& action)
+        : thread_([this, action] {
+              id_ = gettid();
+              action();
+              done_ = true;
+          }) {}
+    void join() { thread_.join(); }
+    bool done() const { return done_; }
+
+    /// Waits until the thread sleeps, as one does that waits for a lock, or is done. Bounded.
+    bool wait_until_asleep() const {
+        for (const auto end = std::chrono::steady_clock::now() + seconds(60); std::chrono::steady_clock::now() < end;) {
+            if (done_ || state() == 'S') return true;
+            std::this_thread::yield();
+        }
+        return false;
+    }
+
+private:
+    char state() const {
+        std::ifstream status("/proc/self/task/" + std::to_string(id_) + "/status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.starts_with("State:\t")) return line[7];
+        }
+        return '?';
+    }
+
+    std::atomic<pid_t> id_{0};
+    std::atomic<bool> done_{false};
+    std::thread thread_;
+};
+
 TEST_F(SaveThread, AForcedSaveWaitsForTheOneUnderWay) {
     start_with(milliseconds(10));
     disk_.hold();
     change(1);
     ASSERT_TRUE(disk_.wait_for_flush(1));
-    std::atomic<bool> forced{false};
-    std::thread forcing([this, &forced] {
-        EXPECT_EQ(store_->SaveDataTree(false), 0);
-        forced = true;
-    });
-    // Nothing tells that it waits; that it did not overtake shows in the two saves being whole and in order.
-    std::this_thread::sleep_for(milliseconds(50));
-    EXPECT_FALSE(forced);
+    Waiter forcing([this] { EXPECT_EQ(store_->SaveDataTree(false), 0); });
+    EXPECT_TRUE(forcing.wait_until_asleep());
+    EXPECT_FALSE(forcing.done());
+    EXPECT_EQ(disk_.flushes(), 1) << "the second save has reached the disk too";
     EXPECT_EQ(disk_.saves(), 0);
     disk_.let_go();
     forcing.join();
@@ -199,13 +234,9 @@ TEST_F(SaveThread, TerminateWaitsForTheSaveUnderWay) {
     disk_.hold();
     change(1);
     ASSERT_TRUE(disk_.wait_for_flush(1));
-    std::atomic<bool> terminated{false};
-    std::thread terminating([this, &terminated] {
-        store_->Terminate();
-        terminated = true;
-    });
-    std::this_thread::sleep_for(milliseconds(50));
-    EXPECT_FALSE(terminated);
+    Waiter terminating([this] { store_->Terminate(); });
+    EXPECT_TRUE(terminating.wait_until_asleep());
+    EXPECT_FALSE(terminating.done());
     disk_.let_go();
     terminating.join();
     EXPECT_EQ(saved_value(), 1);
@@ -224,10 +255,10 @@ TEST_F(SaveThread, StoresThatEndAroundTheirTimersExpiryAreNotTouchedAfterwards) 
 
 TEST_F(SaveThread, SavesWhilePublishesPourInAreEachWhole) {
     start_with(milliseconds(1));
-    const auto end = std::chrono::steady_clock::now() + seconds(1);
+    const auto end = std::chrono::steady_clock::now() + seconds(60);
     int value = 0;
     int loads = 0;
-    while (std::chrono::steady_clock::now() < end) {
+    while ((loads < 5 || disk_.saves() <= 10) && std::chrono::steady_clock::now() < end) {
         change(++value);
         log_.clear();
         if (value % 64 == 0 && scratch_.has(QO_SAVED_TREE_FILE)) {
@@ -238,7 +269,7 @@ TEST_F(SaveThread, SavesWhilePublishesPourInAreEachWhole) {
             ++loads;
         }
     }
-    EXPECT_GT(loads, 0);
+    EXPECT_GE(loads, 5);
     EXPECT_GT(disk_.saves(), 10);
     ASSERT_EQ(store_->SaveDataTree(false), 0);
     EXPECT_EQ(saved_value(), value);
