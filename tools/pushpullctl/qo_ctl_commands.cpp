@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -31,7 +32,9 @@ QoCtlSessionSettings qo_ctl_session_settings(const QoCtlOptions& options) {
 QoCtlStyle qo_ctl_stdout_style(const QoCtlOptions& options) {
     const bool terminal = isatty(STDOUT_FILENO) == 1;
     QoCtlStyle style;
-    style.coloured = options.color == QoCtlColor::always || (options.color == QoCtlColor::automatic && terminal);
+    style.coloured =
+        options.color == QoCtlColor::always || (options.color == QoCtlColor::automatic && terminal &&
+                                                qo_ctl_wants_colours(std::getenv("TERM"), std::getenv("NO_COLOR")));
     style.formatted = terminal || style.coloured;
     if (options.json_lines) style = QoCtlStyle{};
     return style;

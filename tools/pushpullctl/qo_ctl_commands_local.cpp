@@ -1,12 +1,15 @@
 // components and queues: what can be said without the service.
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -187,10 +190,27 @@ bool watched_enough(SingleKeys& keys, const QoCtlSignals& signals) {
     return false;
 }
 
+/// How many queues the screen has room for, besides the titles, the line about the others and the cursor's.
+size_t screen_room() {
+    constexpr size_t kOtherLines = 3;
+    winsize screen{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &screen) != 0 || screen.ws_row == 0) return SIZE_MAX;
+    return screen.ws_row > kOtherLines ? screen.ws_row - kOtherLines : 1;
+}
+
+/// The queues as they are shown on a terminal, or line by line in a pipe.
+std::string render_watched(std::vector<QoCtlQueue> queues, const std::string& service, QoCtlStyle style) {
+    if (!style.formatted) return render_queues(queues, service, style);
+    const size_t left_out = qo_ctl_keep_fullest(queues, service, screen_room());
+    return (queues.empty() ? "no queues\n" : render_queues(queues, service, style)) +
+           (left_out == 0 ? "" : "and " + std::to_string(left_out) + " more that are less full\n");
+}
+
 QoCtlStatus watch_queues(const QoCtlOptions& options, QoCtlSignals& signals) {
     const std::string service = qo_ctl_service_queue_name(options.instance);
     const QoCtlStyle style = qo_ctl_stdout_style(options);
-    const char* top_of_screen = style.formatted && isatty(STDOUT_FILENO) != 0 ? kClearScreen : "";
+    const bool screen = style.formatted && isatty(STDOUT_FILENO) != 0 && qo_ctl_obeys_commands(std::getenv("TERM"));
+    const char* top_of_screen = screen ? kClearScreen : "";
     SingleKeys keys;
     QoCtlFullTimes full_times;
     signals.watch(-1);  // no queue to be woken through
@@ -199,8 +219,7 @@ QoCtlStatus watch_queues(const QoCtlOptions& options, QoCtlSignals& signals) {
         std::vector<QoCtlQueue> queues = look_at_queues(service);
         const auto now = std::chrono::steady_clock::now().time_since_epoch();
         full_times.note(queues, static_cast<long>(std::chrono::duration_cast<std::chrono::seconds>(now).count()));
-        const std::string none = style.formatted && queues.empty() ? "no queues\n" : "";
-        status = qo_ctl_print(top_of_screen + none + render_queues(queues, service, style), QoCtlStatus::answered);
+        status = qo_ctl_print(top_of_screen + render_watched(std::move(queues), service, style), QoCtlStatus::answered);
     } while (status == QoCtlStatus::answered && !watched_enough(keys, signals));
     signals.unwatch();
     return status;

@@ -325,6 +325,16 @@ Fault complete(Words& words) {
     return take_command(words);
 }
 
+/// What CLI11 says, but for a command that is missing or misspelt, which it does not name.
+Fault fault_of(const CLI::App& app, const CLI::ParseError& error) {
+    const bool no_command =
+        error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError) && app.get_subcommands().empty();
+    if (!no_command) return error.what();
+    const std::vector<std::string> rest = app.remaining();
+    if (rest.empty()) return "a command is missing";
+    return "\"" + rest.front() + "\" is no " + (rest.front().starts_with('-') ? "option" : "command");
+}
+
 }  // namespace
 
 std::optional<QoCtlOptions> qo_ctl_parse(int argc, const char* const* argv, int& status) {
@@ -348,10 +358,13 @@ std::optional<QoCtlOptions> qo_ctl_parse(int argc, const char* const* argv, int&
         what = complete(words);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
-            status = app.exit(error);
+            app.exit(error);  // prints the help or the version
+            const bool printed = std::cout.flush().good();
+            if (!printed) qo_ctl_say(std::string("cannot write to standard output: ") + std::strerror(errno));
+            status = static_cast<int>(printed ? QoCtlStatus::answered : QoCtlStatus::failed);
             return std::nullopt;
         }
-        what = app.get_subcommands().empty() ? "no known command" : error.what();
+        what = fault_of(app, error);
     }
     if (what.empty()) return words.options;
     // Without a command the fault is the command, or an option before it.

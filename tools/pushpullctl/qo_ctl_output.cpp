@@ -69,6 +69,15 @@ std::string for_terminal(std::string_view json) {
 
 }  // namespace
 
+bool qo_ctl_obeys_commands(const char* terminal_kind) {
+    const std::string_view kind = terminal_kind == nullptr ? "" : terminal_kind;
+    return !kind.empty() && kind != "dumb";
+}
+
+bool qo_ctl_wants_colours(const char* terminal_kind, const char* no_color) {
+    return qo_ctl_obeys_commands(terminal_kind) && (no_color == nullptr || *no_color == '\0');
+}
+
 std::string qo_ctl_render(const JSONNODE* node, QoCtlStyle style) {
     if (!style.formatted) return qo_json_write(node) + "\n";
     const std::string text = for_terminal(qo_json_write_formatted(node));

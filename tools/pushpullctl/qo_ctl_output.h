@@ -13,6 +13,12 @@ struct QoCtlStyle {
     bool coloured = false;
 };
 
+/// Whether a terminal of this kind (TERM; null is none) obeys commands, as those for colours.
+bool qo_ctl_obeys_commands(const char* terminal_kind);
+
+/// Whether colours are wanted on it where nobody said so: NO_COLOR is set to something when they are not.
+bool qo_ctl_wants_colours(const char* terminal_kind, const char* no_color);
+
 /// `node` as text with a line feed at its end.
 std::string qo_ctl_render(const JSONNODE* node, QoCtlStyle style);
 

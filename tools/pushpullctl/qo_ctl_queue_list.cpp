@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <numeric>
 #include <sstream>
 #include <utility>
 
@@ -68,6 +69,28 @@ void QoCtlFullTimes::note(std::vector<QoCtlQueue>& queues, long now) {
         queue.full_for = now - since;
     }
     full_since_ = std::move(still_full);
+}
+
+size_t qo_ctl_keep_fullest(std::vector<QoCtlQueue>& queues, const std::string& service, size_t most) {
+    if (queues.size() <= most) return 0;
+    std::vector<size_t> places(queues.size());
+    std::iota(places.begin(), places.end(), size_t{0});
+    std::stable_sort(places.begin(), places.end(), [&](size_t a, size_t b) {
+        const QoCtlQueue& first = queues[a];
+        const QoCtlQueue& second = queues[b];
+        if (first.name == service || second.name == service) return second.name != service;
+        if (first.full_for != second.full_for) return first.full_for > second.full_for;
+        return static_cast<int64_t>(first.messages) * second.max_messages >
+               static_cast<int64_t>(second.messages) * first.max_messages;
+    });
+    places.resize(most);
+    std::sort(places.begin(), places.end());
+    std::vector<QoCtlQueue> kept;
+    kept.reserve(most);
+    for (const size_t place : places) kept.push_back(std::move(queues[place]));
+    const size_t left_out = queues.size() - most;
+    queues = std::move(kept);
+    return left_out;
 }
 
 std::string qo_ctl_fill_bar(long messages, long max_messages, size_t width) {

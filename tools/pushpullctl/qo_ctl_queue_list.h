@@ -39,6 +39,9 @@ private:
     std::map<std::string, long> full_since_;
 };
 
+/// Keeps so many queues, `service` and those that are fullest, in their order. @return how many were left out
+size_t qo_ctl_keep_fullest(std::vector<QoCtlQueue>& queues, const std::string& service, size_t most);
+
 /// A bar of `width` characters: "[####......]" with '#' for what is full. One message shows, and only a full queue
 /// leaves no '.'.
 std::string qo_ctl_fill_bar(long messages, long max_messages, size_t width);

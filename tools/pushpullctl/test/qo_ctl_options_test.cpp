@@ -71,6 +71,11 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(WrongUsageText, SaysWhatIsWrong) {
     EXPECT_THAT(Parsed({"get", "--as", "NOBODY", "/a"}).messages, HasSubstr("\"NOBODY\" is no component"));
+    EXPECT_THAT(Parsed({}).messages, HasSubstr("a command is missing"));
+    EXPECT_THAT(Parsed({"--as", "DEMO"}).messages, HasSubstr("a command is missing"));
+    EXPECT_THAT(Parsed({"frobnicate", "/a"}).messages, HasSubstr("\"frobnicate\" is no command"));
+    EXPECT_THAT(Parsed({"--frobnicate"}).messages, HasSubstr("\"--frobnicate\" is no option"));
+    EXPECT_THAT(Parsed({"--timeout"}).messages, HasSubstr("--timeout"));
     EXPECT_THAT(Parsed({"init"}).messages, HasSubstr("say --yes to do it"));
     EXPECT_THAT(Parsed({"get", "/"}).messages, HasSubstr("pushpullctl tree"));
     EXPECT_THAT(Parsed({"publish", "--file", "/nonexistent"}).messages, HasSubstr("No such file or directory"));

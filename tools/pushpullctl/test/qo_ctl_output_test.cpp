@@ -22,6 +22,16 @@ std::string without_colours(std::string text) {
     return text;
 }
 
+TEST(Colours, AreForTerminalsThatObeyAndForPeopleWhoWantThem) {
+    EXPECT_TRUE(qo_ctl_wants_colours("xterm", nullptr));
+    EXPECT_TRUE(qo_ctl_wants_colours("xterm", ""));
+    EXPECT_FALSE(qo_ctl_wants_colours("xterm", "1"));
+    for (const char* kind : {"dumb", "", static_cast<const char*>(nullptr)}) {
+        EXPECT_FALSE(qo_ctl_wants_colours(kind, nullptr));
+        EXPECT_FALSE(qo_ctl_obeys_commands(kind));
+    }
+}
+
 TEST(Rendering, ForAPipeEachTextIsOneLine) {
     EXPECT_EQ(qo_ctl_render_text("{\n\t\"a\": [1,\n2.50]\n}", kLines), "{\"a\":[1,2.50]}\n");
 }

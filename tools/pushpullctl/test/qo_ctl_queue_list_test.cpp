@@ -55,4 +55,30 @@ TEST(QueueFullTimes, CountFromTheFirstFullLookAndStartOverWithRoomOrANewQueue) {
     EXPECT_EQ(queues[1].full_for, 0) << "it was gone in between";
 }
 
+std::string names(const std::vector<QoCtlQueue>& queues) {
+    std::string all;
+    for (const QoCtlQueue& queue : queues) all += queue.name;
+    return all;
+}
+
+TEST(FullestQueues, AreKeptInTheirOrderWithTheServices) {
+    const std::vector<QoCtlQueue> all = {
+        {"/a", 1, 4, 16}, {"/b", 4, 4, 16, 9}, {"/c", 9, 10, 16, 0}, {"/d", 4, 4, 16, 0}, {"/e", 1, 4, 16}};
+    std::vector<QoCtlQueue> queues = all;
+    EXPECT_EQ(qo_ctl_keep_fullest(queues, "/none", 5), 0U);
+    EXPECT_EQ(names(queues), "/a/b/c/d/e");
+    EXPECT_EQ(qo_ctl_keep_fullest(queues, "/none", 3), 2U);
+    EXPECT_EQ(names(queues), "/b/c/d");
+    EXPECT_EQ(qo_ctl_keep_fullest(queues, "/none", 1), 2U);
+    EXPECT_EQ(names(queues), "/b");
+    queues = all;
+    EXPECT_EQ(qo_ctl_keep_fullest(queues, "/e", 2), 3U);
+    EXPECT_EQ(names(queues), "/b/e");
+    queues = {all[0], all[4]};
+    EXPECT_EQ(qo_ctl_keep_fullest(queues, "/none", 1), 1U);
+    EXPECT_EQ(names(queues), "/a") << "of equals the first";
+    EXPECT_EQ(qo_ctl_keep_fullest(queues, "/none", 0), 1U);
+    EXPECT_EQ(names(queues), "");
+}
+
 }  // namespace
