@@ -16,7 +16,7 @@ constexpr int32_t kQueueMessages = 10;
 constexpr int32_t kMessageSize = 4096;  // bytes
 
 constexpr std::chrono::milliseconds kAnswerTimeout{2000};
-constexpr size_t kShownBytes = 70;  // of a text in a line
+constexpr size_t kShownBytes = 70;  // of a text that is sent or received
 
 volatile sig_atomic_t stop_requested = 0;
 
@@ -89,7 +89,7 @@ std::optional<std::string> ExampleComponent::next_message(std::chrono::milliseco
         return std::nullopt;
     }
     std::string text = queue_->get_queue_buffer();
-    tell("<-", text);
+    tell("<-", on_one_line(text));
     // The service ends and has told everybody: there is nobody left to unregister from.
     told_to_exit_ = text == "exit";
     if (told_to_exit_) return std::nullopt;
@@ -107,7 +107,7 @@ std::optional<std::string> ExampleComponent::ask(const std::string& pointers) {
     // The service sends the tag back, so this answer can be told from everything else that is on its way.
     const std::string tag = name_;
     const std::string prefix = "sender_id:" + tag + ";";
-    tell("->", "get " + pointers);
+    tell("->", on_one_line("get " + pointers));
     if (api_.get(id_, pointers, tag, true) != 0) return std::nullopt;
 
     const auto deadline = std::chrono::steady_clock::now() + kAnswerTimeout;
@@ -136,12 +136,12 @@ bool ExampleComponent::ask_service_to_exit() { return sent(api_.exit_request(id_
 void ExampleComponent::says(const std::string& text) const { tell(" .", text); }
 
 void ExampleComponent::tell(const char* direction, const std::string& text) const {
-    printf("%-18s %s %s\n", name_.c_str(), direction, on_one_line(text).c_str());
+    printf("%-18s %s %s\n", name_.c_str(), direction, text.c_str());
 }
 
 bool ExampleComponent::sent(int32_t result, const std::string& what) const {
     if (result == 0) {
-        tell("->", what);
+        tell("->", on_one_line(what));
         return true;
     }
     fprintf(stderr, "%s: could not send: %s\n", name_.c_str(), what.c_str());
