@@ -1,5 +1,5 @@
 // A client's publish with and without the check of published objects: parse, check, merge, and release of a `system`
-// object of about that many bytes. Run both interleaved: --benchmark_enable_random_interleaving=true
+// object of that many bytes. Run both interleaved: --benchmark_enable_random_interleaving=true
 #include <benchmark/benchmark.h>
 #include <stdlib.h>
 #include <syslog.h>
@@ -37,12 +37,17 @@ std::unique_ptr<DataMgr> new_store() {
     return store;
 }
 
-std::string system_object(int64_t bytes, int offset) {
+/// Exactly `bytes` long: what the zones leave is filled up by a note.
+std::string system_object(size_t bytes, int offset) {
+    constexpr size_t kRoomForNote = 100;  // more than a zone takes
+    const std::string end = R"("}})";
     std::string text = R"({"system":{"clock":{"offset":)" + std::to_string(offset) + R"(,"tz":"NST"})";
-    for (int i = 0; text.size() + 60 < static_cast<size_t>(bytes); ++i) {
+    for (int i = 0; text.size() + kRoomForNote < bytes; ++i) {
         text += ",\"zone" + std::to_string(i) + R"(":{"value":21.50,"unit":"degC","online":true})";
     }
-    return text + "}}";
+    text += R"(,"note":")";
+    text.append(bytes - text.size() - end.size(), '.');
+    return text + end;
 }
 
 enum class Check { kNone, kTree, kText };
@@ -60,7 +65,9 @@ void publish(DataMgr& store, const std::string& published, Check check) {
 template <Check kCheck>
 void Publish(benchmark::State& state) {
     const auto store = new_store();
-    const std::string texts[] = {system_object(state.range(0), 3600), system_object(state.range(0), 7200)};
+    const auto bytes = static_cast<size_t>(state.range(0));
+    const std::string texts[] = {system_object(bytes, 3600), system_object(bytes, 7200)};
+    require(texts[0].size() == bytes && texts[1].size() == bytes, "the texts have the length that is asked for");
     size_t turn = 0;
     for ([[maybe_unused]] auto _ : state) publish(*store, texts[++turn % 2], kCheck);
     state.counters["text"] = static_cast<double>(texts[0].size());
