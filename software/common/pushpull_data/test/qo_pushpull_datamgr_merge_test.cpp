@@ -285,6 +285,14 @@ TEST_F(MergeOfArrays, AMaxItemsThatThisPublishRaisesHoldsForItsLaterElements) {
                 ElementsAre(error_line("IsBeyondMaxItems@#: Array id 2 exceeded max items 1. Tree NOT updated!")));
 }
 
+TEST_F(MergeOfArrays, AMaxItemsThatThisPublishMakesAContainerIsZeroForItsLaterElements) {
+    merge(R"({"zones":[{"id":0,"maxItems":5}]})",
+          R"({"zones":[{"id":2},{"id":0,"maxItems":{"x":1}},{"id":0,"t":5},{"id":1,"t":5}]})");
+    EXPECT_EQ(result_, -1);
+    EXPECT_THAT(said_,
+                ElementsAre(error_line("IsBeyondMaxItems@#: Array id 1 exceeded max items 0. Tree NOT updated!")));
+}
+
 TEST_F(MergeOfArrays, ANestedArrayOfANewElementIsBuiltByTheSameRules) {
     EXPECT_EQ(merge("{}", R"({"a":[{"id":1,"b":[{"id":1,"writeAccess":"openAll"}],"doNotPersist":true}]})"),
               R"({"a":[{"id":0},{"id":1,"b":[{"id":0},{"id":1}]}]})");
@@ -467,6 +475,8 @@ TEST_F(PublishToAllSubscribers, ANewArrayElementIsAChange) {
 
 TEST_F(PublishToAllSubscribers, AValueThatBecomesAContainerIsAChange) {
     EXPECT_TRUE(is_told_of(R"({"system":{"config":{"name":{"x":1}}}})"));
+    // Of this one only the kind is left.
+    EXPECT_TRUE(is_told_of(R"({"system":{"config":{"temp":{"writeAccess":"openAll"}}}})"));
 }
 
 TEST_F(PublishToAllSubscribers, MetadataAreNoChange) {

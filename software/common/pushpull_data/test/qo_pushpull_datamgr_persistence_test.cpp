@@ -665,6 +665,17 @@ TEST_F(RenameAsBackUpFile, MovesTheFileOverAnOlderBackup) {
     EXPECT_EQ(files(), (std::map<std::string, std::string>{{"f.bak", "new"}}));
 }
 
+TEST_F(RenameAsBackUpFile, ABackupThatCannotBeReplacedIsRemovedFirst) {
+    load("{}");
+    const std::string path = scratch_.write("f", "new");
+    scratch_.write("f.bak", "old");
+    int renames = 0;
+    on_disk_call = [&renames](const std::string& call) { return call == "rename" && ++renames == 1; };
+    EXPECT_EQ(store_->RenameAsBackUpFile(path), 0);
+    EXPECT_THAT(log_.lines(), IsEmpty());
+    EXPECT_EQ(files(), (std::map<std::string, std::string>{{"f.bak", "new"}}));
+}
+
 TEST_F(RenameAsBackUpFile, AMissingFileLeavesTheBackup) {
     load("{}");
     scratch_.write("f.bak", "old");

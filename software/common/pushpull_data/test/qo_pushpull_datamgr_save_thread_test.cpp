@@ -229,6 +229,13 @@ TEST_F(SaveThread, AForcedSaveWaitsForTheOneUnderWay) {
     EXPECT_EQ(scratch_.read("saved_tree.json.bak"), scratch_.read("saved_tree.json"));
 }
 
+TEST_F(SaveThread, TheDebugDumpIsFlushedToTheDiskToo) {
+    start_with(milliseconds(10));
+    EXPECT_EQ(store_->SaveActiveTreeForDebug(), 0);
+    EXPECT_EQ(disk_.flushes(), 2) << "the file and its directory";
+    EXPECT_EQ(disk_.saves(), 1) << "the file systems";
+}
+
 TEST_F(SaveThread, TerminateWaitsForTheSaveUnderWay) {
     start_with(milliseconds(10));
     disk_.hold();
