@@ -3,6 +3,20 @@ add_library(qo_compile_options INTERFACE)
 target_compile_options(qo_compile_options INTERFACE
     -Wall -Wextra -Wconversion -Wshadow -Wformat=2 -Werror)
 
+# A 32-bit C library counts seconds in 32 bits unless asked, and the last of them is in January 2038: files dated later
+# cannot be looked at then, and no wait ends. Components need not be built like this (see the public headers test).
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    target_compile_definitions(qo_compile_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
+
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
+    target_compile_options(qo_compile_options INTERFACE
+        # Else a stack trace ends at the first function that cannot throw, often the one that crashed.
+        -funwind-tables
+        # Notes on what GCC 7 changed for libraries built with an older one.
+        -Wno-psabi)
+endif()
+
 # qo_target_options(TARGET): what every target of ours is compiled with.
 function(qo_target_options target)
     target_link_libraries(${target} PRIVATE qo_compile_options)

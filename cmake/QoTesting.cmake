@@ -1,5 +1,42 @@
 find_package(GTest REQUIRED)
 
+# Built for another machine, tests run by its emulator (CMAKE_CROSSCOMPILING_EMULATOR). The launcher that isolates them is
+# this machine's own then: it makes namespaces, which an emulator cannot.
+set(QO_ISOLATED ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/qo_isolated)
+
+set(QO_TEST_TIMEOUT 240)  # seconds
+if(CMAKE_CROSSCOMPILING)
+    set(QO_TEST_TIMEOUT 1800)
+endif()
+
+# qo_runnable(VARIABLE TARGET): sets the variable to what a test has to start to run the program of that target.
+function(qo_runnable variable target)
+    set(${variable} $<TARGET_FILE:${target}> PARENT_SCOPE)
+    if(CMAKE_CROSSCOMPILING_EMULATOR)
+        set(script ${CMAKE_BINARY_DIR}/emulated/${target})
+        list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
+        file(GENERATE OUTPUT ${script} CONTENT "#!/bin/sh\nexec ${emulator} $<TARGET_FILE:${target}> \"$@\"\n"
+            FILE_PERMISSIONS OWNER_READ OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+        set(${variable} ${script} PARENT_SCOPE)
+    endif()
+endfunction()
+
+# What a 32-bit C library calls the functions that take a 64-bit time, and so what the linker has to wrap there.
+set(QO_TIME64_NAME_time __time64)
+set(QO_TIME64_NAME_mq_timedsend __mq_timedsend_time64)
+set(QO_TIME64_NAME_timer_gettime __timer_gettime64)
+set(QO_TIME64_NAME_timer_settime __timer_settime64)
+
+# qo_wrap(TARGET SYMBOL): calls of the symbol become calls of __wrap_SYMBOL, which reaches it as __real_SYMBOL.
+function(qo_wrap target symbol)
+    if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND DEFINED QO_TIME64_NAME_${symbol})
+        set(name ${QO_TIME64_NAME_${symbol}})
+        target_compile_definitions(${target} PRIVATE __wrap_${symbol}=__wrap_${name} __real_${symbol}=__real_${name})
+        set(symbol ${name})
+    endif()
+    target_link_options(${target} PRIVATE -Wl,--wrap=${symbol})
+endfunction()
+
 # The tests labelled "thread": all that has to be built for a run under the thread sanitizer.
 add_custom_target(qo_thread_tests)
 
@@ -17,21 +54,21 @@ function(qo_add_test name)
     target_link_libraries(${name} PRIVATE ${arg_LIBS} qo_test_support)
     target_precompile_headers(${name} REUSE_FROM qo_test_support)
     foreach(symbol IN LISTS arg_WRAP)
-        target_link_options(${name} PRIVATE -Wl,--wrap=${symbol})
+        qo_wrap(${name} ${symbol})
     endforeach()
 
     if("thread" IN_LIST arg_LABELS)
         add_dependencies(qo_thread_tests ${name})
     endif()
 
-    set(properties TIMEOUT 240)
+    set(properties TIMEOUT ${QO_TEST_TIMEOUT})
     if(arg_SLOW)
         list(APPEND properties COST 1000)
     endif()
     if(arg_ISOLATED)
         # The path is spelled out because add_test does not evaluate generator expressions in this property.
         set_target_properties(${name} PROPERTIES
-            CROSSCOMPILING_EMULATOR ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/qo_isolated)
+            CROSSCOMPILING_EMULATOR "${QO_ISOLATED};${CMAKE_CROSSCOMPILING_EMULATOR}")
         add_dependencies(${name} qo_isolated)
     endif()
     if(arg_EACH)

@@ -19,6 +19,18 @@ qo_tidy_packages=(clang-tidy-14)
 qo_system_packages=(qemu-system-x86 e2fsprogs cpio kmod mount)
 qo_system_kernel=linux-image-cloud-amd64
 
+# For scripts/test --arm: the cross compiler, qemu, and what makes the sysroot.
+qo_arm_packages=(g++-arm-linux-gnueabihf qemu-user-static mmdebstrap)
+
+# What the sysroot is made of, as packages for armhf: what is built against, and the C++ runtimes that programs need.
+qo_armhf_packages=(libc6-dev libstdc++6 libgcc-s1 zlib1g-dev libsystemd-dev rapidjson-dev libcli11-dev libgtest-dev
+    libgmock-dev libbenchmark-dev)
+
+# For tests/system/board, which runs the service on an emulated board; of it, the kernel and the shell, for armhf.
+qo_board_packages=(qemu-system-arm qemu-user-static mmdebstrap cpio)
+qo_board_kernel=linux-image-armmp-lpae
+qo_board_armhf_packages=(busybox-static)
+
 # missing_packages NAME...: prints those that are not installed.
 missing_packages() {
     local package

@@ -144,6 +144,9 @@ bool QoServiceProcess::waits_for_request() const {
     std::ifstream status("/proc/" + std::to_string(process_) + "/syscall");
     long system_call = -1;
     status >> system_call;
+#ifdef QO_HOST_MQ_TIMEDRECEIVE
+    if (system_call == QO_HOST_MQ_TIMEDRECEIVE) return true;
+#endif
 #ifdef SYS_mq_timedreceive_time64
     if (system_call == SYS_mq_timedreceive_time64) return true;
 #endif

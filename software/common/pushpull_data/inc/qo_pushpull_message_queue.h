@@ -89,7 +89,8 @@ public:
         return _value;
     }
 
-    /// conditionalwait up to the absolute time `deadline` on CLOCK_MONOTONIC.
+    /// conditionalwait up to the absolute time `deadline` on CLOCK_MONOTONIC. Compiled with its caller, so the library
+    /// does not depend on the width of time_t.
     /// @return the value, or nothing when the deadline passed without a broadcast; an awaited value that is
     ///         stored already is returned even when the deadline lies in the past.
     template <typename Awaited>

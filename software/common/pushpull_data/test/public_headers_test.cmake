@@ -1,8 +1,12 @@
-# cmake -D BUILD=... -D WORK=... -D CXX=... -D FLAGS=... -D PKG_CONFIG=... -D LIBDIR=... -D PROGRAM=... -P public_headers_test.cmake
+# cmake -D BUILD=... -D WORK=... -D CXX=... -D FLAGS=... -D PKG_CONFIG=... -D LIBDIR=... -D PROGRAM=...
+#     [-D EMULATOR=...] -P public_headers_test.cmake
 #
 # Installs what component authors get into an empty folder and uses it as they do: every header by itself, then a
-# component that finds the library through pkg-config. FLAGS are those that the library was compiled with.
+# component that finds the library through pkg-config. FLAGS are those that the library was compiled with, but for the
+# width of time and file offsets: on a 32-bit board a component may have either. EMULATOR runs its programs.
 separate_arguments(flags UNIX_COMMAND "${FLAGS} -std=c++20 -Wall -Wextra -Wpedantic -Werror")
+separate_arguments(emulator UNIX_COMMAND "${EMULATOR}")
+set(wide_flags -D_FILE_OFFSET_BITS=64 -D_TIME_BITS=64)
 set(prefix ${WORK}/installed)
 
 function(run)
@@ -32,12 +36,14 @@ endforeach()
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
 run(${PKG_CONFIG} --cflags --libs qo_pushpull_api)
 separate_arguments(found UNIX_COMMAND "${output}")
-run(${CXX} ${flags} ${PROGRAM} -o ${WORK}/shared ${found} -Wl,-rpath,${prefix}/${LIBDIR})
-run(${WORK}/shared)
+foreach(width narrow wide)
+    run(${CXX} ${flags} ${${width}_flags} ${PROGRAM} -o ${WORK}/shared_${width} ${found} -Wl,-rpath,${prefix}/${LIBDIR})
+    run(${emulator} ${WORK}/shared_${width})
+endforeach()
 
 run(${PKG_CONFIG} --static --libs qo_pushpull_api)
 string(REPLACE "-lqo_pushpull_api" "-l:libqo_pushpull_api.a" output "${output}")
 separate_arguments(found_static UNIX_COMMAND "${output}")
 run(${CXX} ${flags} -I${prefix}/include/qo_pushpull ${PROGRAM} -o ${WORK}/static ${found_static}
     -Wl,-rpath,${prefix}/${LIBDIR})
-run(${WORK}/static)
+run(${emulator} ${WORK}/static)

@@ -398,7 +398,7 @@ TEST_F(StatisticsRow, OfANewDayComesInANewFileWithTheHeader) {
 class StatisticsInterval : public Statistics {
 protected:
     /// First expiry and period, which are the same.
-    static long seconds() {
+    static time_t seconds() {
         EXPECT_EQ(timer.set.size(), 1U);
         const itimerspec& period = timer.set.at(0);
         EXPECT_EQ(period.it_value.tv_nsec, 0);
@@ -406,7 +406,7 @@ protected:
         EXPECT_EQ(period.it_value.tv_sec, period.it_interval.tv_sec);
         return period.it_value.tv_sec;
     }
-    long seconds_with(const std::string& text) {
+    time_t seconds_with(const std::string& text) {
         scratch_.write("pushpull_stats.cfg", text);
         start();
         return seconds();
