@@ -2,7 +2,9 @@
 #ifndef QO_TEST_SCRATCH_DIRECTORY_H
 #define QO_TEST_SCRATCH_DIRECTORY_H
 
+#include <fcntl.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
@@ -13,7 +15,9 @@
 class QoScratchDirectory {
 public:
     QoScratchDirectory() {
-        std::string name = (std::filesystem::temp_directory_path() / "qo_test_XXXXXX").string();
+        // Not by std::filesystem, which on a 32-bit board cannot look at a folder that was changed after January 2038.
+        const char* folder = getenv("TMPDIR");
+        std::string name = std::string(folder != nullptr ? folder : "/tmp") + "/qo_test_XXXXXX";
         if (mkdtemp(name.data()) == nullptr) {
             throw std::runtime_error("no scratch directory " + name);
         }
@@ -42,7 +46,18 @@ public:
     }
     bool has(const std::string& name) const { return std::filesystem::exists(file(name)); }
 
+    /// Makes it a file of 2040, a time that 32 bits cannot count. False on a disk that cannot either.
+    bool date_in_2040(const std::string& name) const {
+        const timespec in_2040{kIn2040, 0};
+        const timespec times[2] = {in_2040, in_2040};
+        struct stat status {};
+        return utimensat(AT_FDCWD, file(name).c_str(), times, 0) == 0 && stat(file(name).c_str(), &status) == 0 &&
+               status.st_mtime == kIn2040;
+    }
+
 private:
+    static constexpr time_t kIn2040 = 2221560000;  // 2040-05-25 12:00:00 UTC
+
     std::string path_;
 };
 

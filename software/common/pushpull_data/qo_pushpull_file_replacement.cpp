@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,7 +18,8 @@ namespace fs = std::filesystem;
 // The process id follows, so that a second process on the same directory never writes into the same file.
 constexpr char kNewExtension[] = ".new.";
 constexpr char kFormerExtension[] = ".former.";
-constexpr mode_t kFileMode = 0666;  // before the umask
+constexpr mode_t kFileMode = 0666;    // before the umask
+constexpr size_t kCopyChunk = 16384;  // bytes
 
 /// Keeps errno over the calls that clean up.
 class KeptErrno {
@@ -57,6 +59,16 @@ bool write_all(int descriptor, std::string_view text) {
         text.remove_prefix(written < 0 ? 0 : static_cast<size_t>(written));
     }
     return true;
+}
+
+bool copy_all(int from, int to) {
+    char chunk[kCopyChunk];
+    for (;;) {
+        const ssize_t length = read(from, chunk, sizeof chunk);
+        if (length == 0) return true;
+        if (length < 0 && errno != EINTR) return false;
+        if (length > 0 && !write_all(to, {chunk, static_cast<size_t>(length)})) return false;
+    }
 }
 
 bool flush_directory_of(const std::string& path) {
@@ -109,15 +121,16 @@ bool QoFileReplacement::keep_former() {
     return link(path_.c_str(), former_name_.c_str()) == 0 || copy_former();
 }
 
+// Not by std::filesystem, which on a 32-bit board cannot copy a file that was changed after January 2038.
 bool QoFileReplacement::copy_former() {
-    std::error_code error;
-    fs::copy_file(path_, former_name_, error);
-    if (error) {
-        errno = error.value();
+    const Descriptor former(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat status {};
+    if (former.get() < 0 || fstat(former.get(), &status) != 0) {
         return false;
     }
-    const Descriptor copy(::open(former_name_.c_str(), O_RDONLY | O_CLOEXEC));
-    return copy.get() >= 0 && fsync(copy.get()) == 0;
+    const mode_t mode = status.st_mode & kFileMode;
+    const Descriptor copy(::open(former_name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    return copy.get() >= 0 && copy_all(former.get(), copy.get()) && fsync(copy.get()) == 0;
 }
 
 bool QoFileReplacement::put_in_place() {

@@ -1,7 +1,8 @@
 #include "qo_pushpull_utilities.h"
 
+#include <sys/stat.h>
+
 #include <exception>
-#include <filesystem>
 #include <fstream>
 #include <list>
 #include <map>
@@ -46,11 +47,11 @@ uint32_t CalcCrc32(std::string text) {
 namespace {
 
 // Opening a directory as a stream succeeds, and opening a FIFO waits for a writer for ever.
+// Not by std::filesystem, which on a 32-bit board cannot look at a file that was changed after January 2038.
 bool has_readable_content(const std::string& path) {
-    std::error_code error;
-    const std::filesystem::file_status status = std::filesystem::status(path, error);
-    return std::filesystem::exists(status) && !std::filesystem::is_directory(status) &&
-           !std::filesystem::is_fifo(status) && !std::filesystem::is_socket(status);
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode) && !S_ISFIFO(status.st_mode) &&
+           !S_ISSOCK(status.st_mode);
 }
 
 std::ifstream open_for_reading(const std::string& path) {

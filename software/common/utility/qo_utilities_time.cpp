@@ -8,6 +8,8 @@
 
 namespace {
 
+static_assert(sizeof(time_t) >= 8, "a 32-bit time ends in January 2038; see cmake/QoCompileOptions.cmake");
+
 constexpr int64_t kLowest = std::numeric_limits<qo_time_value_t>::min();
 constexpr int64_t kHighest = std::numeric_limits<qo_time_value_t>::max();
 constexpr int64_t kBeyondAnyLimit = int64_t{1} << 40;  // where sums and place values stop growing

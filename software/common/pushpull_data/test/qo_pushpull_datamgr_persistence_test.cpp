@@ -390,6 +390,39 @@ TEST_F(SaveDataTree, ABackupThatIsTheSameFileAsTheSavedOneIsReplaced) {
                                                            {kBackup, saved_text_of(R"({"a":1})")}}));
 }
 
+size_t open_descriptors() {
+    const std::filesystem::directory_iterator descriptors("/proc/self/fd");
+    return static_cast<size_t>(std::distance(begin(descriptors), end(descriptors)));
+}
+
+TEST_F(SaveDataTree, LeavesNoDescriptorOpen) {
+    load(R"({"a":1})");
+    ASSERT_EQ(save(), 0);
+    const size_t before = open_descriptors();
+    EXPECT_EQ(save(), 0);
+    EXPECT_EQ(store_->SaveActiveTreeForDebug(), 0);
+    refused_link_errno = EPERM;
+    EXPECT_EQ(save(), 0);
+    for (const char* failing : {"write", "fsync", "rename"}) {
+        on_disk_call = [failing](const std::string& call) { return call == failing; };
+        EXPECT_EQ(save(), -1);
+        EXPECT_EQ(store_->SaveActiveTreeForDebug(), -1);
+    }
+    EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST_F(SaveDataTree, WhatADeadProcessOfTheSameNumberLeftIsInNoWay) {
+    load(R"({"a":1})");
+    ASSERT_EQ(save(), 0);
+    const std::string number = std::to_string(getpid());
+    scratch_.write(kSaved + (".new." + number), "cut");
+    scratch_.write(kSaved + (".former." + number), "cut");
+    publish(R"({"a":2})");
+    EXPECT_EQ(save(), 0);
+    EXPECT_EQ(files(), (std::map<std::string, std::string>{{kSaved, saved_text_of(R"({"a":2})")},
+                                                           {kBackup, saved_text_of(R"({"a":1})")}}));
+}
+
 TEST_F(SaveDataTree, WithoutHardLinksTheFileBeforeBecomesTheBackupAsWell) {
     refused_link_errno = EPERM;
     load(R"({"a":1})");
@@ -398,6 +431,21 @@ TEST_F(SaveDataTree, WithoutHardLinksTheFileBeforeBecomesTheBackupAsWell) {
     ASSERT_EQ(save(), 0);
     EXPECT_EQ(files(), (std::map<std::string, std::string>{{kSaved, saved_text_of(R"({"a":2})")},
                                                            {kBackup, saved_text_of(R"({"a":1})")}}));
+}
+
+TEST_F(SaveDataTree, WithoutHardLinksAFileOfAfter2038BecomesTheBackupAsWell) {
+    refused_link_errno = EPERM;
+    load(R"({"a":1})");
+    ASSERT_EQ(save(), 0);
+    ASSERT_EQ(chmod(scratch_.file(kSaved).c_str(), 0600), 0);
+    if (!scratch_.date_in_2040(kSaved)) GTEST_SKIP() << "this disk has no dates after 2038";
+    publish(R"({"a":2})");
+    ASSERT_EQ(save(), 0);
+    EXPECT_EQ(files(), (std::map<std::string, std::string>{{kSaved, saved_text_of(R"({"a":2})")},
+                                                           {kBackup, saved_text_of(R"({"a":1})")}}));
+    struct stat status {};
+    ASSERT_EQ(stat(scratch_.file(kBackup).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600U) << "not more readable than the file that it was";
 }
 
 TEST_F(SaveDataTree, LeavesTheModeToTheUmask) {

@@ -270,6 +270,19 @@ TEST_F(Rotation, ARecordAfterMidnightUtcArchivesTheFileAndStartsANewOneWithTheHe
                                           debug_line("removeOldArchives '" + directory_ + "/*_ppstats.csv.gz'")));
 }
 
+TEST_F(Rotation, GoesOnAcrossTheLastSecondThat32BitsCount) {
+    now_ = 2147483647;  // 2038-01-19 03:14:07 UTC
+    const auto manager = make_manager(ArchivePerHour);
+    *manager << "before\n";
+    ++now_;
+    *manager << "after\n";
+    EXPECT_EQ(log_text(), "before\nafter\n");
+    now_ += kHour;
+    *manager << "an hour later\n";
+    EXPECT_EQ(log_text(), "an hour later\n");
+    EXPECT_TRUE(log_.contains(LOG_INFO, "LOG: archived '" + path("2147487248_ppstats.csv.gz") + "'"));
+}
+
 TEST_F(Rotation, PerHourStartsANewFileAtEachFullHour) {
     const auto manager = make_manager(ArchivePerHour, "header\n");
     *manager << "one\n";
@@ -405,6 +418,15 @@ TEST_F(OldArchives, GoInTheOrderOfTheirNames) {
     EXPECT_THAT(removed, ElementsAre("LOG: removing log archive '" + archive_path(10) + "'",
                                      "LOG: removing log archive '" + archive_path(20) + "'",
                                      "LOG: removing log archive '" + archive_path(30) + "'"));
+}
+
+TEST_F(OldArchives, OfAfter2038GoLikeAllOthers) {
+    now_ = 2221560000;  // 2040-05-25 12:00:00 UTC
+    leave_archive(1, 8 * kDay);
+    const std::string young = leave_archive(2, 6 * kDay);
+    rotate();
+    // The archive just made has today's date, long ago.
+    EXPECT_THAT(files(), UnorderedElementsAre(kFile, young));
 }
 
 TEST_F(OldArchives, OfOtherLogsStay) {
