@@ -18,6 +18,8 @@
 
 namespace {
 
+static_assert(sizeof(time_t) >= 8, "a 32-bit time ends in January 2038; see cmake/QoCompileOptions.cmake");
+
 constexpr size_t kMaxSignals = 15;
 constexpr int kNoSignal = -1;
 constexpr int kMaxFrames = 64;
@@ -177,7 +179,7 @@ void qo_bt_signal_handler(int signal, siginfo_t*, void*) {
     if (!traced && !called_back) _exit(1);
     if (traced) {
         limit_trace_time(signal);
-        syslog(LOG_ERR, "[ST]:----- stack trace start %d------\n", static_cast<int>(time(nullptr)));
+        syslog(LOG_ERR, "[ST]:----- stack trace start %lld------\n", static_cast<long long>(time(nullptr)));
         void* frames[kMaxFrames];
         log_frames(frames, backtrace(frames, kMaxFrames));
         syslog(LOG_ERR, "[ST]:----- stack trace end ------\n");
