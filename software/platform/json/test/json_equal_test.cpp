@@ -7,8 +7,10 @@ namespace {
 bool equal(const char* a, const char* b) {
     const Json left = parse(a);
     const Json right = parse(b);
-    EXPECT_EQ(json_equal(left.get(), right.get()), json_equal(right.get(), left.get()));
-    return json_equal(left.get(), right.get()) == 1;
+    const int result = json_equal(left.get(), right.get());
+    EXPECT_EQ(json_equal(right.get(), left.get()), result);
+    EXPECT_TRUE(result == 0 || result == 1) << result;
+    return result == 1;
 }
 
 }  // namespace

@@ -27,8 +27,10 @@ bool equal(const std::string& a, const std::string& b) {
     const Json right = parse(b);
     EXPECT_NE(left, nullptr) << a.substr(0, 80);
     EXPECT_NE(right, nullptr) << b.substr(0, 80);
-    EXPECT_EQ(json_equal(left.get(), right.get()), json_equal(right.get(), left.get()));
-    return json_equal(left.get(), right.get()) == 1;
+    const int result = json_equal(left.get(), right.get());
+    EXPECT_EQ(json_equal(right.get(), left.get()), result);
+    EXPECT_TRUE(result == 0 || result == 1) << result;
+    return result == 1;
 }
 
 }  // namespace
