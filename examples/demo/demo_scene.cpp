@@ -7,7 +7,7 @@
 /// MACHINE-IPC  what /proc/self/ns/ipc is on the machine itself; the demo is private when its own differs
 /// --shell      no scene: keeps the service running and opens a shell beside it
 ///
-/// Exit status: 0 when every step was seen, 1 when not, 2 for a wrong command line.
+/// Exit status: 0 when every step was seen, 1 when not, 2 for a wrong command line, 130 after Ctrl-C.
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -30,6 +30,7 @@ constexpr std::chrono::seconds kSceneLimit{17};
 constexpr std::chrono::seconds kStepLimit{5};
 constexpr char kLogCopy[] = "/var/volatile/pushpull.log";
 constexpr size_t kLogLinesShown = 60;
+constexpr int kInterrupted = 128 + SIGINT;  // exit status, as a shell gives it
 
 // Nothing is awaited beyond it: a demo that hangs is a demo that failed.
 const DemoClock::time_point scene_end = DemoClock::now() + kSceneLimit;
@@ -309,15 +310,24 @@ void print_log(DemoLog* log) {
     for (size_t line = first; line < lines.size(); ++line) printf("     %s\n", lines[line].c_str());
 }
 
+/// Says why the demo ends before its end. @return its exit status
+int give_up(const NotSeen& missing, DemoLog* log) {
+    if (interrupted()) {
+        printf("\nInterrupted; nothing is left running.\n");
+        return kInterrupted;
+    }
+    printf("     %sNOT SEEN%s %s\n", colour.red, colour.reset, missing.what());
+    print_log(log);
+    return EXIT_FAILURE;
+}
+
 int play_scene(const DemoPlace& place, DemoLog* log) {
     try {
         DemoService service(place);
         print_fact("queue", service.queue_size());
         Scene(place, service, log).play();
     } catch (const NotSeen& missing) {
-        printf("     %sNOT SEEN%s %s\n", colour.red, colour.reset, missing.what());
-        print_log(log);
-        return EXIT_FAILURE;
+        return give_up(missing, log);
     }
     return EXIT_SUCCESS;
 }
@@ -367,9 +377,7 @@ int keep_running(const DemoPlace& place, DemoLog* log) {
         service.wait_for_end(DemoClock::now() + kStepLimit);
         print_fact("service", "ended");
     } catch (const NotSeen& missing) {
-        printf("%sNOT SEEN%s %s\n", colour.red, colour.reset, missing.what());
-        print_log(log);
-        return EXIT_FAILURE;
+        return give_up(missing, log);
     }
     return EXIT_SUCCESS;
 }
