@@ -389,6 +389,8 @@ TEST_F(InitRequest, AnswersTheRequesterAndForgetsEverybodyAndEverything) {
     EXPECT_EQ(service_->comp_init(display.id), 0);
     EXPECT_THAT(display.texts(), ElementsAre("pushpull init success"));
     EXPECT_TRUE(log_.contains(LOG_DEBUG, "comp_init : send_data pushpull init success"));
+    EXPECT_TRUE(log_.contains(LOG_INFO, "QoPushPullQueueMonitor: Started...")) << "of the new registry";
+    EXPECT_TRUE(log_.contains(LOG_INFO, "QoPushPullQueueMonitor: Exited...")) << "of the old one";
     EXPECT_TRUE(log_.contains(LOG_INFO, "Error deleting file or file not exist " + kSavedTree + "\n"));
     EXPECT_TRUE(log_.contains(LOG_INFO, "Error deleting file or file not exist " + kBackup + "\n"));
 

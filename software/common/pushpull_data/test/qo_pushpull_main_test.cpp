@@ -86,7 +86,9 @@ protected:
     /// Runs with options that are refused: status 1, one line, nothing created.
     void expect_refused(const std::vector<std::string>& arguments, const std::string& line) {
         when_ready = [] { ADD_FAILURE() << "the service was started"; };
+        testing::internal::CaptureStderr();
         EXPECT_EQ(run(arguments), 1);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
         EXPECT_THAT(log_.lines_above_debug(), ElementsAre(QoLogLine{LOG_ERR, line}));
     }
 
@@ -151,6 +153,38 @@ TEST_F(Options, DIsAcceptedAndInert) {
 TEST_F(Options, YWithAnyArgumentAborts) { EXPECT_EXIT(run({"-y", "anything"}), testing::KilledBySignal(SIGABRT), ""); }
 
 // ---- the life of the process -----------------------------------------------------------------
+
+TEST_F(Main, ExitRequestTakesTheComponentsQueuesFromTheMonitorBeforeTheEnd) {
+    const QoScratchQueue display("/display", 2, 256);
+    when_ready = [this] {
+        ASSERT_TRUE(queue_.put(R"({"function":"register","arg":{"comp_id":1073741852,"buffer":"/display"}})"));
+        post_exit(queue_);
+    };
+    EXPECT_EQ(run({}), 0);
+    const std::vector<QoLogLine> lines = log_.lines_above_debug();
+    ASSERT_GE(lines.size(), 3U);
+    EXPECT_THAT(std::vector<QoLogLine>(lines.end() - 3, lines.end()),
+                ElementsAre(QoLogLine{LOG_INFO, "QoPushPullQueueMonitor: Removing queue"},
+                            QoLogLine{LOG_NOTICE,
+                                      "QoPushPullMonitoredQueue: Monitored queue /display (component ID "
+                                      "1073741852): 2 / 2 messages"},
+                            QoLogLine{LOG_INFO, "QoPushPullQueueMonitor: Exited..."}));
+}
+
+TEST_F(Main, InitRequestStartsAgainOnTheQueueOfTheInstance) {
+    const QoScratchQueue foo("/pushpullfoo", 4, 4096);
+    int starts = 0;
+    when_ready = [&] {
+        if (++starts == 1) {
+            ASSERT_TRUE(foo.put(R"({"function":"init","arg":{"comp_id":1073741852,"buffer":"true"}})"));
+        } else {
+            post_exit(foo);
+        }
+    };
+    EXPECT_EQ(run({"-m", "foo"}), 0);
+    EXPECT_EQ(starts, 2);
+    EXPECT_EQ(foo.count(), 0) << "the request to exit was read there";
+}
 
 TEST_F(Main, ExceptionEndsTheProcessWithStatusZeroAndACriticalLine) {
     before_receive = [] { throw std::runtime_error("no more"); };

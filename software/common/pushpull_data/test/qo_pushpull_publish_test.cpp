@@ -16,6 +16,8 @@ std::vector<timespec> deadlines;          // of every send
 std::vector<eQO_CMP_IDs_> counted_saves;  // components whose publish changed the tree
 std::vector<mqd_t> counted_messages;      // queues
 int counted_unregisters = 0;
+double clock_step = 0;          // seconds that pass between two looks at the clock
+double clock_now = 0;           // monotonic seconds
 bool hide_descriptors = false;  // the registry answers -1
 bool fail_subscriber_lookup = false;
 bool give_null_child = false;  // lists of JSON children hold a null
@@ -32,6 +34,7 @@ mqd_t __wrap__ZN11ResourceMgr23getMsg_queue_descriptorE12eQO_CMP_IDs_(ResourceMg
 void __wrap__ZN22QoPushPullQueueMonitor13incQueueSavesE12eQO_CMP_IDs_(QoPushPullQueueMonitor*, eQO_CMP_IDs_ comp_id);
 void __wrap__ZN22QoPushPullQueueMonitor13incQueueStatsEi(QoPushPullQueueMonitor*, mqd_t descriptor);
 void __wrap__ZN15QoPushPullStats15inc_unregistersEv(QoPushPullStats*);
+double __wrap__Z25qo_pushpull_get_timestampv();
 int __real__ZN7DataMgr14GetSubscribersEP8JSONNODES1_(DataMgr* store, JSONNODE* published, JSONNODE* list);
 int __wrap__ZN7DataMgr14GetSubscribersEP8JSONNODES1_(DataMgr* store, JSONNODE* published, JSONNODE* list);
 JSONNODE_ITERATOR __real_json_begin(JSONNODE* node);
@@ -62,6 +65,8 @@ void __wrap__ZN22QoPushPullQueueMonitor13incQueueStatsEi(QoPushPullQueueMonitor*
 
 void __wrap__ZN15QoPushPullStats15inc_unregistersEv(QoPushPullStats*) { ++counted_unregisters; }
 
+double __wrap__Z25qo_pushpull_get_timestampv() { return clock_now += clock_step; }
+
 int __wrap__ZN7DataMgr14GetSubscribersEP8JSONNODES1_(DataMgr* store, JSONNODE* published, JSONNODE* list) {
     if (fail_subscriber_lookup) return -1;
     return __real__ZN7DataMgr14GetSubscribersEP8JSONNODES1_(store, published, list);
@@ -85,6 +90,7 @@ protected:
         counted_saves.clear();
         counted_messages.clear();
         counted_unregisters = 0;
+        clock_step = 0;
         hide_descriptors = false;
         fail_subscriber_lookup = false;
         give_null_child = false;
@@ -213,6 +219,23 @@ TEST_F(Subscribe, ListEndsAtItsFirstEmptyPiece) {
     EXPECT_THAT(display.texts(), IsEmpty());
     EXPECT_EQ(service_->comp_publish(writer.id, R"({"version":{"schemaVersion":"2"}})"), 0);
     EXPECT_THAT(display.texts(), ElementsAre(R"({"version":{"schemaVersion":"2"}})"));
+}
+
+TEST_F(Subscribe, WalkThatTakesTooLongFailsAtThePointerItHasReached) {
+    QoTestComponent display(*service_, QO_CMPID_DEMO, "/display");
+    clock_step = 2;
+    log_.clear();
+    EXPECT_EQ(service_->comp_subscribe(display.id, "/version;/logs;/system;/devices", false), -1);
+    const std::string by = ", comp_id = 1073741852";
+    EXPECT_THAT(logged(), ElementsAre(QoLogLine{LOG_INFO, "comp_subscribe : Subscription Passed for \"/version\"" + by},
+                                      QoLogLine{LOG_INFO, "comp_subscribe : Subscription Passed for \"/logs\"" + by},
+                                      QoLogLine{LOG_WARNING, "comp_subscribe : Subscription Failed for \"/system\"" +
+                                                                 by + ", ret_val = -1, ERR_CODE = 50005"}));
+    log_.clear();
+    EXPECT_EQ(service_->comp_unsubscribe(display.id, "/version;/logs;/version;/logs"), -1);
+    EXPECT_THAT(logged(),
+                ElementsAre(QoLogLine{LOG_WARNING, "comp_unsubscribe : Unsubscription Failed for \"/version\"" + by +
+                                                       ", ret_val = -1, ERR_CODE = 50006"}));
 }
 
 TEST_F(Subscribe, EmptyListFails) {
@@ -512,6 +535,21 @@ TEST_F(SoftWatchdog, FullQueueOfTheGatewayRestartsItOnceUntilASendSucceedsAgain)
     EXPECT_EQ(shell_.commands().size(), 2U) << "full again after the recovery";
 }
 
+TEST_F(SoftWatchdog, OnlyASendToTheGatewayItselfEndsItsWait) {
+    QoTestComponent gateway(*service_, QO_CMPID_REMOTE_GATEWAY_CM, "/gateway", 1);
+    QoTestComponent rm(*service_, QO_CMPID_REMOTE_GATEWAY_RM, "/rm");
+    QoTestComponent display(*service_, QO_CMPID_DEMO, "/display");
+    gateway.queue.fill();
+    EXPECT_EQ(service_->comp_notify(1, &gateway.id, "1"), -1);
+    rm.enter();
+    gateway.enter();
+    log_.clear();
+    for (const eQO_CMP_IDs_ comp_id : {rm.id, display.id}) EXPECT_EQ(service_->comp_notify(1, &comp_id, "2"), 0);
+    EXPECT_THAT(logged(), IsEmpty());
+    EXPECT_EQ(service_->comp_notify(1, &gateway.id, "3"), -1);
+    EXPECT_EQ(shell_.commands().size(), 1U);
+}
+
 TEST_F(SoftWatchdog, UnregistersTheGatewaysComponentsInOrderBetweenItsTwoLines) {
     QoTestComponent cm(*service_, QO_CMPID_REMOTE_GATEWAY_CM, "/cm", 1);
     QoTestComponent dm(*service_, QO_CMPID_REMOTE_GATEWAY_DM, "/dm", 1);
@@ -594,6 +632,8 @@ TEST_F(Counting, OnlyAPublishThatAsksForASaveCountsForItsPublisher) {
     EXPECT_THAT(counted_saves, ElementsAre(writer.id));
     EXPECT_EQ(service_->comp_publish(writer.id, "{"), -1);
     EXPECT_EQ(counted_saves.size(), 1U);
+    EXPECT_EQ(service_->comp_publish(writer.id, R"({"usb":{"state":"mounted"}})"), 0);
+    EXPECT_EQ(counted_saves.size(), 1U) << "this part of the tree is never saved";
 }
 
 TEST_F(Service, NothingIsCountedWithoutStatistics) {

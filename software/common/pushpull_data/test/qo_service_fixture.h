@@ -65,6 +65,7 @@ protected:
                    "clock": {"writeAccess": "openAll", "offset": 0}, "time": {"writeAccess": "openAll", "currentTime": "t"}, "empty": []},
         "devices": [{"id": 0, "writeAccess": "openAll", "maxItems": 5}, {"id": 1, "temp": 20}, {"id": 2}],
         "labels": ["a", "b"],
+        "usb": {"doNotPersist": true, "state": "unmounted"},
         "logs": {"sizer": {"text": "long"}}
     })";
 
