@@ -87,6 +87,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     }
     qo_require(qo_json_write(tree.get()) == text, "text and tree are corrected alike");
+    const bool as_published = qo_json_write(qo_json_parse(published).get()) == text;
+    qo_require(as_published == (result == jsonObjectAcceptable), "modified is what lost a member, and nothing else");
     qo_require(json_size(qo_json_parse(text).get()) == 1, "an accepted text has exactly one member");
     merge_and_check(tree.get(), strict, component_class);
     return 0;
