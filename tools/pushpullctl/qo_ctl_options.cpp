@@ -18,6 +18,7 @@
 namespace {
 
 constexpr char kVersion[] = "pushpullctl 0.1";
+constexpr double kShortestTimeoutS = 0.001;
 constexpr double kLongestTimeoutS = 3600;
 constexpr long kSmallestMessageSize = 512;  // bytes; the shortest answers fit
 constexpr size_t kLongestInstance = 200;    // characters; a queue name has 255, and ours add some
@@ -193,15 +194,22 @@ constexpr char kExitStatuses[] =
     "Exit status: 0 answered or handled, 1 refused or failed, 2 wrong usage (nothing was sent),\n"
     "3 service not reachable, 4 no answer in time, 128 + number when a signal ended it.";
 
+/// CLI11's own check of a range tells its limits with six decimals.
+std::string is_timeout(const std::string& text) {
+    double seconds = 0;
+    const bool fits =
+        CLI::detail::lexical_cast(text, seconds) && seconds >= kShortestTimeoutS && seconds <= kLongestTimeoutS;
+    return fits ? "" : "\"" + text + "\" is no number of seconds from 0.001 to 3600";
+}
+
 void add_common_options(CLI::App& app, Words& words) {
     const char* group = "Options of every command";
     const auto add = [&app, group](const char* name, auto& value, const char* description, const char* type) {
-        return app.add_option(name, value, description)->option_text(type)->group(group);
+        return app.add_option(name, value, description)->option_text(type)->type_name(type)->group(group);
     };
     add("--as", words.as, "act as this component (see: pushpullctl components)", "NAME|NUMBER");
     add("--instance", words.options.instance, "talk to the service that was started with -m SUFFIX", "SUFFIX");
-    add("--timeout", words.timeout_s, "how long to wait for each answer (default 5)", "SECONDS")
-        ->check(CLI::Range(0.0, kLongestTimeoutS));
+    add("--timeout", words.timeout_s, "how long to wait for each answer (default 5)", "SECONDS")->check(is_timeout);
     add("--message-size", words.options.message_size,
         "longest message to receive (default: 262144, or what is allowed)", "BYTES")
         ->check(CLI::Range(kSmallestMessageSize, QO_QUEUE_MSGSIZE));
@@ -230,7 +238,6 @@ Fault take_common(Words& words) {
     if (options.instance.find('/') != std::string::npos || options.instance.size() > kLongestInstance) {
         return "an instance suffix has no \"/\" and at most 200 characters";
     }
-    if (!(words.timeout_s >= 0.001)) return "--timeout is at least 0.001 seconds";
     options.timeout = std::chrono::milliseconds(std::lround(words.timeout_s * 1000));
     options.color = words.color == "always"  ? QoCtlColor::always
                     : words.color == "never" ? QoCtlColor::never

@@ -75,7 +75,11 @@ TEST(WrongUsageText, SaysWhatIsWrong) {
     EXPECT_THAT(Parsed({"--as", "DEMO"}).messages, HasSubstr("a command is missing"));
     EXPECT_THAT(Parsed({"frobnicate", "/a"}).messages, HasSubstr("\"frobnicate\" is no command"));
     EXPECT_THAT(Parsed({"--frobnicate"}).messages, HasSubstr("\"--frobnicate\" is no option"));
-    EXPECT_THAT(Parsed({"--timeout"}).messages, HasSubstr("--timeout"));
+    EXPECT_THAT(Parsed({"--timeout"}).messages, HasSubstr("--timeout: 1 required SECONDS missing"));
+    for (const char* time : {"soon", "0", "nan", "3601"}) {
+        EXPECT_THAT(Parsed({"--timeout", time, "save"}).messages,
+                    HasSubstr("--timeout: \"" + std::string(time) + "\" is no number of seconds from 0.001 to 3600"));
+    }
     EXPECT_THAT(Parsed({"init"}).messages, HasSubstr("say --yes to do it"));
     EXPECT_THAT(Parsed({"get", "/"}).messages, HasSubstr("pushpullctl tree"));
     EXPECT_THAT(Parsed({"publish", "--file", "/nonexistent"}).messages, HasSubstr("No such file or directory"));
