@@ -41,7 +41,8 @@ std::unique_ptr<DataMgr> new_store() {
     require(mkdtemp(name.data()) != nullptr, "there is a scratch directory");
     std::ofstream(name + "/" + QO_DEFAULTS_FILE) << kDefaults;
     constexpr QoSaveTimings kNever{.first = std::chrono::hours(24 * 365), .extension = std::chrono::milliseconds(0)};
-    auto store = std::make_unique<DataMgr>(QoStorePaths{name + "/", name + "/"}, kNever);
+    constexpr int64_t kRoom = 1 << 30;  // bytes: a device has fewer for its tree
+    auto store = std::make_unique<DataMgr>(QoStorePaths{name + "/", name + "/"}, kNever, kRoom);
     require(store->Init(nullptr) == 0, "the store starts");
     std::filesystem::remove_all(name);
     return store;

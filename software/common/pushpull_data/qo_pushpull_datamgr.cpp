@@ -7,10 +7,12 @@
 #include "qo_pushpull_json.h"
 #include "qo_pushpull_live_objects.h"
 #include "qo_pushpull_mutex_lock.h"
+#include "qo_pushpull_tree_weight.h"
 #include "qo_pushpull_utilities.h"
 
-DataMgr::DataMgr(QoStorePaths paths, QoSaveTimings timings)
+DataMgr::DataMgr(QoStorePaths paths, QoSaveTimings timings, int64_t max_tree_bytes)
     : data_tree_(nullptr),
+      tree_bytes_(0),
       subscription_tree_(nullptr),
       initializer_(std::make_shared<Initializer>(paths.defaults_directory)),
       mutex_(PTHREAD_MUTEX_INITIALIZER),
@@ -21,7 +23,8 @@ DataMgr::DataMgr(QoStorePaths paths, QoSaveTimings timings)
       node_was_modified(false),
       bCleanUpTimer(false),
       paths_(std::move(paths)),
-      timings_(timings) {}
+      timings_(timings),
+      max_tree_bytes_(max_tree_bytes) {}
 
 DataMgr::~DataMgr() { Terminate(); }
 
@@ -42,6 +45,7 @@ int DataMgr::Init(std::shared_ptr<QoPushPullStats> stats) {
     if (result != 0) {
         return result;
     }
+    tree_bytes_ = qo_tree_weight(data_tree_);
     if (pthread_mutex_init(&mutex_, nullptr) != 0) {
         QO_LOG(LOG_CRIT, "Mutex cannot be created");
         return -1;

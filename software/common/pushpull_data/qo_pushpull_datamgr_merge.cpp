@@ -8,9 +8,12 @@
 #include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_json.h"
 #include "qo_pushpull_mutex_lock.h"
+#include "qo_pushpull_tree_weight.h"
 #include "qo_pushpull_utilities.h"
 
 namespace {
+
+constexpr int64_t kUnlimitedBytes = std::numeric_limits<int64_t>::max() / 2;  // half: what is given back adds to it
 
 /// For messages: held within the range of a long, which has 32 bits on the device.
 long as_long(int64_t value) {
@@ -168,8 +171,15 @@ int DataMgr::TreeMerge(JSONNODE* destination, JSONNODE* source, bool update_leav
         QO_LOG(LOG_ERR, "An array cannot be merged into an object. Tree NOT updated!");
         return -1;
     }
-    MergeRun run{.component_class = component_class, .limits = {}, .array_authorities = {}};
-    return MergeNode(destination, source, {run, update_leaves, authority});
+    const bool into_data_tree = destination == data_tree_;
+    const bool is_bounded = into_data_tree && !merging_default_tree;
+    const int64_t room = is_bounded ? max_tree_bytes_ - tree_bytes_ : kUnlimitedBytes;
+    MergeRun run{.component_class = component_class, .bytes_left = room, .limits = {}, .array_authorities = {}};
+    const int result = MergeNode(destination, source, {run, update_leaves, authority});
+    if (into_data_tree) {
+        tree_bytes_ += room - run.bytes_left;
+    }
+    return result;
 }
 
 // The merge of one node into another. Recursive, like all that follows: as deep as the published text.
@@ -211,6 +221,7 @@ DataMgr::Fit DataMgr::FitDestination(JSONNODE* destination, JSONNODE* source, co
     }
     if (scope.authority != QO_NO_PUBLISH_THIS_NODE) {
         const QoJsonNode container(json_new(json_type(source)));
+        scope.run.bytes_left += qo_value_weight(destination);
         json_set_n(destination, container.get());
         scope.run.limits.erase(destination);
         NoteAddition();
@@ -228,6 +239,10 @@ int DataMgr::MergeLeaf(JSONNODE* destination, JSONNODE* source, const MergeScope
                         json_name_view(destination, nullptr));
         }
         return 0;
+    }
+    const int64_t growth = IsProtectedMetadata(source) ? 0 : qo_value_weight(source) - qo_value_weight(destination);
+    if (!TakeRoom(scope, growth, destination)) {
+        return -1;
     }
     scope.run.limits.erase(destination);
     return UpdateLeafValue(destination, source);
@@ -310,7 +325,12 @@ int DataMgr::AddElement(JSONNODE* array, JSONNODE* element, int32_t index, const
         return -1;
     }
     for (auto position = static_cast<size_t>(size); position < static_cast<size_t>(index); ++position) {
-        json_push_back(array, new_placeholder(position));
+        QoJsonNode placeholder(new_placeholder(position));
+        if (!TakeRoom(scope, qo_tree_weight(placeholder.get()), array)) {
+            scope.run.bytes_left += qo_tree_weight(added.get());
+            return -1;
+        }
+        json_push_back(array, placeholder.release());
     }
     json_push_back(array, added.release());
     NoteAddition();
@@ -356,13 +376,31 @@ int DataMgr::AddMember(JSONNODE* object, JSONNODE* member, const MergeScope& sco
 // A new node holds what a merge into an empty one of its kind leaves of the source: no metadata, every
 // array element at its place. Null when that merge fails.
 JSONNODE* DataMgr::BuildNode(JSONNODE* source, const MergeScope& scope) {
+    const int64_t bytes_before = scope.run.bytes_left;
+    if (!TakeRoom(scope, qo_node_weight(source), source)) {
+        return nullptr;
+    }
     if (json_empty(source) != 0) {
         return json_duplicate(source);
     }
     QoJsonNode node(json_new(json_type(source)));
     const std::string_view name = qo_json_name(source);
     json_set_name_n(node.get(), name.data(), name.size());
-    return MergeNode(node.get(), source, {scope.run, true, scope.authority}) == 0 ? node.release() : nullptr;
+    if (MergeNode(node.get(), source, {scope.run, true, scope.authority}) == 0) {
+        return node.release();
+    }
+    scope.run.bytes_left = bytes_before;
+    return nullptr;
+}
+
+bool DataMgr::TakeRoom(const MergeScope& scope, int64_t bytes, const JSONNODE* node) const {
+    if (bytes > 0 && bytes > scope.run.bytes_left) {
+        QO_LOG(LOG_ERR, "Data tree exceeded max size %ld bytes - %s. Tree NOT updated!", as_long(max_tree_bytes_),
+               json_name_view(node, nullptr));
+        return false;
+    }
+    scope.run.bytes_left -= bytes;
+    return true;
 }
 
 DataMgr::MergeScope DataMgr::ScopeBelow(JSONNODE* node, const MergeScope& scope) {

@@ -7,6 +7,7 @@
 #include "qo_pushpull_initializer.h"
 #include "qo_pushpull_json.h"
 #include "qo_pushpull_mutex_lock.h"
+#include "qo_pushpull_tree_weight.h"
 #include "qo_pushpull_utilities.h"
 
 namespace {
@@ -33,15 +34,18 @@ long array_position(const std::string& segment, const JSONNODE* array) {
 }
 
 /// Takes the element out if it is the last, else leaves an object that holds only its position, so that
-/// the elements behind it keep theirs.
-void delete_element(JSONNODE* array, size_t position) {
+/// the elements behind it keep theirs. @return the bytes that it gave back.
+int64_t delete_element(JSONNODE* array, size_t position) {
+    JSONNODE* element = json_at(array, position);
+    const int64_t before = qo_tree_weight(element);
     if (position + 1 == json_size(array)) {
         json_delete(json_pop_back_at(array, position));
-        return;
+        return before;
     }
     const QoJsonNode placeholder(json_new(JSON_NODE));
     json_push_back(placeholder.get(), json_new_i("id", static_cast<int64_t>(position)));
-    json_set_n(json_at(array, position), placeholder.get());
+    json_set_n(element, placeholder.get());
+    return before - qo_tree_weight(element);
 }
 
 }  // namespace
@@ -232,6 +236,7 @@ int DataMgr::ValidateAndDeleteNode(JSONNODE* skeleton, JSONNODE* data) {
         return -1;
     }
     if (json_empty(wanted) != 0) {
+        tree_bytes_ -= qo_tree_weight(found);
         json_delete(found);
         return 0;
     }
@@ -253,6 +258,6 @@ int DataMgr::DeleteInArray(JSONNODE* skeleton, JSONNODE* array) {
     if (json_empty(wanted) == 0) {
         return ValidateAndDeleteNode(wanted, json_at(array, static_cast<size_t>(position)));
     }
-    delete_element(array, static_cast<size_t>(position));
+    tree_bytes_ -= delete_element(array, static_cast<size_t>(position));
     return 0;
 }

@@ -11,7 +11,7 @@
 /// - Bounds: a JSON text is at most JSON_MAX_PARSE_DEPTH levels deep and every merge starts at the root,
 ///   so neither the data tree nor the subscription tree gets deeper than a text can be. Whatever recurses
 ///   here goes down one of these two and so ends there, also when the other side is the skeleton of a
-///   pointer with a hundred thousand segments.
+///   pointer with a hundred thousand segments. Publishes let the data tree grow to QO_MAX_TREE_BYTES.
 #ifndef QO_PUSHPULL_DATAMGR_H
 #define QO_PUSHPULL_DATAMGR_H
 
@@ -50,8 +50,9 @@ struct QoStorePaths {
 /// The data tree store. Knows no queues and no components beyond their numbers.
 class DataMgr {
 public:
-    /// Creates the initializer; nothing is read until Init. The service uses the defaults of both arguments.
-    explicit DataMgr(QoStorePaths paths = {}, QoSaveTimings timings = {});
+    /// Creates the initializer; nothing is read until Init. The service uses the defaults of all arguments.
+    /// @param max_tree_bytes what publishes may let the data tree grow to; see qo_pushpull_tree_weight.h.
+    explicit DataMgr(QoStorePaths paths = {}, QoSaveTimings timings = {}, int64_t max_tree_bytes = QO_MAX_TREE_BYTES);
     /// Terminates, if that was not done.
     ~DataMgr();
     DataMgr(const DataMgr&) = delete;
@@ -140,11 +141,13 @@ public:
     ///   container with children never turns into another kind: an array onto an object, or the reverse, fails.
     ///   The destination itself, if it is an object, stays one, and a value merged into a container is ignored.
     /// - "writeAccess" and "doNotPersist" are neither added nor changed, except from the default tree.
+    /// - In a data tree that is full, what would make it grow fails; values that get no longer are taken. The
+    ///   default tree is merged all the same.
     /// - What write authority refuses is logged, the first QO_MAX_LOGGED_REFUSALS nodes of it.
     /// @param update_leaves false keeps every value that the destination has, whatever its kind.
     /// @param authority at the destination itself; the nodes below it may have their own.
-    /// @return -1 for null, an array element without a valid "id" or beyond a limit, or containers of
-    ///         different kinds; what was merged before that stays.
+    /// @return -1 for null, an array element without a valid "id" or beyond a limit, containers of different
+    ///         kinds, or a data tree that is full; what was merged before that stays.
     int TreeMerge(JSONNODE* destination, JSONNODE* source, bool update_leaves, eQO_COMPONENT_CLASS_ component_class,
                   eQO_PUBLISH_AUTHORITY_ authority);
     /// Copies type and value; the destination keeps its name. Notes a change of value when the publish at
@@ -234,6 +237,7 @@ private:
     /// again at great cost: "maxItems" texts and arrays that were made very long for the purpose.
     struct MergeRun {
         eQO_COMPONENT_CLASS_ component_class;
+        int64_t bytes_left;  // that the destination may grow by; below 0 when it is too large already
         int64_t placeholders_left = QO_MAX_PLACEHOLDERS;
         int refusals_left_to_log = QO_MAX_LOGGED_REFUSALS;
         std::unordered_map<const JSONNODE*, int64_t> limits;                            // by "maxItems" node
@@ -261,6 +265,9 @@ private:
     JSONNODE* BuildNode(JSONNODE* source, const MergeScope& scope);
     /// Logs it when the index is beyond the "maxItems" of the array's first element.
     bool IsBeyondMaxItems(JSONNODE* array, int32_t index, const MergeScope& scope);
+    /// Takes so many bytes of the room that is left, gives them back when below 0. Logs it when there is no room,
+    /// with the node's name. @return false then.
+    bool TakeRoom(const MergeScope& scope, int64_t bytes, const JSONNODE* node) const;
     /// The scope for what lies below a node of the destination.
     MergeScope ScopeBelow(JSONNODE* node, const MergeScope& scope);
     bool IsProtectedMetadata(const JSONNODE* node) const;
@@ -306,6 +313,7 @@ private:
     // order in which they are taken: the registry of live stores (qo_pushpull_live_objects.h), the mutex that keeps
     // saves apart (in the persistence source), `mutex_`.
     JSONNODE* data_tree_;                       // owned; guarded by mutex_ for changes and for the timer's thread
+    int64_t tree_bytes_;                        // the data tree's weight; main thread only
     JSONNODE* subscription_tree_;               // owned; main thread only
     std::shared_ptr<Initializer> initializer_;  // fixed after construction; its tree after start-up
     std::shared_ptr<QoPushPullStats> _pushpull_stats;  // fixed after start-up
@@ -318,6 +326,7 @@ private:
     bool bCleanUpTimer;                                // always false
     QoStorePaths paths_;                               // fixed after construction
     QoSaveTimings timings_;                            // fixed after construction
+    int64_t max_tree_bytes_;                           // fixed after construction
 };
 
 #endif
