@@ -2,8 +2,10 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <mqueue.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <syslog.h>
@@ -176,8 +178,7 @@ TEST_F(StartUp, DiscardsTheStaleMessagesOfAnEarlierRun) {
 }
 
 TEST_F(StartUp, MakesTheQueueForUserAndGroupWhateverTheUmask) {
-    service().make_queue();
-    if (queue_exists("/pushpull")) GTEST_SKIP() << "the quota forbids the full queue, so the service makes none";
+    if (!QoServiceProcess::may_make_full_queue()) GTEST_SKIP() << "the quota forbids the queue that the service makes";
     const mode_t before = umask(0777);
     service().start();
     umask(before);
@@ -189,6 +190,9 @@ TEST_F(StartUp, MakesTheQueueForUserAndGroupWhateverTheUmask) {
 
 TEST_F(StartUp, WithoutAQueueItReportsReadinessAllTheSameAndTriesEverySecond) {
     std::ofstream("/proc/sys/fs/mqueue/queues_max") << 0;
+    // Who has this capability is not held to it.
+    prctl(PR_CAPBSET_DROP, CAP_SYS_RESOURCE);
+    prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_LOWER, CAP_SYS_RESOURCE, 0, 0);
     service().start();
     ASSERT_TRUE(events().wait_for_notifications(1));
     EXPECT_TRUE(events().wait_for_log(LOG_CRIT, "PushPullData MessageQueue: /pushpull Message queue failed to open"));
@@ -313,7 +317,7 @@ TEST_F(SigtermUnderLoad, AtAnyMomentNeverHangs) {
         while (service().take_request()) continue;
     }
     std::cout << published << " publishes in " << kRounds << " rounds\n";
-    EXPECT_GT(published, 100);
+    EXPECT_GT(published, kRounds);  // also on a slow machine
 }
 
 class Sigusr1 : public RunningService {};

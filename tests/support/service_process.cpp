@@ -31,20 +31,6 @@ mq_attr attributes(long messages) {
     return chosen;
 }
 
-bool can_make_full_queue(const std::string& name) {
-    const rlimit unlimited{RLIM_INFINITY, RLIM_INFINITY};
-    rlimit before{};
-    getrlimit(RLIMIT_MSGQUEUE, &before);
-    if (setrlimit(RLIMIT_MSGQUEUE, &unlimited) != 0) return false;
-    mq_attr full = attributes(kFullMessages);
-    const mqd_t made = mq_open(name.c_str(), O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0660, &full);
-    setrlimit(RLIMIT_MSGQUEUE, &before);
-    if (made == -1) return false;
-    mq_close(made);
-    mq_unlink(name.c_str());
-    return true;
-}
-
 std::vector<char*> pointers_to(std::vector<std::string>& texts) {
     std::vector<char*> pointers;
     for (std::string& text : texts) pointers.push_back(text.data());
@@ -89,15 +75,24 @@ QoServiceProcess::~QoServiceProcess() {
 void QoServiceProcess::make_queue(const std::string& suffix, long messages) {
     suffix_ = suffix;
     const std::string name = "/pushpull" + suffix;
-    if (can_make_full_queue(name)) {
-        std::cout << "queue " << name << ": the service makes it with " << kFullMessages << " messages\n";
-        return;
-    }
     mq_attr small = attributes(messages);
     queue_ = mq_open(name.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0660, &small);
     if (queue_ == -1) throw std::runtime_error("cannot make " + name + ": " + strerror(errno));
-    std::cout << "queue " << name << ": made beforehand with " << messages << " instead of " << kFullMessages
-              << " messages, this machine's quota allows no more\n";
+}
+
+bool QoServiceProcess::may_make_full_queue() {
+    constexpr char kProbe[] = "/qo_full_queue_probe";
+    const rlimit unlimited{RLIM_INFINITY, RLIM_INFINITY};
+    rlimit before{};
+    getrlimit(RLIMIT_MSGQUEUE, &before);
+    if (setrlimit(RLIMIT_MSGQUEUE, &unlimited) != 0) return false;
+    mq_attr full = attributes(kFullMessages);
+    const mqd_t made = mq_open(kProbe, O_CREAT | O_EXCL | O_RDWR | O_CLOEXEC, 0660, &full);
+    setrlimit(RLIMIT_MSGQUEUE, &before);
+    if (made == -1) return false;
+    mq_close(made);
+    mq_unlink(kProbe);
+    return true;
 }
 
 void QoServiceProcess::start(const std::vector<std::string>& arguments, StandardFiles standard_files) {
@@ -119,7 +114,10 @@ void QoServiceProcess::start(const std::vector<std::string>& arguments, Standard
 
 testing::AssertionResult QoServiceProcess::start_and_wait(const std::vector<std::string>& arguments) {
     const size_t notifications = events_.notifications().size();
-    if (queue_ == -1) make_queue();
+    if (queue_ == -1 && !may_make_full_queue()) {
+        make_queue();
+        std::cout << "the queue was made with less than " << kFullMessages << " messages: the quota allows no more\n";
+    }
     start(arguments);
     const testing::AssertionResult ready = events_.wait_for_notifications(notifications + 1);
     return ready ? wait_until_idle() : ready;

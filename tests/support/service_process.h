@@ -23,14 +23,16 @@ public:
     QoServiceProcess(const QoServiceProcess&) = delete;
     QoServiceProcess& operator=(const QoServiceProcess&) = delete;
 
-    /// Makes the service's queue with a few messages of full size where the machine's quota forbids the full queue
-    /// (64 messages); the service then takes the one that it finds. Says which.
+    /// Makes the service's queue with a few messages of full size, which the service then finds and takes.
     /// @param suffix of the queue's name, as given with -m
     void make_queue(const std::string& suffix = "", long messages = 2);
+    /// Whether the machine's quota allows the queue that the service makes for itself, of 64 messages.
+    static bool may_make_full_queue();
     enum class StandardFiles { kOpen, kClosed };
     /// Starts the program and returns at once. Its standard output goes to a file, see standard_output().
     void start(const std::vector<std::string>& arguments = {}, StandardFiles files = StandardFiles::kOpen);
-    /// Makes the queue, starts the program and waits until it is ready and serves requests.
+    /// Starts the program and waits until it is ready and serves requests. Where the quota forbids the full queue, and
+    /// none was made yet, makes a small one before and says so.
     testing::AssertionResult start_and_wait(const std::vector<std::string>& arguments = {});
     /// Waits until all requests sent so far are handled and the service waits for the next one. A signal meets it
     /// there, and nowhere inside syslog(), whose lock the signal's handler needs.
