@@ -88,7 +88,7 @@ public:
     }
 
     std::string data(const Entry& entry) {
-        std::string bytes(entry.header.sectors * kSector, '\0');
+        std::string bytes(static_cast<size_t>(entry.header.sectors * kSector), '\0');
         read(entry.data, bytes.data(), bytes.size());
         return bytes;
     }
@@ -129,7 +129,7 @@ public:
     /// The first sectors of what the entry writes.
     void apply(Log& log, const Entry& entry, uint64_t sectors) {
         const std::string bytes = log.data(entry);
-        const size_t length = sectors * kSector;
+        const auto length = static_cast<size_t>(sectors * kSector);
         if (pwrite(file_, bytes.data(), length, static_cast<off_t>(entry.header.sector * kSector)) !=
             static_cast<ssize_t>(length)) {
             throw std::runtime_error("cannot write the image");
@@ -180,7 +180,7 @@ void make(Log& log, const std::string& path, uint64_t seed, const std::string& k
     std::seed_seq mixed{seed, uint64_t{number}};
     std::mt19937_64 random(mixed);
     const size_t choices = log.entries().size() - log.first_report();
-    const size_t last = log.first_report() + random() % choices;
+    const size_t last = log.first_report() + static_cast<size_t>(random() % choices);
     make_random(log, disk, last + 1, random);
     std::cout << log.reported(last) << "\n";
 }
