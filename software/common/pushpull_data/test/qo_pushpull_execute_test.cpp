@@ -266,6 +266,36 @@ TEST_F(Loop, RequestTakesOverWhatItOmitsButForFiveMembers) {
                 ElementsAre(R"(sender_id:me;{"version":{"schemaVersion":"1"}})", kVersion, kExiting, "exit"));
 }
 
+TEST_F(Loop, RequestToSubscribeForgetsThatTheOneBeforeWantedChangesOnly) {
+    QoTestComponent display(*service_, QO_CMPID_DEMO, "/display");
+    QoTestComponent writer(*service_, QO_CMPID_ALERTS, "/writer");
+    post("subscribe", R"("comp_id":1073741852,"buffer":"/system/config","notifyOnChangeOnly":true)");
+    post("subscribe", R"("comp_id":1073741852,"buffer":"/version")");
+    const std::string same = R"({"version":{"schemaVersion":"1"}})";
+    post("publish", R"("comp_id":1073741835,"buffer":"{\"version\":{\"schemaVersion\":\"1\"}}")");
+    post_exit();
+    EXPECT_EQ(run(), 0);
+    EXPECT_THAT(display.texts(), ElementsAre(same, kExiting, "exit"));
+}
+
+TEST_F(Loop, RequestToRegisterForgetsTheQueueSizesOfTheOneBefore) {
+    const std::string request = R"({"function":"register","arg":{"comp_id":1100,"buffer":"no slash"})";
+    const std::string complete = R"(,"que":{"maxmsg":3,"msgsize":16}})";
+    for (const std::string more : {"}", R"(,"que":{"maxmsg":3}})", R"(,"que":{"msgsize":16}})"}) {
+        post_bytes(request + complete);
+        post_bytes(request + more);
+    }
+    post_exit();
+    EXPECT_EQ(run(), -1);
+    const std::vector<QoLogLine> lines = logged();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(),
+                         QoLogLine{LOG_ERR,
+                                   "ResourceMgr MessageQueue: mq_open: \"no slash\" - failed: (nil) size=64 , "
+                                   "max=262144 , ERR_CODE:" +
+                                       std::to_string(EINVAL)}),
+              3);
+}
+
 TEST_F(Loop, UnknownKindIsIgnoredSilently) {
     post("reboot", R"("comp_id":1073741852,"buffer":"true")");
     post_exit();

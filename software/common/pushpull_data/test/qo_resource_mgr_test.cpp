@@ -298,13 +298,19 @@ TEST_F(OpenMsgQueue, QueueCreatedWithoutAttributesHas64MessagesOf262144Bytes) {
     EXPECT_EQ(created_attributes[0].mq_msgsize, 262144);
 }
 
-TEST_F(OpenMsgQueue, AttributesWithoutASizeAreNotUsable) {
-    mq_attr attributes{};
-    attributes.mq_maxmsg = 5;
-    registry_.close_msg_queue(registry_.open_msg_queue("/a", &attributes));
-    ASSERT_EQ(created_attributes.size(), 1U);
-    EXPECT_EQ(created_attributes[0].mq_maxmsg, 64);
-    EXPECT_EQ(created_attributes[0].mq_msgsize, 262144);
+TEST_F(OpenMsgQueue, AttributesWithoutASizeOrWithoutMessagesAreNotUsable) {
+    for (const auto& [maxmsg, msgsize] :
+         {std::pair(5L, 0L), std::pair(5L, -1L), std::pair(0L, 32L), std::pair(-1L, 32L)}) {
+        mq_attr attributes{};
+        attributes.mq_maxmsg = maxmsg;
+        attributes.mq_msgsize = msgsize;
+        created_attributes.clear();
+        registry_.close_msg_queue(registry_.open_msg_queue("/a", &attributes));
+        mq_unlink("/a");
+        ASSERT_EQ(created_attributes.size(), 1U);
+        EXPECT_EQ(created_attributes[0].mq_maxmsg, 64);
+        EXPECT_EQ(created_attributes[0].mq_msgsize, 262144);
+    }
 }
 
 TEST_F(OpenMsgQueue, UsableAttributesAreCopiedWithAllFourFields) {
