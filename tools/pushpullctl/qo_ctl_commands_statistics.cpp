@@ -1,7 +1,9 @@
 // stats: what the service wrote about its work.
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <system_error>
 
 #include "qo_ctl_commands.h"
 #include "qo_ctl_statistics.h"
@@ -27,6 +29,17 @@ bool write_plot(const std::string& path, const std::string& picture) {
     return static_cast<bool>(file);
 }
 
+/// The directory is made at the first row; one that may not be read looks the same as none.
+void say_why_there_are_none() {
+    std::error_code error;
+    const std::filesystem::directory_iterator entries(QO_STATS_LOG_DIRECTORY, error);
+    if (!error || error == std::errc::no_such_file_or_directory) {
+        qo_ctl_say(std::string("no statistics in ") + QO_STATS_LOG_DIRECTORY + "; is the service started with -l?");
+    } else {
+        qo_ctl_say(std::string(QO_STATS_LOG_DIRECTORY) + ": " + error.message());
+    }
+}
+
 }  // namespace
 
 QoCtlStatus qo_ctl_stats(const QoCtlOptions& options, QoCtlSignals& signals) {
@@ -34,7 +47,7 @@ QoCtlStatus qo_ctl_stats(const QoCtlOptions& options, QoCtlSignals& signals) {
     std::vector<std::string> files = options.files;
     if (files.empty()) files = qo_ctl_statistics_files(QO_STATS_LOG_DIRECTORY);
     if (files.empty()) {
-        qo_ctl_say(std::string("no statistics in ") + QO_STATS_LOG_DIRECTORY + "; is the service started with -l?");
+        say_why_there_are_none();
         return QoCtlStatus::failed;
     }
     QoCtlStatistics statistics;

@@ -278,7 +278,7 @@ void QoCtlSession::say_no_answer() const {
     if (now.mq_curmsgs > 0) {
         text += ": it does not read its queue " + service_queue_.name() + ", where " +
                 qo_ctl_count(now.mq_curmsgs, "request") + " of at most " + std::to_string(now.mq_maxmsg) +
-                " wait; does it run?";
+                (now.mq_curmsgs == 1 ? " waits" : " wait") + "; does it run?";
     }
     qo_ctl_say(text);
 }
