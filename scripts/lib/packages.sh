@@ -63,3 +63,12 @@ install_packages() {
     logged "$log" "${apt[@]}" install --yes --no-install-recommends "${missing[@]}"
     rm -f "$log"
 }
+
+# debian_mirror: prints from where this machine has its packages.
+debian_mirror() {
+    local mirror
+    # shellcheck disable=SC2016 # apt-get fills it in
+    mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' 'Label: Debian' 'Codename: bookworm' |
+        head -n 1)
+    printf '%s\n' "${mirror:-http://deb.debian.org/debian/}"
+}
