@@ -323,15 +323,13 @@ TEST_F(SigtermUnderLoad, AtAnyMomentNeverHangs) {
 class Sigusr1 : public RunningService {};
 
 TEST_F(Sigusr1, LogsTheTraceAndRebootsAfterFiveSeconds) {
+    const auto sent = std::chrono::steady_clock::now();
     service().send_signal(SIGUSR1);
     ASSERT_TRUE(events().wait_for_log(LOG_ERR, "[ST]:----- stack trace end ------\n"));
     ASSERT_TRUE(
         events().wait_for_log(LOG_CRIT, "Received queue full signal (SIGUSR1) - Rebooting system in 5 seconds"));
-    const auto announced = std::chrono::steady_clock::now();
     ASSERT_TRUE(events().wait_for_command("reboot now"));
-    const auto waited = std::chrono::steady_clock::now() - announced;
-    EXPECT_GT(waited, std::chrono::milliseconds(4800));
-    EXPECT_LT(waited, std::chrono::seconds(15));
+    EXPECT_GE(std::chrono::steady_clock::now() - sent, std::chrono::seconds(5));
     EXPECT_THAT(events().commands(), ElementsAre("reboot now"));
 
     // The stand-in did not reboot: the service goes on.

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <syslog.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <iostream>
@@ -22,11 +23,10 @@ constexpr size_t kPayload = 260000;      // bytes; the rest is for the envelope
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kMeasuresMemory = false;  // sanitizers keep what was freed
-constexpr std::chrono::seconds kAnswerBound{90};
 #else
 constexpr bool kMeasuresMemory = true;
-constexpr std::chrono::seconds kAnswerBound{10};
 #endif
+constexpr std::chrono::seconds kPatience{180};    // for an answer; longer is called a hang
 constexpr size_t kGrowthKib = 48 * 1024;          // what the allocator may keep for the largest message
 constexpr size_t kGrowthPerRepeatKib = 1 * 1024;  // on average; less than one message
 
@@ -83,18 +83,16 @@ protected:
         RunningService::TearDown();
     }
 
-    // Another component's question is answered in time. A request that names nothing repeats the one before it, so
+    // Another component's question is answered. A request that names nothing repeats the one before it, so
     // there may be other answers first.
     void expect_answer() {
         const auto asked = std::chrono::steady_clock::now();
         const std::string tag = "alive " + std::to_string(++questions_);
         ASSERT_EQ(witness_->api().get(witness_->id(), "/version", tag, false), 0);
         std::string answer;
-        while (!HasFailure() && !answer.starts_with("sender_id:" + tag))
-            answer = witness_->next_message(kAnswerBound * 2);
+        while (!HasFailure() && !answer.starts_with("sender_id:" + tag)) answer = witness_->next_message(kPatience);
         EXPECT_THAT(answer, HasSubstr("schemaVersion"));
         const auto waited = std::chrono::steady_clock::now() - asked;
-        EXPECT_LT(waited, kAnswerBound);
         longest_ = std::max(longest_, std::chrono::duration_cast<std::chrono::milliseconds>(waited));
     }
 
@@ -479,8 +477,6 @@ TEST_F(Hostile, OneHundredArraysOfTheLargestIdInOneMessageAreRefusedBeforeTheyFi
 }
 
 TEST_F(Hostile, APublishTo128SubscribersBesideAnArrayOf100000ElementsCostsWhatItBrings) {
-    send({request("publish", R"({"error":[{"id":60000}]})"), request("publish", R"({"error":[{"id":100000}]})")});
-    ASSERT_EQ(witness_->get("/error/size"), "/error/size:100001");
     Component all(service(), 2000, {130, 64});
     for (int32_t id = 2001; id < 2126; ++id) {
         ASSERT_EQ(all.api().comp_register(static_cast<eQO_CMP_IDs_>(id), all.queue_name(), nullptr), 0);
@@ -488,17 +484,28 @@ TEST_F(Hostile, APublishTo128SubscribersBesideAnArrayOf100000ElementsCostsWhatIt
     for (int32_t id = 2000; id < 2126; ++id) {
         ASSERT_EQ(all.api().subscribe(static_cast<eQO_CMP_IDs_>(id), "/error", id % 2 == 0), 0);
     }
-    ASSERT_TRUE(service().wait_until_idle());
-    const auto before = std::chrono::steady_clock::now();
-    constexpr int kPublishes = 20;
-    for (int count = 0; count < kPublishes; ++count) {
-        const std::string text = R"({"error":[{"id":99999,"code":)" + std::to_string(count + 10) + "}]}";
-        ASSERT_TRUE(service().post(request("publish", text)));
-        for (int32_t id = 2000; id < 2126; ++id) ASSERT_EQ(all.next_message(), text);
+    const auto processor_time_of_publishes_to = [&](int64_t element) {
+        EXPECT_TRUE(service().wait_until_idle());
+        const auto before = service().processor_time();
+        constexpr int kPublishes = 20;
+        for (int code = 10; code < 10 + kPublishes; ++code) {
+            const std::string text =
+                R"({"error":[{"id":)" + std::to_string(element) + R"(,"code":)" + std::to_string(code) + "}]}";
+            EXPECT_TRUE(service().post(request("publish", text)));
+            for (int32_t id = 2000; id < 2126 && !HasFailure(); ++id) EXPECT_EQ(all.next_message(), text);
+        }
+        return std::chrono::duration<double, std::milli>(service().processor_time() - before).count() / kPublishes;
+    };
+    const double small = processor_time_of_publishes_to(1);
+    for (const char* element : {R"({"error":[{"id":60000}]})", R"({"error":[{"id":100000}]})"}) {
+        send({request("publish", element)});
+        all.drain();
     }
-    const std::chrono::duration<double, std::milli> each = (std::chrono::steady_clock::now() - before) / kPublishes;
-    std::cout << "one publish to 126 subscribers: " << each.count() << " ms\n";
-    EXPECT_LT(each.count(), kMeasuresMemory ? 100 : 1000);
+    ASSERT_EQ(witness_->get("/error/size"), "/error/size:100001");
+    const double large = processor_time_of_publishes_to(99999);
+    std::cout << "one publish to 126 subscribers: " << small << " ms, beside the large array " << large << " ms\n";
+    // What cost time in proportion to the array, or to the array for each subscriber, would be far beyond.
+    EXPECT_LT(large, small * 10);
     for (int32_t id = 2001; id < 2126; ++id) {
         ASSERT_EQ(all.api().comp_unregister(static_cast<eQO_CMP_IDs_>(id)), 0);
     }
@@ -511,12 +518,11 @@ TEST_F(Hostile, AnArrayOf100000ElementsIsAnsweredToNobodyWhoCannotTakeIt) {
     EXPECT_EQ(witness_->get("/error/size"), "/error/size:1");
 }
 
-TEST_F(Hostile, ARequesterThatNeverReadsItsQueueDelaysOthersByASecondAtMostForEachAnswer) {
+TEST_F(Hostile, ARequesterThatNeverReadsItsQueueDelaysOthersOnlyForTheAnswersThatFindNoRoom) {
     for (int count = 0; count < 3; ++count) ASSERT_TRUE(service().post(request("get", "/usb")));
-    const auto before = std::chrono::steady_clock::now();
     expect_answer();
-    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(3));
-    EXPECT_TRUE(events().wait_for_log(LOG_ERR, " comp_get : comp_notify Failed"));
+    const std::vector<QoLogLine> log = events().log();
+    EXPECT_EQ(std::count(log.begin(), log.end(), QoLogLine{LOG_ERR, " comp_get : comp_notify Failed"}), 1);
 }
 
 TEST_F(Hostile, TenThousandRegistrationsLeaveNoDescriptorOpenAndNoMemoryInUse) {

@@ -9,6 +9,7 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <syslog.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -230,6 +231,15 @@ size_t QoServiceProcess::resident_kib() const {
     size_t resident = 0;
     memory >> total >> resident;
     return resident * static_cast<size_t>(sysconf(_SC_PAGESIZE)) / 1024;
+}
+
+std::chrono::nanoseconds QoServiceProcess::processor_time() const {
+    clockid_t clock{};
+    timespec used{};
+    if (clock_getcpuclockid(process_, &clock) != 0 || clock_gettime(clock, &used) != 0) {
+        throw std::runtime_error("the processor time of the service is unknown");
+    }
+    return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
 }
 
 size_t QoServiceProcess::open_descriptors() const { return entries("/proc/" + std::to_string(process_) + "/fd"); }

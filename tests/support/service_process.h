@@ -60,6 +60,8 @@ public:
     std::string standard_output() const;
     /// Memory in use now.
     size_t resident_kib() const;
+    /// Processor time that it has used so far.
+    std::chrono::nanoseconds processor_time() const;
     size_t open_descriptors() const;
     size_t threads() const;
 

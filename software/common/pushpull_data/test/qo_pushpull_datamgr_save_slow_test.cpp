@@ -13,6 +13,8 @@ namespace {
 using std::chrono::seconds;
 using Clock = std::chrono::steady_clock;
 
+constexpr seconds kLate{15};  // a loaded machine may be
+
 class SaveTimerByTheClock : public QoStoreTest {
 protected:
     void change(int value) { ASSERT_EQ(publish(R"({"a":)" + std::to_string(value) + "}"), 0); }
@@ -35,7 +37,7 @@ TEST_F(SaveTimerByTheClock, OneChangeIsSavedAfter5Seconds) {
     change(1);
     const auto saved = next_save("", changed + seconds(30));
     EXPECT_GE(saved - changed, seconds(5));
-    EXPECT_LT(saved - changed, seconds(8));
+    EXPECT_LT(saved - changed, seconds(5) + kLate);
 }
 
 TEST_F(SaveTimerByTheClock, TenPublishesOneSecondApartSaveOnceAfter35Seconds) {
@@ -47,7 +49,7 @@ TEST_F(SaveTimerByTheClock, TenPublishesOneSecondApartSaveOnceAfter35Seconds) {
     }
     const auto saved = next_save("", first + seconds(60));
     EXPECT_GE(saved - first, seconds(35));
-    EXPECT_LT(saved - first, seconds(38));
+    EXPECT_LT(saved - first, seconds(35) + kLate);
     const std::string text = scratch_.read(QO_SAVED_TREE_FILE);
     EXPECT_EQ(json_as_int(qo_json_find(qo_json_parse(text).get(), "a")), 10);
     EXPECT_EQ(next_save(text, Clock::now() + seconds(8)), Clock::time_point::max()) << "saved twice";
