@@ -179,6 +179,9 @@ int DataMgr::TreeMerge(JSONNODE* destination, JSONNODE* source, bool update_leav
     if (into_data_tree) {
         tree_bytes_ += room - run.bytes_left;
     }
+    if (run.refusals_left_to_log < 0) {
+        QO_LOG_DENY(LOG_INFO, "Component not authorized to publish %d more nodes", -run.refusals_left_to_log);
+    }
     return result;
 }
 

@@ -143,7 +143,7 @@ public:
     /// - "writeAccess" and "doNotPersist" are neither added nor changed, except from the default tree.
     /// - In a data tree that is full, what would make it grow fails; values that get no longer are taken. The
     ///   default tree is merged all the same.
-    /// - What write authority refuses is logged, the first QO_MAX_LOGGED_REFUSALS nodes of it.
+    /// - What write authority refuses is logged: the first QO_MAX_LOGGED_REFUSALS nodes, and how many more there were.
     /// @param update_leaves false keeps every value that the destination has, whatever its kind.
     /// @param authority at the destination itself; the nodes below it may have their own.
     /// @return -1 for null, an array element without a valid "id" or beyond a limit, containers of different
