@@ -58,7 +58,7 @@ inline constexpr int32_t QO_MAX_RESOURCES = 128;       // components in the regi
 inline constexpr int QO_MAX_SUBSCRIBERS = 128;         // identifiers of one notification
 inline constexpr int64_t QO_MAX_PLACEHOLDERS = 65536;  // array elements that one published id may add
 // Bytes of memory, near enough, that publishes may let the data tree grow to. A save takes as much again for its copy.
-inline constexpr int64_t QO_MAX_TREE_BYTES = 64 * 1024 * 1024;
+inline constexpr int64_t QO_MAX_TREE_BYTES = int64_t{64} * 1024 * 1024;
 inline constexpr int QO_MAX_SLASH_LINES = 16;        // log lines about empty segments of one pointer
 inline constexpr int QO_MAX_LOGGED_REFUSALS = 1000;  // nodes that one publish may log as refused by write authority
 
