@@ -2,6 +2,7 @@
 // its tree is what it was, and it needs no more memory than before.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <string.h>
 #include <syslog.h>
 
 #include <algorithm>
@@ -27,8 +28,8 @@ constexpr bool kMeasuresMemory = false;  // sanitizers keep what was freed
 constexpr bool kMeasuresMemory = true;
 #endif
 constexpr std::chrono::seconds kPatience{180};    // for an answer; longer is called a hang
-constexpr size_t kGrowthKib = 48 * 1024;          // what the allocator may keep for the largest message
-constexpr size_t kGrowthPerRepeatKib = 1 * 1024;  // on average; less than one message
+constexpr size_t kGrowthKib = size_t{48} * 1024;  // what the allocator may keep for the largest message
+constexpr size_t kGrowthPerRepeatKib = 1024;      // on average; less than one message
 
 using Texts = std::vector<std::string>;
 
@@ -415,8 +416,9 @@ INSTANTIATE_TEST_SUITE_P(All, HostileMessage, testing::ValuesIn(kAttacks),
 // ---- messages that are taken, and what they may cost ----
 
 TEST_F(Hostile, APublishAsDeepAsATextMayBeIsTakenSavedAndLoadedAgain) {
-    const std::string deepest = nested("{\"deep\":", "{}", "}", 511);
-    const std::string pointer = repeated("/deep", 5 * 511);
+    constexpr size_t kLevels = 511;
+    const std::string deepest = nested("{\"deep\":", "{}", "}", kLevels);
+    const std::string pointer = repeated("/deep", strlen("/deep") * kLevels);
     send({request("publish", deepest), request("save", "")});
     ASSERT_EQ(witness_->api().publish(witness_->id(), R"({"deep":{"mark":"kept"}})"), 0);
     ASSERT_EQ(witness_->api().flush(witness_->id()), 0);

@@ -23,7 +23,7 @@ void write_copy(int descriptor, const QoLogLine& line) {
     if (write(descriptor, copy.data(), copy.size()) != static_cast<ssize_t>(copy.size())) abort();
 }
 
-void capture(int priority, const char* format, va_list arguments) {
+__attribute__((format(printf, 2, 0))) void capture(int priority, const char* format, va_list arguments) {
     char* text = nullptr;
     // The analyzer does not see that the callers started the list.
     if (vasprintf(&text, format, arguments) < 0) abort();  // NOLINT(clang-analyzer-valist.Uninitialized)

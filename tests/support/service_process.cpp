@@ -216,7 +216,8 @@ std::optional<std::string> QoServiceProcess::take_request() {
     const timespec at_once{};
     const ssize_t length = mq_timedreceive(queue(), bytes.data(), bytes.size(), nullptr, &at_once);
     if (length < 0) return std::nullopt;
-    return std::string(bytes.c_str());
+    bytes.resize(strnlen(bytes.data(), static_cast<size_t>(length)));
+    return bytes;
 }
 
 std::string QoServiceProcess::standard_output() const {

@@ -26,7 +26,6 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::Not;
 
 constexpr char kDefaults[] = R"({"a":{"x":1},"zones":[{"id":0}]})";
 
