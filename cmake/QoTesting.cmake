@@ -13,9 +13,15 @@ endif()
 function(qo_runnable variable target)
     set(${variable} $<TARGET_FILE:${target}> PARENT_SCOPE)
     if(CMAKE_CROSSCOMPILING_EMULATOR)
+        # By way of a link, so that the process has the name of the program and not the emulator's.
         set(script ${CMAKE_BINARY_DIR}/emulated/${target})
-        list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
-        file(GENERATE OUTPUT ${script} CONTENT "#!/bin/sh\nexec ${emulator} $<TARGET_FILE:${target}> \"$@\"\n"
+        set(link ${CMAKE_BINARY_DIR}/emulated/by_name/${target})
+        list(GET CMAKE_CROSSCOMPILING_EMULATOR 0 emulator)
+        list(SUBLIST CMAKE_CROSSCOMPILING_EMULATOR 1 -1 options)
+        list(JOIN options " " options)
+        file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/emulated/by_name)
+        file(CREATE_LINK ${emulator} ${link} SYMBOLIC)
+        file(GENERATE OUTPUT ${script} CONTENT "#!/bin/sh\nexec ${link} ${options} $<TARGET_FILE:${target}> \"$@\"\n"
             FILE_PERMISSIONS OWNER_READ OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
         set(${variable} ${script} PARENT_SCOPE)
     endif()

@@ -26,7 +26,7 @@ qo_arm_packages=(g++-arm-linux-gnueabihf qemu-user-static mmdebstrap)
 qo_armhf_packages=(libc6-dev libstdc++6 libgcc-s1 zlib1g-dev libsystemd-dev rapidjson-dev libcli11-dev libgtest-dev
     libgmock-dev libbenchmark-dev)
 
-# For tests/system/board, which runs the service on an emulated board; of it, the kernel and the shell, for armhf.
+# For tests/system/board, which runs the service on an emulated board; for armhf its kernel and its shell.
 qo_board_packages=(qemu-system-arm qemu-user-static mmdebstrap cpio)
 qo_board_kernel=linux-image-armmp-lpae
 qo_board_armhf_packages=(busybox-static)
