@@ -9,7 +9,6 @@ namespace {
 
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::StartsWith;
 
 constexpr Component::Queue kSmall{8, 4096};
 
