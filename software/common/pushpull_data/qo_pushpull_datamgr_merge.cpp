@@ -50,13 +50,6 @@ JSONNODE* metadata_holder(JSONNODE* array) {
     return array;
 }
 
-/// An array element that holds nothing but its position.
-JSONNODE* new_placeholder(size_t position) {
-    QoJsonNode placeholder(json_new(JSON_NODE));
-    json_push_back(placeholder.get(), json_new_i("id", static_cast<int64_t>(position)));
-    return placeholder.release();
-}
-
 }  // namespace
 
 // ---- write authority -------------------------------------------------------------------------
@@ -328,7 +321,7 @@ int DataMgr::AddElement(JSONNODE* array, JSONNODE* element, int32_t index, const
         return -1;
     }
     for (auto position = static_cast<size_t>(size); position < static_cast<size_t>(index); ++position) {
-        QoJsonNode placeholder(new_placeholder(position));
+        QoJsonNode placeholder = qo_json_placeholder(position);
         if (!TakeRoom(scope, qo_tree_weight(placeholder.get()), array)) {
             scope.run.bytes_left += qo_tree_weight(added.get());
             return -1;

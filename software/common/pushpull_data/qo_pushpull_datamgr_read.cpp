@@ -33,8 +33,7 @@ long array_position(const std::string& segment, const JSONNODE* array) {
     return is_within ? position : -1;
 }
 
-/// Takes the element out if it is the last, else leaves an object that holds only its position, so that
-/// the elements behind it keep theirs. @return the bytes that it gave back.
+/// Takes the element out if it is the last, else leaves a placeholder. @return the bytes that it gave back.
 int64_t delete_element(JSONNODE* array, size_t position) {
     JSONNODE* element = json_at(array, position);
     const int64_t before = qo_tree_weight(element);
@@ -42,9 +41,7 @@ int64_t delete_element(JSONNODE* array, size_t position) {
         json_delete(json_pop_back_at(array, position));
         return before;
     }
-    const QoJsonNode placeholder(json_new(JSON_NODE));
-    json_push_back(placeholder.get(), json_new_i("id", static_cast<int64_t>(position)));
-    json_set_n(element, placeholder.get());
+    json_set_n(element, qo_json_placeholder(position).get());
     return before - qo_tree_weight(element);
 }
 

@@ -4,6 +4,7 @@
 #ifndef QO_PUSHPULL_JSON_H
 #define QO_PUSHPULL_JSON_H
 
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <memory>
@@ -87,6 +88,13 @@ inline std::optional<int32_t> qo_json_int32(const JSONNODE* node) {
         return std::nullopt;
     }
     return static_cast<int32_t>(value);
+}
+
+/// An array element that holds nothing but its position, so that the elements behind it keep theirs.
+inline QoJsonNode qo_json_placeholder(size_t position) {
+    QoJsonNode placeholder(json_new(JSON_NODE));
+    json_push_back(placeholder.get(), json_new_i("id", static_cast<int64_t>(position)));
+    return placeholder;
 }
 
 inline bool qo_json_is_container(const JSONNODE* node) {
