@@ -513,6 +513,18 @@ TEST_F(Hostile, APublishTo128SubscribersBesideAnArrayOf100000ElementsCostsWhatIt
     }
 }
 
+TEST_F(Hostile, EverNewNamesFillTheTreeAndThenOthersValuesStillChange) {
+    const std::string text(kPayload - 1000, 'x');
+    constexpr int kMoreThanFits = 300;  // of 64 MiB
+    for (int name = 0; name < kMoreThanFits; ++name) {
+        send({request("publish", "{\"n" + std::to_string(name) + "\":\"" + text + "\"}")});
+    }
+    EXPECT_TRUE(
+        events().wait_for_store_log(LOG_ERR, "Data tree exceeded max size 67108864 bytes - n299. Tree NOT updated!"));
+    ASSERT_EQ(witness_->api().publish(witness_->id(), R"({"version":{"schemaVersion":"9.9"}})"), 0);
+    EXPECT_THAT(witness_->get("/version/schemaVersion"), HasSubstr("9.9"));
+}
+
 TEST_F(Hostile, AnArrayOf100000ElementsIsAnsweredToNobodyWhoCannotTakeIt) {
     send({request("publish", R"({"error":[{"id":60000}]})"), request("publish", R"({"error":[{"id":100000}]})")});
     send({request("get", "/error"), request("get", "/error;/usb;/error", R"(,"pack_and_send":true)"),
