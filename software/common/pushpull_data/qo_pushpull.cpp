@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <exception>
 #include <iostream>
 #include <utility>
 #include <vector>
@@ -26,7 +27,7 @@
 
 // ---- life ------------------------------------------------------------------------------------
 
-PushPullData::PushPullData(bool statistics) : mq_pushpull_queue_hndl(0), rgw_restart_state(false) {
+PushPullData::PushPullData(bool statistics) : mq_pushpull_queue_hndl(0), rgw_restart_state(false), must_end_(false) {
     syslog(LOG_INFO, "PushPullData Start");
     data_mgr = std::make_shared<DataMgr>();
     resource_mgr = std::make_shared<ResourceMgr>();
@@ -38,7 +39,20 @@ PushPullData::PushPullData(bool statistics) : mq_pushpull_queue_hndl(0), rgw_res
 
 PushPullData::~PushPullData() { close_service_queue(); }
 
+// What escapes a step of the start-up is mostly a shortage of memory, which may be over at the next attempt. A service
+// that went on with half of what it needs would save that over the whole.
 void PushPullData::init(std::string suffix) {
+    try {
+        start_up(suffix);
+    } catch (const std::exception& error) {
+        syslog(LOG_CRIT, "exception %s", error.what());
+        end_with_failure();
+    }
+    if (must_end_) return;
+    [[maybe_unused]] const int notify_result = sd_notify(0, "READY=1");
+}
+
+void PushPullData::start_up(const std::string& suffix) {
     pushpull_api = std::make_shared<QoPushpullApi>(suffix);
     // On the first start the queue does not exist yet; the API opens it again on its first use.
     [[maybe_unused]] const int32_t api_result = pushpull_api->init(suffix);
@@ -48,8 +62,11 @@ void PushPullData::init(std::string suffix) {
     [[maybe_unused]] const int store_result = data_mgr->Init(pushpull_stats);
     resource_mgr->init();
     if (pushpull_stats) pushpull_stats->init_stats_collection(resource_mgr);
-    [[maybe_unused]] const int notify_result = sd_notify(0, "READY=1");
 }
+
+void PushPullData::end_with_failure() { must_end_ = true; }
+
+int PushPullData::exit_status() const { return must_end_ ? EXIT_FAILURE : EXIT_SUCCESS; }
 
 void PushPullData::terminate() {
     data_mgr->Terminate();
@@ -125,7 +142,7 @@ int PushPullData::execute() {
     std::vector<char> buffer(static_cast<size_t>(QO_QUEUE_MSGSIZE) + 1);
     std::string text;
     QoProcessApi request;
-    for (;;) {
+    while (!must_end_) {
         const ssize_t received = receive_message(buffer.data());
         const double started_at = qo_pushpull_get_timestamp();
         if (pushpull_stats) resource_mgr->monitor().incQueueStats(mq_pushpull_queue_hndl);
@@ -136,6 +153,7 @@ int PushPullData::execute() {
         text.clear();
         if (pushpull_stats) pushpull_stats->inc_active_time(qo_pushpull_get_timestamp() - started_at);
     }
+    return exit_status();
 }
 
 // SIGTERM is let in here and nowhere else. Its handler ends the process, so it is no matter at which point between

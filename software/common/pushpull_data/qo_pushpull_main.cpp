@@ -78,7 +78,7 @@ bool parse_options(int argc, char* argv[], Options& options) {
     return true;
 }
 
-void run_service(const Options& options) {
+int run_service(const Options& options) {
     auto service = std::make_unique<PushPullData>(options.statistics);
     service->queue_suffix_name = options.queue_suffix;
     service->init(options.queue_suffix);
@@ -89,7 +89,9 @@ void run_service(const Options& options) {
     // Its result is the exit handler's and was logged; the exit status does not carry it.
     [[maybe_unused]] const int exit_result = service->execute();
     service->terminate();
+    const int status = service->exit_status();
     service.reset();
+    return status;
 }
 
 // When the signal has interrupted the logger, the line before the reboot waits for the logger's lock for ever, and so
@@ -122,7 +124,7 @@ int pushpull_main(int argc, char* argv[]) {
     Options options;
     if (!parse_options(argc, argv, options)) return 1;
     try {
-        run_service(options);
+        return run_service(options);
     } catch (const std::exception& error) {
         syslog(LOG_CRIT, "exception %s", error.what());
     }

@@ -31,12 +31,16 @@ public:
     PushPullData& operator=(const PushPullData&) = delete;
 
     /// Starts up: opens the queue "/pushpull" followed by `suffix`, empties it, builds the data tree and reports
-    /// readiness. Failures are logged and stop nothing.
+    /// readiness. Failures are logged and stop nothing, but for those after which the service has to end: then
+    /// exit_status() is not 0, no readiness is reported and execute() serves no request.
     void init(std::string suffix);
-    /// Serves requests until an "exit" request is accepted. SIGTERM is let in while it waits for a request, and
-    /// nowhere else when the caller blocked it.
-    /// @return the exit handler's result.
+    /// Serves requests until an "exit" request is accepted or the service has to end. SIGTERM is let in while it waits
+    /// for a request, and nowhere else when the caller blocked it.
+    /// @return the exit handler's result; exit_status() when the service has to end.
     int execute();
+    /// What the process has to end with: 0, unless something has demanded that the service ends, so that systemd
+    /// starts it anew.
+    int exit_status() const;
     /// Ends the store, without saving, and closes every component's queue.
     void terminate();
     /// The SIGTERM handler: posts "save" and "exit" to "/pushpull" and ends the process with status 0; on any thread
@@ -140,6 +144,9 @@ private:
     int on_exit(const QoProcessApi& request);
     int on_sync(const QoProcessApi& request);
 
+    /// Demands the end with a failure status. Takes effect before the next request.
+    void end_with_failure();
+    void start_up(const std::string& suffix);
     void open_service_queue(const std::string& suffix);
     void close_service_queue();
     ssize_t receive_message(char* buffer);
@@ -161,6 +168,7 @@ private:
     std::shared_ptr<QoPushPullStats> pushpull_stats;  // null when statistics are off
     mqd_t mq_pushpull_queue_hndl;                     // the service queue; 0 when not open, -1 after a failed open
     bool rgw_restart_state;                           // a restart of the remote gateway is pending
+    bool must_end_;                                   // with a failure status, before the next request
 
 public:
     /// The instance suffix, set before init and used again when the service resets itself.

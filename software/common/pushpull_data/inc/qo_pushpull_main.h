@@ -7,8 +7,9 @@
 ///
 /// Options: -l collect statistics; -v log the version and go on; -m NAME read the queue "/pushpull" followed by
 /// NAME; -d ARG accepted, without effect; -y ARG ends the process with abort().
-/// @return the exit status: 0 after an exit request or a caught exception, 1 for a bad option, with nothing
-///         created. A SIGTERM ends the process with status 0 from inside this call.
+/// @return the exit status: 0 after an exit request or a caught exception; 1 for a bad option, with nothing
+///         created, and when the service had to end (PushPullData::exit_status). A SIGTERM ends the process with status
+///         0 from inside this call.
 int pushpull_main(int argc, char* argv[]);
 
 /// What follows the stack trace of a signal. For SIGUSR1, which the queue monitor's script sends when a queue stays

@@ -22,6 +22,7 @@ using testing::IsEmpty;
 
 std::function<void()> when_ready;      // at the end of the start-up
 std::function<void()> before_receive;  // when the service looks into its queue
+std::function<void()> before_load;     // when the start-up comes to the data tree
 std::vector<unsigned> pauses;          // seconds, of every sleep
 unsigned interrupted_once_after = 0;   // seconds; 0: no sleep is interrupted
 
@@ -32,6 +33,8 @@ unsigned interrupted_once_after = 0;   // seconds; 0: no sleep is interrupted
 extern "C" {
 unsigned __wrap_sleep(unsigned seconds);
 int __wrap_sd_notify(int unset_environment, const char* state);
+int __real__ZN7DataMgr4InitESt10shared_ptrI15QoPushPullStatsE(void* store, void* stats);
+int __wrap__ZN7DataMgr4InitESt10shared_ptrI15QoPushPullStatsE(void* store, void* stats);
 ssize_t __real_mq_receive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority);
 ssize_t __wrap_mq_receive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority);
 
@@ -45,6 +48,11 @@ unsigned __wrap_sleep(unsigned seconds) {
 int __wrap_sd_notify(int, const char*) {
     if (when_ready) when_ready();
     return 0;
+}
+
+int __wrap__ZN7DataMgr4InitESt10shared_ptrI15QoPushPullStatsE(void* store, void* stats) {
+    if (before_load) before_load();
+    return __real__ZN7DataMgr4InitESt10shared_ptrI15QoPushPullStatsE(store, stats);
 }
 
 ssize_t __wrap_mq_receive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority) {
@@ -61,12 +69,14 @@ protected:
         optind = 0;  // the options of the test before are forgotten
         when_ready = [this] { post_exit(queue_); };
         before_receive = nullptr;
+        before_load = nullptr;
         pauses.clear();
         interrupted_once_after = 0;
     }
     ~Main() override {
         when_ready = nullptr;
         before_receive = nullptr;
+        before_load = nullptr;
         signal(SIGTERM, SIG_DFL);
     }
 
@@ -190,6 +200,29 @@ TEST_F(Main, ExceptionEndsTheProcessWithStatusZeroAndACriticalLine) {
     before_receive = [] { throw std::runtime_error("no more"); };
     EXPECT_EQ(run({}), 0);
     EXPECT_TRUE(log_.contains(LOG_CRIT, "exception no more"));
+}
+
+TEST_F(Main, ExceptionDuringTheStartUpEndsTheProcessWithStatusOneBeforeItIsReady) {
+    before_load = [] { throw std::bad_alloc(); };
+    when_ready = [] { ADD_FAILURE() << "readiness was reported"; };
+    before_receive = [] { ADD_FAILURE() << "a request was served"; };
+    EXPECT_EQ(run({}), 1);
+    EXPECT_TRUE(log_.contains(LOG_CRIT, "exception std::bad_alloc"));
+}
+
+TEST_F(Main, ExceptionDuringTheStartThatAnInitRequestCausesEndsTheProcessWithStatusOne) {
+    int loads = 0;
+    before_load = [&loads] {
+        if (++loads == 2) throw std::bad_alloc();
+    };
+    int starts = 0;
+    when_ready = [&] {
+        ++starts;
+        ASSERT_TRUE(queue_.put(R"({"function":"init","arg":{"comp_id":1073741852,"buffer":"true"}})"));
+    };
+    EXPECT_EQ(run({}), 1);
+    EXPECT_EQ(starts, 1);
+    EXPECT_TRUE(log_.contains(LOG_CRIT, "exception std::bad_alloc"));
 }
 
 TEST_F(Main, ClosedStandardDescriptorsAreOpenedSoThatNoQueueIsNumberZero) {
