@@ -39,15 +39,20 @@ std::vector<char*> pointers_to(std::vector<std::string>& texts) {
     return pointers;
 }
 
-std::vector<std::string> environment_with(const QoServiceEvents& events) {
+/// Takes the place of a variable of the same name.
+void set_variable(std::vector<std::string>& variables, const std::string& variable) {
+    const std::string name = variable.substr(0, variable.find('=') + 1);
+    std::erase_if(variables, [&name](const std::string& former) { return former.starts_with(name); });
+    variables.push_back(variable);
+}
+
+std::vector<std::string> environment_with(const QoServiceEvents& events, const std::vector<std::string>& further) {
     std::vector<std::string> variables;
-    for (char** variable = environ; *variable != nullptr; ++variable) {
-        const std::string text = *variable;
-        if (!text.starts_with("PATH=") && !text.starts_with("NOTIFY_SOCKET=")) variables.push_back(text);
-    }
+    for (char** variable = environ; *variable != nullptr; ++variable) variables.emplace_back(*variable);
     const char* path = getenv("PATH");
-    variables.push_back("PATH=" + events.stand_in_directory() + ":" + (path != nullptr ? path : "/usr/bin:/bin"));
-    variables.push_back("NOTIFY_SOCKET=" + events.notify_socket());
+    set_variable(variables, "PATH=" + events.stand_in_directory() + ":" + (path != nullptr ? path : "/usr/bin:/bin"));
+    set_variable(variables, "NOTIFY_SOCKET=" + events.notify_socket());
+    for (const std::string& variable : further) set_variable(variables, variable);
     return variables;
 }
 
@@ -96,10 +101,14 @@ bool QoServiceProcess::may_make_full_queue() {
     return true;
 }
 
+void QoServiceProcess::add_to_environment(const std::vector<std::string>& variables) {
+    environment_.insert(environment_.end(), variables.begin(), variables.end());
+}
+
 void QoServiceProcess::start(const std::vector<std::string>& arguments, StandardFiles standard_files) {
     std::vector<std::string> command = arguments;
     command.insert(command.begin(), kProgram);
-    std::vector<std::string> variables = environment_with(events_);
+    std::vector<std::string> variables = environment_with(events_, environment_);
     const std::string output = events_.scratch() + "stdout";
     posix_spawn_file_actions_t files;
     posix_spawn_file_actions_init(&files);

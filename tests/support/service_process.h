@@ -28,6 +28,8 @@ public:
     void make_queue(const std::string& suffix = "", long messages = 2);
     /// Whether the machine's quota allows the queue that the service makes for itself, of 64 messages.
     static bool may_make_full_queue();
+    /// "NAME=value" each, for the program when it is started. What it had under these names is replaced.
+    void add_to_environment(const std::vector<std::string>& variables);
     enum class StandardFiles { kOpen, kClosed };
     /// Starts the program and returns at once. Its standard output goes to a file, see standard_output().
     void start(const std::vector<std::string>& arguments = {}, StandardFiles files = StandardFiles::kOpen);
@@ -73,6 +75,7 @@ private:
     bool waits_for_request() const;
 
     QoServiceEvents events_;
+    std::vector<std::string> environment_;  // beyond our own
     std::string suffix_;
     mqd_t queue_ = -1;
     pid_t process_ = -1;
