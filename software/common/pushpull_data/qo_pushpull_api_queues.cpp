@@ -54,6 +54,13 @@ bool queue_is_full(mqd_t descriptor) {
     return mq_getattr(descriptor, &attributes) == 0 && attributes.mq_curmsgs >= attributes.mq_maxmsg;
 }
 
+/// How much of the wake-up text the queue takes: any message wakes the thread, and one that is too long none.
+size_t wake_up_length(mqd_t descriptor) {
+    mq_attr attributes{};
+    if (mq_getattr(descriptor, &attributes) == -1) return sizeof(kWakeUpText);
+    return std::min(sizeof(kWakeUpText), static_cast<size_t>(attributes.mq_msgsize));
+}
+
 /// Blocks the signals that are sent to the process while a thread is created, which inherits the mask. Signals that
 /// a fault of the thread itself raises stay open, so that a crash handler still sees them.
 class SignalsBlocked {
@@ -168,11 +175,12 @@ QoPushpullReceiveQueue::~QoPushpullReceiveQueue() {
 void QoPushpullReceiveQueue::stop_receiver_thread() {
     _run_receiver_thread = false;
     _start_reception_signal.broadcast(false);
+    const size_t length = wake_up_length(_mqueue);
     timespec wake_up_again{};
     do {
         // Without waiting: a full queue wakes a thread in mq_receive by what is in it. The text is sent again for
         // the case that another process reads this queue and took it.
-        mq_timedsend(_mqueue, kWakeUpText, sizeof(kWakeUpText), kWakeUpPriority, &kNoWaiting);
+        mq_timedsend(_mqueue, kWakeUpText, length, kWakeUpPriority, &kNoWaiting);
         wake_up_again = qo_deadline_after(CLOCK_REALTIME, kWakeUpAgain);
     } while (pthread_timedjoin_np(_receiver_thread_handle, nullptr, &wake_up_again) == ETIMEDOUT);
 }

@@ -458,6 +458,32 @@ TEST_F(ReceiveQueueTest, TornDownWithMessagesThatAreTooLongDoesNotHang) {
     EXPECT_EQ(existing.count(), 2);
 }
 
+// In a process of its own, which the alarm ends when the tear-down hangs.
+TEST_F(ReceiveQueueTest, TornDownWhileBlockedInAQueueOfSmallMessagesEndsItsThreadWithAsMuchOfTheTextAsFits) {
+    for (const int32_t size : {1, 17, 18}) {
+        const QoScratchQueue existing(kName, 2, size);
+        const auto tear_down = [&] {
+            alarm(30);
+            ReceiveQueue queue;
+            const pid_t thread = new_thread([&] { queue = receive_queue(2, size); });
+            if (queue->timed_receive(milliseconds(1)) != 0 || !sleeps_in_mq_receive(thread)) _exit(1);
+            queue.reset();
+            _exit(0);
+        };
+        EXPECT_EXIT(tear_down(), testing::ExitedWithCode(0), "") << size;
+    }
+}
+
+TEST_F(ReceiveQueueTest, TornDownBeforeItsThreadReceivesLeavesAsMuchOfTheWakeUpTextAsFits) {
+    const QoScratchQueue existing(kName, 2, 10);
+    ReceiveQueue queue;
+    const pid_t thread = new_thread([&] { queue = receive_queue(2, 10); });
+    ASSERT_TRUE(waits_for_a_request(thread));
+    queue.reset();
+    EXPECT_EQ(existing.take(), (Message{"DESTRUCTOR", 0}));
+    EXPECT_EQ(existing.count(), 0);
+}
+
 TEST_F(ReceiveQueueTest, TornDownWhileAnotherReaderTakesTheWakeUpTextDoesNotHang) {
     ReceiveQueue queue;
     const pid_t thread = new_thread([&] { queue = receive_queue(); });
