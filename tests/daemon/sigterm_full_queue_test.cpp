@@ -4,7 +4,10 @@
 #include <sys/wait.h>
 #include <syslog.h>
 
+#include <fstream>
+
 #include "component.h"
+#include "qo_pushpull_constants.h"
 #include "service_process.h"
 
 namespace {
@@ -38,6 +41,19 @@ TEST_F(SigtermFullQueue, WithAnInstanceNameAndNoDefaultQueueExits0) {
     EXPECT_EQ(service().waiting_requests(), 0);  // the handler posts to the queue without suffix
     EXPECT_TRUE(events().wait_for_log(
         LOG_CRIT, "QoPushpullApi : Fatal Error: Can not open msg que to push pull after 5 retries.  Aborting!"));
+}
+
+// What systemd kills before cannot post its requests.
+TEST(SigtermUnit, StopsNoEarlierThanTheEndOfALongRequestAndOfBothPosts) {
+    constexpr std::chrono::seconds kLongRequest{40};  // 40 subscribers whose queues are full
+    const QoPushpullApiTimings timings;
+    const auto two_posts = 2 * QO_SEND_ATTEMPTS * (timings.send_deadline + timings.retry_pause);
+    std::ifstream unit(QO_UNIT_FILE);
+    long seconds = 0;
+    for (std::string line; std::getline(unit, line);) {
+        if (line.starts_with("TimeoutStopSec=")) seconds = std::stol(line.substr(line.find('=') + 1));
+    }
+    EXPECT_GE(std::chrono::seconds(seconds), kLongRequest + two_posts);
 }
 
 }  // namespace
