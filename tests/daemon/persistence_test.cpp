@@ -1,10 +1,18 @@
 // The saved tree through the real service: what survives, what damage leads to, disks that refuse.
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <grp.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
 #include <string.h>
+#include <sys/inotify.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -270,6 +278,133 @@ TEST_F(Persistence, SavesWhilePublishesPourInAreWholeAndLoseNothing) {
     EXPECT_EQ(logged("Saved the data tree"), 30);
     EXPECT_THAT(text_of(kSavedPath), HasSubstr("\"name\": \"300\""));
     EXPECT_THAT(text_of(kBackUpPath), HasSubstr("\"name\": \"290\""));
+}
+
+// ---- who may read the files ----
+
+/// What a user outside of the service's group gets who opens a file: 0 or errno; -1 when there is no such user.
+int open_as_foreigner(const std::string& path) {
+    constexpr uid_t kForeigner = 65534;
+    const pid_t child = fork();
+    if (child == 0) {
+        [[maybe_unused]] const int as_root = seteuid(0);
+        if (setgroups(0, nullptr) != 0 || setresgid(kForeigner, kForeigner, kForeigner) != 0 ||
+            setresuid(kForeigner, kForeigner, kForeigner) != 0) {
+            _exit(255);
+        }
+        _exit(open(path.c_str(), O_RDONLY | O_CLOEXEC) >= 0 ? 0 : errno);
+    }
+    int status = 0;
+    if (child < 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
+    return WEXITSTATUS(status) == 255 ? -1 : WEXITSTATUS(status);
+}
+
+TEST_F(Persistence, NobodyOutsideOfTheGroupReadsTheFilesWhateverTheUmask) {
+    const std::string open_to_all = std::string(kDataDirectory) + "open_to_all";
+    write_file(open_to_all, "");
+    ASSERT_EQ(chmod(open_to_all.c_str(), 0644), 0);
+    if (open_as_foreigner(open_to_all) != 0) GTEST_SKIP() << "there is no other user here";
+    stop();
+    const mode_t former = umask(0);
+    start();
+    umask(former);
+    make_saved_file_and_back_up("2", "1");
+    component_->active_tree();
+    for (const char* name : {"saved_tree.json", "saved_tree.json.bak", "active_tree.json"}) {
+        struct stat status {};
+        EXPECT_EQ(open_as_foreigner(std::string(kDataDirectory) + name), EACCES) << name;
+        ASSERT_EQ(stat((std::string(kDataDirectory) + name).c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777, 0640U) << name;
+    }
+}
+
+// ---- two services on the same files ----
+
+/// One more process of the service's program, which needs no queue of the test's quota to touch the files.
+class AnotherService {
+public:
+    AnotherService(pid_t service, const std::string& notify_socket) {
+        const std::string program = fs::read_symlink("/proc/" + std::to_string(service) + "/exe");
+        std::string variable = "NOTIFY_SOCKET=" + notify_socket;
+        const char* arguments[] = {program.c_str(), "-m", "another", nullptr};
+        char* variables[] = {variable.data(), nullptr};
+        if (posix_spawn(&process_, program.c_str(), nullptr, nullptr, const_cast<char**>(arguments), variables) != 0) {
+            throw std::runtime_error("cannot start " + program);
+        }
+    }
+    ~AnotherService() {
+        kill(process_, SIGKILL);
+        waitpid(process_, nullptr, 0);
+        mq_unlink("/pushpullanother");
+    }
+    AnotherService(const AnotherService&) = delete;
+    AnotherService& operator=(const AnotherService&) = delete;
+
+private:
+    pid_t process_ = -1;
+};
+
+/// Tells of files that are made in the data directory.
+class NewFiles {
+public:
+    NewFiles() : descriptor_(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+        inotify_add_watch(descriptor_, kDataDirectory, IN_CREATE);
+    }
+    ~NewFiles() { close(descriptor_); }
+    NewFiles(const NewFiles&) = delete;
+    NewFiles& operator=(const NewFiles&) = delete;
+    bool wait() const {
+        pollfd event{descriptor_, POLLIN, 0};
+        return poll(&event, 1, static_cast<int>(std::chrono::milliseconds(kQoPatience).count())) == 1;
+    }
+
+private:
+    int descriptor_;
+};
+
+class SharedFiles : public Persistence {
+protected:
+    /// Stops the service in the middle of a save; tries until one was met. @return the file that it is writing
+    std::string stop_within_save() {
+        for (int attempt = 0; attempt < 100; ++attempt) {
+            const NewFiles made;
+            EXPECT_EQ(component_->api().flush(kDemo), 0);
+            if (!made.wait()) break;
+            service().send_signal(SIGSTOP);
+            int status = 0;
+            waitpid(service().pid(), &status, WUNTRACED);
+            for (const auto& entry : fs::directory_iterator(kDataDirectory)) {
+                if (entry.path().filename().native().starts_with("saved_tree.json.new.")) return entry.path();
+            }
+            service().send_signal(SIGCONT);
+            EXPECT_TRUE(service().wait_until_idle());
+        }
+        return "";
+    }
+};
+
+TEST_F(SharedFiles, AServiceThatStartsDuringTheSaveOfAnotherLeavesItAlone) {
+    const std::string filler(200000, 'x');
+    for (int member = 0; member < 20; ++member) {
+        ASSERT_EQ(component_->api().publish(
+                      kDemo, R"({"version":{"filler)" + std::to_string(member) + "\":\"" + filler + "\"}}"),
+                  0);
+    }
+    publish("1");
+    save();
+    publish("2");
+    const std::string temporary = stop_within_save();
+    ASSERT_FALSE(temporary.empty()) << "no save was met";
+    const size_t ready = events().notifications().size();
+    {
+        const AnotherService another(service().pid(), events().notify_socket());
+        EXPECT_TRUE(events().wait_for_notifications(ready + 1));
+        EXPECT_TRUE(fs::exists(temporary));
+    }
+    service().send_signal(SIGCONT);
+    ASSERT_TRUE(service().wait_until_idle());
+    EXPECT_EQ(logged("Couldn't"), 0);
+    EXPECT_THAT(text_of(kSavedPath), HasSubstr("\"schemaVersion\": \"2\""));
 }
 
 // ---- disks that refuse ----

@@ -63,6 +63,10 @@ int DataMgr::CreateDataTree() {
     const std::string saved_file = SavedFile();
     const std::string back_up_file = saved_file + QO_BACKUP_EXTENSION;
     RemoveStrayFiles();
+    // Former versions of this service left them readable by everyone.
+    for (const std::string& file : {saved_file, back_up_file, ActiveTreeFile()}) {
+        QoFileReplacement::close_to_others(file);
+    }
     const bool saved_file_found = DoesFileExist(saved_file);
     if (saved_file_found) {
         QO_LOG(LOG_INFO, "Saved configuration found");
@@ -201,16 +205,15 @@ int DataMgr::SaveDataTree(bool timer_triggered) {
         return -1;
     }
 
-    const bool has_former = DoesFileExist(path);
-    const bool former_kept = has_former && file.keep_former();
+    const QoFileReplacement::Former former = file.keep_former();
     if (!file.put_in_place()) {
         QO_LOG(LOG_ERR, "Couldn't open file to save the data tree");
         return -1;
     }
-    if (former_kept) {
+    if (former == QoFileReplacement::Former::kept) {
         // Not having a backup does not stop the save, and was logged.
         [[maybe_unused]] const int backed_up = RenameAsBackUpFile(path, file.former_name());
-    } else if (has_former) {
+    } else if (former == QoFileReplacement::Former::lost) {
         QO_LOG(LOG_CRIT, "Back up failed");
     }
     if (_pushpull_stats) {

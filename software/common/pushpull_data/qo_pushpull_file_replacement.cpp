@@ -2,11 +2,12 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -15,40 +16,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The process id follows, so that a second process on the same directory never writes into the same file.
+// A number follows, that of the process if it is free: in another PID namespace there may be the same.
 constexpr char kNewExtension[] = ".new.";
 constexpr char kFormerExtension[] = ".former.";
-constexpr mode_t kFileMode = 0666;    // before the umask
+constexpr mode_t kFileMode = 0640;
 constexpr size_t kCopyChunk = 16384;  // bytes
-
-/// Keeps errno over the calls that clean up.
-class KeptErrno {
-public:
-    KeptErrno() : value_(errno) {}
-    ~KeptErrno() { errno = value_; }
-    KeptErrno(const KeptErrno&) = delete;
-    KeptErrno& operator=(const KeptErrno&) = delete;
-
-private:
-    int value_;
-};
-
-class Descriptor {
-public:
-    explicit Descriptor(int value) : value_(value) {}
-    ~Descriptor() {
-        const KeptErrno kept;
-        if (value_ >= 0) {
-            close(value_);
-        }
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int get() const { return value_; }
-
-private:
-    int value_;
-};
+constexpr int kClaimAttempts = 16;    // names that are tried, one number after the other
 
 bool write_all(int descriptor, std::string_view text) {
     while (!text.empty()) {
@@ -73,10 +46,67 @@ bool copy_all(int from, int to) {
 
 bool flush_directory_of(const std::string& path) {
     const fs::path directory = fs::path(path).parent_path();
-    const Descriptor descriptor(
+    const QoDescriptor descriptor(
         ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     // A file system that cannot flush a directory says EINVAL; it has nothing to flush then.
-    return descriptor.get() >= 0 && (fsync(descriptor.get()) == 0 || errno == EINVAL);
+    return descriptor && (fsync(descriptor.get()) == 0 || errno == EINVAL);
+}
+
+// ---- names that tell whether their process lives ----
+// Who has a file under such a name holds a shared lock on it. Who wants to remove one needs the exclusive lock, and
+// looks whether the name still is that file's when it has it.
+
+int open_to_lock(const std::string& name) {
+    return ::open(name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+}
+
+bool is_file_under(const std::string& name, int descriptor) {
+    struct stat named {};
+    struct stat opened {};
+    return lstat(name.c_str(), &named) == 0 && fstat(descriptor, &opened) == 0 && named.st_dev == opened.st_dev &&
+           named.st_ino == opened.st_ino;
+}
+
+/// False when the file is just being removed as a stray. A file system without locks does not stop anything.
+bool protect(const std::string& name, int descriptor) {
+    if (flock(descriptor, LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK) return false;
+    return is_file_under(name, descriptor);
+}
+
+/// Removes the name of a file, unless it is that of another by now.
+void unlink_if_under(const std::string& name, const QoDescriptor& file) {
+    if (!name.empty() && (!file || is_file_under(name, file.get()))) unlink(name.c_str());
+}
+
+/// Removes the file if nobody who lives holds it.
+void remove_stray(const std::string& name) {
+    const QoDescriptor file(open_to_lock(name));
+    if (file && flock(file.get(), LOCK_EX | LOCK_NB) == 0 && is_file_under(name, file.get())) unlink(name.c_str());
+}
+
+/// Tries one name after the other until `make` has made a file there; a stray is no obstacle.
+/// @param make makes the file and gives its descriptor, which may be none when it cannot be had; tells by false and
+///        errno that it made none
+/// @return the name; "" when there is none, errno tells why.
+std::string claim(const std::string& prefix, const std::function<bool(const std::string&, QoDescriptor&)>& make,
+                  QoDescriptor& file) {
+    long number = getpid();
+    for (int attempt = 0; attempt < kClaimAttempts; ++attempt) {
+        const std::string name = prefix + std::to_string(number);
+        if (make(name, file)) {
+            if (!file || protect(name, file.get())) return name;
+            // Another name, because who takes this one for a stray may be about to remove it.
+            unlink_if_under(name, file);
+            ++number;
+            continue;
+        }
+        if (errno != EEXIST) return "";
+        remove_stray(name);
+        struct stat status {};
+        if (lstat(name.c_str(), &status) == 0) ++number;
+    }
+    errno = EEXIST;
+    return "";
 }
 
 bool is_stray_of(std::string_view file_name, const std::string& base_name) {
@@ -89,57 +119,72 @@ bool is_stray_of(std::string_view file_name, const std::string& base_name) {
     return false;
 }
 
+bool make_new_file(const std::string& name, mode_t mode, QoDescriptor& file) {
+    file = QoDescriptor(::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    // Another thread may change the umask at any moment. A file system without modes refuses, and has nothing to set.
+    [[maybe_unused]] const int ignored = file ? fchmod(file.get(), mode) : 0;
+    return static_cast<bool>(file);
+}
+
 }  // namespace
 
-QoFileReplacement::QoFileReplacement(std::string path)
-    : path_(std::move(path)),
-      new_name_(path_ + kNewExtension + std::to_string(getpid())),
-      former_name_(path_ + kFormerExtension + std::to_string(getpid())),
-      descriptor_(-1) {}
+QoFileReplacement::QoFileReplacement(std::string path) : path_(std::move(path)) {}
 
 QoFileReplacement::~QoFileReplacement() {
-    if (descriptor_ >= 0) {
-        const KeptErrno kept;
-        close(descriptor_);
-        unlink(new_name_.c_str());
-        unlink(former_name_.c_str());
-    }
+    const QoKeptErrno kept;
+    unlink_if_under(new_name_, new_file_);
+    unlink_if_under(former_name_, former_file_);
 }
 
 bool QoFileReplacement::open() {
-    // Only a process that died and had our id can have left these.
-    unlink(new_name_.c_str());
-    unlink(former_name_.c_str());
-    descriptor_ = ::open(new_name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode);
-    return descriptor_ >= 0;
+    const auto make = [](const std::string& name, QoDescriptor& file) { return make_new_file(name, kFileMode, file); };
+    new_name_ = claim(path_ + kNewExtension, make, new_file_);
+    return !new_name_.empty();
 }
 
-bool QoFileReplacement::write(std::string_view text) { return write_all(descriptor_, text) && fsync(descriptor_) == 0; }
+bool QoFileReplacement::write(std::string_view text) {
+    return write_all(new_file_.get(), text) && fsync(new_file_.get()) == 0;
+}
 
-bool QoFileReplacement::keep_former() {
+QoFileReplacement::Former QoFileReplacement::keep_former() {
+    close_to_others(path_);
+    const auto make = [this](const std::string& name, QoDescriptor& file) {
+        if (link(path_.c_str(), name.c_str()) != 0) return false;
+        // One that cannot be opened is kept all the same.
+        file = QoDescriptor(open_to_lock(name));
+        return true;
+    };
+    former_name_ = claim(path_ + kFormerExtension, make, former_file_);
+    if (!former_name_.empty()) return Former::kept;
     // Not every file system has hard links, and a file of another owner may not be linked.
-    return link(path_.c_str(), former_name_.c_str()) == 0 || copy_former();
+    return errno == ENOENT ? Former::none : copy_former();
 }
 
 // Not by std::filesystem, which on a 32-bit board cannot copy a file that was changed after January 2038.
-bool QoFileReplacement::copy_former() {
-    const Descriptor former(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
+QoFileReplacement::Former QoFileReplacement::copy_former() {
+    const QoDescriptor former(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat status {};
-    if (former.get() < 0 || fstat(former.get(), &status) != 0) {
-        return false;
+    if (!former || fstat(former.get(), &status) != 0) {
+        return errno == ENOENT ? Former::none : Former::lost;
     }
+    if (!S_ISREG(status.st_mode)) return Former::none;
     const mode_t mode = status.st_mode & kFileMode;
-    const Descriptor copy(::open(former_name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
-    return copy.get() >= 0 && copy_all(former.get(), copy.get()) && fsync(copy.get()) == 0;
+    const auto make = [mode](const std::string& name, QoDescriptor& file) { return make_new_file(name, mode, file); };
+    former_name_ = claim(path_ + kFormerExtension, make, former_file_);
+    const bool copied =
+        !former_name_.empty() && copy_all(former.get(), former_file_.get()) && fsync(former_file_.get()) == 0;
+    return copied ? Former::kept : Former::lost;
 }
 
 bool QoFileReplacement::put_in_place() {
-    return rename(new_name_.c_str(), path_.c_str()) == 0 && flush_directory_of(path_);
+    if (rename(new_name_.c_str(), path_.c_str()) != 0) return false;
+    new_name_.clear();
+    return flush_directory_of(path_);
 }
 
 void QoFileReplacement::remove_strays(const std::string& path) {
     const fs::path file(path);
-    std::vector<fs::path> strays;
+    std::vector<std::string> strays;
     std::error_code error;
     for (fs::directory_iterator entry(file.parent_path(), error); !error && entry != fs::directory_iterator();
          entry.increment(error)) {
@@ -147,7 +192,16 @@ void QoFileReplacement::remove_strays(const std::string& path) {
             strays.push_back(entry->path());
         }
     }
-    for (const fs::path& stray : strays) {
-        fs::remove(stray, error);
+    for (const std::string& stray : strays) remove_stray(stray);
+}
+
+void QoFileReplacement::close_to_others(const std::string& path) {
+    struct stat status {};
+    constexpr mode_t kPermissions = 07777;
+    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return;
+    const mode_t mode = status.st_mode & kPermissions;
+    if ((mode & kFileMode) != mode) {
+        // A file system without modes has nothing to take away.
+        [[maybe_unused]] const int ignored = chmod(path.c_str(), mode & kFileMode);
     }
 }
