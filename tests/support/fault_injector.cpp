@@ -92,8 +92,9 @@ private:
 };
 
 struct Decision {
-    enum class Act { kMake, kFail, kShort, kLie } act = Act::kMake;
+    enum class Act { kMake, kFail, kShort, kLie, kHasten } act = Act::kMake;
     int error = 0;
+    uint32_t milliseconds = 0;
 
     bool fails() const { return act == Act::kFail; }
     bool lies() const { return act == Act::kLie; }
@@ -155,7 +156,10 @@ void record(QoFaultRule& rule, QoFaultCall call, const char* function, Place& pl
 
 bool matches(const QoFaultRule& rule, QoFaultCall call, Place& place) {
     if ((rule.calls & call) == 0) return false;
-    if (rule.main_thread != 0 && syscall(SYS_gettid) != syscall(SYS_getpid)) return false;
+    if (rule.threads != QoFaultThreads::kAny &&
+        (rule.threads == QoFaultThreads::kMain) != (syscall(SYS_gettid) == syscall(SYS_getpid))) {
+        return false;
+    }
     return rule.path[0] == '\0' || place.has(rule.path);
 }
 
@@ -175,6 +179,8 @@ Decision decision_of(const QoFaultRule& rule, QoFaultCall call) {
         case QoFaultAct::kSlow:
             wait(rule.milliseconds);
             return {};
+        case QoFaultAct::kHasten:
+            return {Decision::Act::kHasten, 0, rule.milliseconds};
     }
     return {};
 }
@@ -186,7 +192,8 @@ Decision decide(QoFaultCall call, const char* function, Place place) {
     for (QoFaultRule& rule : plan->rules) {
         if (!matches(rule, call, place)) continue;
         const uint64_t number = rule.seen.fetch_add(1);
-        if (number < rule.first || number > rule.last || decision.act != Decision::Act::kMake) continue;
+        const bool free = decision.act == Decision::Act::kMake || decision.act == Decision::Act::kHasten;
+        if (number < rule.first || number > rule.last || !free) continue;
         record(rule, call, function, place);
         decision = decision_of(rule, call);
     }
@@ -439,12 +446,44 @@ QO_MAKING_HOOK(ssize_t, __mq_timedreceive_time64,
                (int queue, char* text, size_t size, unsigned* priority, const void* until),
                (queue, text, size, priority, until), kQoQueue, queue, -1)
 QO_MAKING_HOOK(int, timer_create, (int clock, void* event, void* timer), (clock, event, timer), kQoTimer, Place(), -1)
-QO_HOOK(int, timer_settime, (void* timer, int flags, const void* time, void* former), (timer, flags, time, former),
-        kQoTimer, Place(), -1)
 QO_MAKING_HOOK(int, timer_gettime, (void* timer, void* time), (timer, time), kQoTimer, Place(), -1)
-QO_HOOK(int, __timer_settime64, (void* timer, int flags, const void* time, void* former), (timer, flags, time, former),
-        kQoTimer, Place(), -1)
 QO_MAKING_HOOK(int, __timer_gettime64, (void* timer, void* time), (timer, time), kQoTimer, Place(), -1)
+
+namespace {
+
+// As the kernel has it, and the C library of a 64-bit machine.
+struct Time {
+    int64_t seconds;
+    int64_t nanoseconds;
+};
+struct TimerTime {
+    Time interval;
+    Time first;
+};
+
+Time hastened(const Time& time, uint32_t milliseconds) {
+    if (time.seconds == 0 && time.nanoseconds == 0) return time;
+    return {milliseconds / 1000, int64_t{milliseconds % 1000} * 1000000};
+}
+
+}  // namespace
+
+#define QO_TIMER(name)                                                                              \
+    QO_REPLACE(int, name, (void* timer, int flags, const TimerTime* time, void* former)) {          \
+        const Decision decision = decide(kQoTimer, #name, Place());                                 \
+        if (decision.fails()) return -1;                                                            \
+        if (decision.lies()) return 0;                                                              \
+        if (decision.act != Decision::Act::kHasten) return next_##name(timer, flags, time, former); \
+        const TimerTime soon{hastened(time->interval, decision.milliseconds),                       \
+                             hastened(time->first, decision.milliseconds)};                         \
+        return next_##name(timer, flags, &soon, former);                                            \
+    }
+#if __SIZEOF_POINTER__ == 8
+QO_TIMER(timer_settime)
+#else
+QO_TIMER(__timer_settime64)
+#endif
+
 QO_MAKING_HOOK(int, pthread_create, (void* thread, const void* attributes, void* (*run)(void*), void* argument),
                (thread, attributes, run, argument), kQoThread, Place(), errno)
 QO_MAKING_HOOK(int, socket, (int domain, int type, int protocol), (domain, type, protocol), kQoSocket, Place(), -1)

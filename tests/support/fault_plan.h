@@ -33,32 +33,35 @@ enum QoFaultCall : uint32_t {
 };
 
 enum class QoFaultAct : uint32_t {
-    kFail,   // not made; the error is reported
-    kShort,  // read, write: half of it, at least a byte. Others: made as they are.
-    kLie,    // not made; success is reported, of a read the end of the file
-    kSlow,   // made after `milliseconds`
+    kFail,    // not made; the error is reported
+    kShort,   // read, write: half of it, at least a byte. Others: made as they are.
+    kLie,     // not made; success is reported, of a read the end of the file
+    kSlow,    // made after `milliseconds`
+    kHasten,  // timer_settime: with `milliseconds` instead of the times given. Others: made as they are.
 };
 
 inline constexpr uint64_t kQoAlways = UINT64_MAX;
 
-/// One rule. All that is atomic the injector writes; the rest is not to be changed while the plan is armed.
+enum class QoFaultThreads : uint32_t { kAny, kMain, kOthers };
+
+/// One rule. `calls` is written last; what stands before it is not to be changed while the rule is in use.
 struct QoFaultRule {
-    uint32_t calls = 0;  // which functions: QoFaultCall, joined by |; 0 for a rule that is not in use
     QoFaultAct act = QoFaultAct::kFail;
     int32_t error = 0;          // errno; 0 for ENOMEM, ENOSPC or EIO as the function has it
-    uint32_t milliseconds = 0;  // of kSlow
+    uint32_t milliseconds = 0;  // of kSlow and kHasten
     uint64_t first = 0;         // the matching calls that it picks, counted from 0 since the plan was armed
     uint64_t last = 0;          // kQoAlways for all from the first one on
-    uint32_t main_thread = 0;   // not 0: calls of other threads do not match
-    char path[128] = {};        // part of a path, or of that of a descriptor; empty matches everything
+    QoFaultThreads threads = QoFaultThreads::kAny;
+    char path[128] = {};  // part of a path, or of that of a descriptor; empty matches everything
 
-    std::atomic<uint64_t> seen;  // matching calls
-    std::atomic<uint64_t> hits;  // those that were picked
-    std::atomic<uint32_t> kind;  // QoFaultCall of the last one picked
-    char function[32];           // its name
-    char place[128];             // its path; empty where the rule asks for none
-    int32_t depth;               // callers of it, where the plan wants them
-    char stack[16][96];          // each as "FILE+0xOFFSET"
+    std::atomic<uint32_t> calls;  // which functions: QoFaultCall, joined by |; 0 for a rule that is not in use
+    std::atomic<uint64_t> seen;   // matching calls
+    std::atomic<uint64_t> hits;   // those that were picked
+    std::atomic<uint32_t> kind;   // QoFaultCall of the last one picked
+    char function[32];            // its name
+    char place[128];              // its path, if it has one
+    int32_t depth;                // callers of it, where the plan wants them
+    char stack[16][96];           // each as "FILE+0xOFFSET"
 };
 
 struct QoFaultPlan {

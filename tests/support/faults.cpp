@@ -23,6 +23,12 @@ std::string with_option(const char* variable, const char* option) {
     return std::string(variable) + "=" + (former != nullptr ? std::string(former) + ":" : "") + option;
 }
 
+void start_counting(QoFaultRule& rule) {
+    rule.seen = 0;
+    rule.hits = 0;
+    rule.depth = 0;
+}
+
 }  // namespace
 
 QoFaults::QoFaults(const std::string& folder) : path_(folder + "faults") {
@@ -58,8 +64,9 @@ size_t QoFaults::add(const Rule& rule) {
     shared.milliseconds = rule.milliseconds;
     shared.first = rule.first;
     shared.last = std::max(rule.first, rule.last);
-    shared.main_thread = rule.main_thread ? 1 : 0;
+    shared.threads = rule.threads;
     memcpy(shared.path, rule.path.c_str(), rule.path.size() + 1);
+    start_counting(shared);
     shared.calls = rule.calls;
     return rules_++;
 }
@@ -72,9 +79,7 @@ void QoFaults::clear() {
 
 void QoFaults::arm() {
     for (QoFaultRule& rule : plan_->rules) {
-        rule.seen = 0;
-        rule.hits = 0;
-        rule.depth = 0;
+        start_counting(rule);
     }
     plan_->armed = 1;
 }

@@ -10,8 +10,9 @@
 ///
 /// To meet the start as well, arm before it. Rules: `calls` one or more of QoFaultCall joined by |, `first` and `last`
 /// the calls that are picked, counted from 0 (one: `.first = 3`; all: `.last = kQoAlways`), `error` an errno (0: the
-/// usual one), `path` part of a path, `act` also kShort, kLie or kSlow. seen() tells how many calls there were, for
-/// "each of them once": run once with `.first = kQoAlways` and count. Allocations only where kReachAllocations.
+/// usual one), `path` part of a path, `act` also kShort, kLie, kSlow or kHasten. seen() tells how many calls there
+/// were, for "each of them once": run once with `.first = kQoAlways` and count. Allocations only where
+/// kReachAllocations.
 #ifndef QO_TEST_FAULTS_H
 #define QO_TEST_FAULTS_H
 
@@ -32,7 +33,7 @@ public:
         int error = 0;
         uint64_t first = 0;
         uint64_t last = 0;  // less than first: the first one only
-        bool main_thread = false;
+        QoFaultThreads threads = QoFaultThreads::kAny;
         unsigned milliseconds = 0;
     };
     /// False in a program built with a sanitizer, which has its own allocator.
@@ -52,7 +53,7 @@ public:
 
     /// "NAME=value" each, for a process that is to be reached.
     std::vector<std::string> environment() const;
-    /// Adds a rule, to be called while nothing is armed. @return its number. Throws when there are too many.
+    /// Adds a rule, which holds at once when the plan is armed. @return its number. Throws when there are too many.
     size_t add(const Rule& rule);
     /// Disarms and forgets all rules.
     void clear();

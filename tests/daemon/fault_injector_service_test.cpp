@@ -32,7 +32,7 @@ TEST_F(FaultsInService, CountTheAllocationsOfARequest) {
     QoFaults faults(service());
     ASSERT_TRUE(service().start_and_wait());
     Component component(service(), QO_CMPID_DEMO);
-    faults.add({.calls = kQoAllocate, .first = kQoAlways, .main_thread = true});
+    faults.add({.calls = kQoAllocate, .first = kQoAlways, .threads = QoFaultThreads::kMain});
     faults.arm();
     component.fence();
     faults.disarm();

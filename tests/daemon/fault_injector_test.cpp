@@ -5,9 +5,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <mqueue.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -189,10 +191,37 @@ TEST_F(FaultInjector, MeetsMapsAndQueuesAndFolders) {
     EXPECT_EQ(looked, -1);
 }
 
-TEST_F(FaultInjector, LeavesOtherThreadsAloneWhenAsked) {
-    arm({.calls = kQoOpen, .path = "file", .last = kQoAlways, .main_thread = true});
-    std::thread([this] { EXPECT_EQ(error_of_open(file()), 0); }).join();
+TEST_F(FaultInjector, TellsTheMainThreadFromOthers) {
+    faults->add(
+        {.calls = kQoOpen, .path = "file", .error = EACCES, .last = kQoAlways, .threads = QoFaultThreads::kMain});
+    faults->add(
+        {.calls = kQoOpen, .path = "file", .error = EMFILE, .last = kQoAlways, .threads = QoFaultThreads::kOthers});
+    faults->arm();
+    std::thread([this] { EXPECT_EQ(error_of_open(file()), EMFILE); }).join();
+    EXPECT_EQ(error_of_open(file()), EACCES);
+}
+
+TEST_F(FaultInjector, TakesARuleWhileItIsArmed) {
+    faults->arm();
+    EXPECT_EQ(error_of_open(file()), 0);
+    faults->add({.calls = kQoOpen, .path = "file"});
     EXPECT_EQ(error_of_open(file()), EIO);
+}
+
+TEST_F(FaultInjector, HastensTimers) {
+    sigevent silent{};
+    silent.sigev_notify = SIGEV_NONE;
+    timer_t timer{};
+    ASSERT_EQ(timer_create(CLOCK_MONOTONIC, &silent, &timer), 0);
+    arm({.calls = kQoTimer, .act = QoFaultAct::kHasten, .last = kQoAlways, .milliseconds = 30});
+    const itimerspec in_an_hour{{}, {3600, 0}};
+    EXPECT_EQ(timer_settime(timer, 0, &in_an_hour, nullptr), 0);
+    itimerspec left{};
+    EXPECT_EQ(timer_gettime(timer, &left), 0);
+    EXPECT_EQ(left.it_value.tv_sec, 0);
+    EXPECT_LE(left.it_value.tv_nsec, 30000000);
+    EXPECT_EQ(left.it_interval.tv_sec, 0);
+    timer_delete(timer);
 }
 
 TEST_F(FaultInjector, AppliesTheFirstRuleThatPicksACall) {
