@@ -16,6 +16,7 @@
 #include <iostream>
 #include <sstream>
 #include <thread>
+#include <utility>
 
 #include "isolation.h"
 
@@ -106,6 +107,10 @@ void QoServiceProcess::add_to_environment(const std::vector<std::string>& variab
 }
 
 void QoServiceProcess::start(const std::vector<std::string>& arguments, StandardFiles standard_files) {
+    process_ = spawn(arguments, standard_files);
+}
+
+pid_t QoServiceProcess::spawn(const std::vector<std::string>& arguments, StandardFiles standard_files) {
     std::vector<std::string> command = arguments;
     command.insert(command.begin(), kProgram);
     std::vector<std::string> variables = environment_with(events_, environment_);
@@ -116,10 +121,23 @@ void QoServiceProcess::start(const std::vector<std::string>& arguments, Standard
     for (int descriptor = 0; standard_files == StandardFiles::kClosed && descriptor < 3; ++descriptor) {
         posix_spawn_file_actions_addclose(&files, descriptor);
     }
+    pid_t process = -1;
     const int error =
-        posix_spawn(&process_, kProgram, &files, nullptr, pointers_to(command).data(), pointers_to(variables).data());
+        posix_spawn(&process, kProgram, &files, nullptr, pointers_to(command).data(), pointers_to(variables).data());
     posix_spawn_file_actions_destroy(&files);
     if (error != 0) throw std::runtime_error(std::string("cannot start ") + kProgram + ": " + strerror(error));
+    return process;
+}
+
+std::optional<int> QoServiceProcess::run_another(const std::vector<std::string>& arguments) {
+    const pid_t first = std::exchange(process_, spawn(arguments, StandardFiles::kOpen));
+    const std::optional<int> status = wait_for_end();
+    if (!status) {
+        kill(process_, SIGKILL);
+        waitpid(process_, nullptr, 0);
+    }
+    process_ = first;
+    return status;
 }
 
 testing::AssertionResult QoServiceProcess::start_and_wait(const std::vector<std::string>& arguments) {

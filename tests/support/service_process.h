@@ -36,6 +36,9 @@ public:
     /// Starts the program and waits until it is ready and serves requests. Where the quota forbids the full queue, and
     /// none was made yet, makes a small one before and says so.
     testing::AssertionResult start_and_wait(const std::vector<std::string>& arguments = {});
+    /// Starts the program once more, beside the one that runs, and waits for the end of that second one.
+    /// @return its status as waitpid() gives it; nothing when it does not end, and is then killed.
+    std::optional<int> run_another(const std::vector<std::string>& arguments = {});
     /// Waits until all requests sent so far are handled and the service waits for the next one. A signal meets it
     /// there, and nowhere inside syslog(), whose lock the signal's handler needs.
     testing::AssertionResult wait_until_idle();
@@ -71,6 +74,7 @@ public:
     const std::string& queue_suffix() const { return suffix_; }
 
 private:
+    pid_t spawn(const std::vector<std::string>& arguments, StandardFiles files);
     mqd_t queue();
     bool waits_for_request() const;
 

@@ -19,6 +19,7 @@
 #include "qo_pushpull_constants.h"
 #include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_process_api.h"
+#include "qo_pushpull_queue_claim.h"
 #include "qo_pushpull_queue_monitor.h"
 #include "qo_pushpull_sigterm_mask.h"
 #include "qo_pushpull_stats.h"
@@ -27,7 +28,11 @@
 
 // ---- life ------------------------------------------------------------------------------------
 
-PushPullData::PushPullData(bool statistics) : mq_pushpull_queue_hndl(0), rgw_restart_state(false), must_end_(false) {
+PushPullData::PushPullData(bool statistics)
+    : mq_pushpull_queue_hndl(0),
+      rgw_restart_state(false),
+      must_end_(false),
+      queue_claim_(std::make_shared<QoServiceQueueClaim>()) {
     syslog(LOG_INFO, "PushPullData Start");
     data_mgr = std::make_shared<DataMgr>();
     resource_mgr = std::make_shared<ResourceMgr>();
@@ -57,7 +62,7 @@ void PushPullData::start_up(const std::string& suffix) {
     // On the first start the queue does not exist yet; the API opens it again on its first use.
     [[maybe_unused]] const int32_t api_result = pushpull_api->init(suffix);
     rgw_restart_state = false;
-    open_service_queue(suffix);
+    if (!open_service_queue(suffix)) return end_with_failure();
     // No step's failure stops the start-up: a service without its saved tree still serves what it has.
     [[maybe_unused]] const int store_result = data_mgr->Init(pushpull_stats);
     resource_mgr->init();
@@ -73,20 +78,27 @@ void PushPullData::terminate() {
     resource_mgr->terminate();
 }
 
-void PushPullData::open_service_queue(const std::string& suffix) {
+// False when the queue is not this service's to serve. One that cannot be opened is no reason to end.
+bool PushPullData::open_service_queue(const std::string& suffix) {
     syslog(LOG_INFO, "PushPullData MessageQueue: open the queue %s", QO_SERVICE_QUEUE_NAME);
     const std::string name = QO_SERVICE_QUEUE_NAME + suffix;
     mq_attr attributes{};
     attributes.mq_maxmsg = QO_QUEUE_MAXMSG;
     attributes.mq_msgsize = QO_QUEUE_MSGSIZE;
+    // Opening for service discards what waits in the queue, so it has to be ours first.
+    const QoServiceQueueClaim::Result claimed = queue_claim_->take(name, attributes);
+    if (claimed == QoServiceQueueClaim::Result::refused) return false;
+    // The API holds the queue that was removed.
+    if (claimed == QoServiceQueueClaim::Result::made_anew) pushpull_api->init(suffix);
     mq_pushpull_queue_hndl = pushpull_api->message_queue_create_and_error_handling(name.c_str(), O_RDWR | O_CREAT,
                                                                                    QO_QUEUE_MODE, &attributes);
     if (mq_pushpull_queue_hndl == -1) {
         syslog(LOG_CRIT, "PushPullData MessageQueue: %s Message queue failed to open", QO_SERVICE_QUEUE_NAME);
-        return;
+        return true;
     }
     syslog(LOG_DEBUG, "PushPullData MessageQueue: %s Message queue successfully opened", QO_SERVICE_QUEUE_NAME);
     resource_mgr->monitor().addQueue(name, QO_CMPID_PUSHPULL, mq_pushpull_queue_hndl);
+    return true;
 }
 
 void PushPullData::close_service_queue() {

@@ -16,6 +16,7 @@ class DataMgr;
 class QoProcessApi;
 class QoPushPullStats;
 class QoPushpullApi;
+class QoServiceQueueClaim;
 class ResourceMgr;
 
 /// The service: owns the store, the registry and the service queue, and answers one request at a time. Main thread
@@ -147,7 +148,7 @@ private:
     /// Demands the end with a failure status. Takes effect before the next request.
     void end_with_failure();
     void start_up(const std::string& suffix);
-    void open_service_queue(const std::string& suffix);
+    bool open_service_queue(const std::string& suffix);
     void close_service_queue();
     ssize_t receive_message(char* buffer);
     std::optional<int> handle_message(const char* message, ssize_t received, std::string& text, QoProcessApi& request,
@@ -165,10 +166,11 @@ private:
     std::shared_ptr<DataMgr> data_mgr;
     std::shared_ptr<ResourceMgr> resource_mgr;
     std::shared_ptr<QoPushpullApi> pushpull_api;
-    std::shared_ptr<QoPushPullStats> pushpull_stats;  // null when statistics are off
-    mqd_t mq_pushpull_queue_hndl;                     // the service queue; 0 when not open, -1 after a failed open
-    bool rgw_restart_state;                           // a restart of the remote gateway is pending
-    bool must_end_;                                   // with a failure status, before the next request
+    std::shared_ptr<QoPushPullStats> pushpull_stats;    // null when statistics are off
+    mqd_t mq_pushpull_queue_hndl;                       // the service queue; 0 when not open, -1 after a failed open
+    bool rgw_restart_state;                             // a restart of the remote gateway is pending
+    bool must_end_;                                     // with a failure status, before the next request
+    std::shared_ptr<QoServiceQueueClaim> queue_claim_;  // held from the first start-up to the end
 
 public:
     /// The instance suffix, set before init and used again when the service resets itself.

@@ -127,7 +127,15 @@ protected:
     std::vector<QoLogLine> logged() const { return log_.lines_above_debug(); }
 };
 
-using StartUp = Service;
+/// With no service yet.
+class StartUp : public Service {
+protected:
+    StartUp() {
+        end_service();
+        log_.clear();
+    }
+};
+
 using Loop = Service;
 using InitRequest = Service;
 using ExitRequest = Service;
@@ -229,6 +237,7 @@ TEST_F(Loop, ZeroLengthMessageIsAReceiveFailureWithOneSecondsPause) {
 }
 
 TEST_F(Loop, QueueThatFailedToOpenCostsASecondPerReceive) {
+    end_service();
     refuse_service_queue = true;
     PushPullData service(false);
     service.init("");

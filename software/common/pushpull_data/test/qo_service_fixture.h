@@ -78,7 +78,13 @@ protected:
         service_->init("");
         log_.clear();
     }
-    ~QoServiceFixture() override { service_->terminate(); }
+    ~QoServiceFixture() override { end_service(); }
+
+    /// For a test of a service of its own, which cannot have the queue before.
+    void end_service() {
+        if (service_) service_->terminate();
+        service_.reset();
+    }
 
     QoLogCapture log_;
     QoShellCapture shell_;

@@ -1,0 +1,133 @@
+#include "qo_pushpull_queue_claim.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <thread>
+#include <utility>
+
+#include "qo_pushpull_cleared_umask.h"
+#include "qo_pushpull_constants.h"
+
+namespace {
+
+// Somebody who makes the queue again as often as it is removed is not to keep the service busy for ever.
+constexpr int kAttempts = 5;
+
+/// A descriptor until it is handed on.
+class OpenQueue {
+public:
+    OpenQueue(const std::string& name, const mq_attr& wanted) : descriptor_(open(name, wanted)) {}
+    ~OpenQueue() {
+        if (descriptor_ != -1) mq_close(descriptor_);
+    }
+    OpenQueue(const OpenQueue&) = delete;
+    OpenQueue& operator=(const OpenQueue&) = delete;
+
+    mqd_t get() const { return descriptor_; }
+    mqd_t release() { return std::exchange(descriptor_, -1); }
+
+private:
+    static mqd_t open(const std::string& name, mq_attr attributes) {
+        const QoClearedUmask cleared;
+        return mq_open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, QO_QUEUE_MODE, &attributes);
+    }
+
+    mqd_t descriptor_;
+};
+
+bool is_foreign(const struct stat& queue) { return queue.st_uid != 0 && queue.st_uid != geteuid(); }
+
+// False when the queue stays.
+bool remove_foreign(const std::string& name, const struct stat& queue) {
+    const auto owner = static_cast<long>(queue.st_uid);
+    if (mq_unlink(name.c_str()) == 0 || errno == ENOENT) {
+        syslog(LOG_CRIT, "PushPullData MessageQueue: %s belonged to user %ld and is made anew", name.c_str(), owner);
+        return true;
+    }
+    syslog(LOG_CRIT, "PushPullData MessageQueue: %s belongs to user %ld and cannot be removed: %m", name.c_str(),
+           owner);
+    return false;
+}
+
+void report_weaknesses(const std::string& name, mqd_t descriptor, const struct stat& queue, const mq_attr& wanted) {
+    if ((queue.st_mode & S_IRWXO) != 0) {
+        syslog(LOG_WARNING, "PushPullData MessageQueue: %s is open to every user (mode %04o)", name.c_str(),
+               static_cast<unsigned>(queue.st_mode & ALLPERMS));
+    }
+    mq_attr found{};
+    if (mq_getattr(descriptor, &found) != 0) return;
+    if (found.mq_maxmsg < wanted.mq_maxmsg || found.mq_msgsize < wanted.mq_msgsize) {
+        syslog(LOG_WARNING, "PushPullData MessageQueue: %s holds %ld messages of %ld bytes instead of %ld of %ld",
+               name.c_str(), static_cast<long>(found.mq_maxmsg), static_cast<long>(found.mq_msgsize),
+               static_cast<long>(wanted.mq_maxmsg), static_cast<long>(wanted.mq_msgsize));
+    }
+}
+
+}  // namespace
+
+QoServiceQueueClaim::QoServiceQueueClaim(QoQueueClaimTimings timings) : timings_(timings) {}
+
+QoServiceQueueClaim::~QoServiceQueueClaim() {
+    if (held_ != -1) mq_close(held_);
+}
+
+QoServiceQueueClaim::Result QoServiceQueueClaim::take(const std::string& name, const mq_attr& wanted) {
+    qo_set_mqueue_limits();
+    bool made_anew = false;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        bool again = false;
+        const Result result = take_once(name, wanted, again);
+        if (!again) return result == Result::held && made_anew ? Result::made_anew : result;
+        made_anew = true;
+    }
+    syslog(LOG_CRIT, "PushPullData MessageQueue: %s was replaced %d times while it was taken", name.c_str(), kAttempts);
+    return Result::refused;
+}
+
+// `again` is set when the name may stand for another queue now.
+QoServiceQueueClaim::Result QoServiceQueueClaim::take_once(const std::string& name, const mq_attr& wanted,
+                                                           bool& again) {
+    OpenQueue queue(name, wanted);
+    struct stat status {};
+    if (queue.get() == -1 || fstat(queue.get(), &status) != 0) return Result::no_queue;
+    // Before the lock: the owner of a foreign queue could keep it locked for ever.
+    if (is_foreign(status)) {
+        again = remove_foreign(name, status);
+        return Result::refused;
+    }
+    if (holds(status)) return Result::held;
+    if (!lock(name, queue.get())) return Result::refused;
+    // Whoever waited for the lock may have got that of a queue that was removed meanwhile.
+    again = fstat(queue.get(), &status) == 0 && status.st_nlink == 0;
+    if (again) return Result::refused;
+    report_weaknesses(name, queue.get(), status, wanted);
+    if (held_ != -1) mq_close(held_);
+    held_ = queue.release();
+    return Result::held;
+}
+
+bool QoServiceQueueClaim::holds(const struct stat& queue) const {
+    struct stat held {};
+    return held_ != -1 && fstat(held_, &held) == 0 && held.st_dev == queue.st_dev && held.st_ino == queue.st_ino;
+}
+
+bool QoServiceQueueClaim::lock(const std::string& name, mqd_t descriptor) const {
+    const auto deadline = std::chrono::steady_clock::now() + timings_.patience;
+    while (flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK && errno != EINTR) {
+            // A system without such locks is no reason to leave the device without its service.
+            syslog(LOG_WARNING, "PushPullData MessageQueue: %s cannot be locked: %m", name.c_str());
+            return true;
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            syslog(LOG_CRIT, "PushPullData MessageQueue: %s is served by another process", name.c_str());
+            return false;
+        }
+        std::this_thread::sleep_for(timings_.pause);
+    }
+    return true;
+}
