@@ -107,7 +107,7 @@ void get_packed(QoCtlSession& session, const QoCtlOptions& options, QoCtlStyle s
     std::vector<QoJsonNode> packed;
     for (const std::string& answer : exchange.answers) {
         QoJsonNode node = qo_json_parse(answer);
-        // A node that does not exist is answered by itself, and {} comes when nothing was left to pack.
+        // {} comes when there was nothing to pack.
         if (json_empty(node.get()) == 1) continue;
         result.text += qo_ctl_render(node.get(), style);
         packed.push_back(std::move(node));

@@ -168,7 +168,7 @@ int PushPullData::comp_get(eQO_CMP_IDs_ comp_id, const std::string& pointers, bo
             complete = false;
             break;
         }
-        // A failed read's text is sent like an answer.
+        // A failed read's text is handled like an answer.
         std::string text;
         [[maybe_unused]] const int read_result = get_node(list.pointer(), &text, sender_id);
         if (internal) {
@@ -227,8 +227,9 @@ std::string_view json_part(const std::string& text) {
 }  // namespace
 
 // Joins an answer to those before it, which are sent first when it does not fit beside them. An answer too large by
-// itself is sent when the next one comes, or at the end, and fails there. What cannot be joined, such as a size or
-// an array whose elements have no "id", is sent by itself. False when there is no queue to answer to.
+// itself is sent when the next one comes, or at the end, and fails there. What cannot be joined, such as a size, a
+// failed read or an array whose elements have no "id", is logged and not sent. False when there is no queue to answer
+// to.
 bool PushPullData::pack_answer(const std::string& text, PackedAnswer& packed, int& result) {
     syslog(LOG_DEBUG, "comp_get : pack and send buff");
     if (!packed.node) packed.node.reset(json_new(JSON_NODE));
@@ -249,7 +250,6 @@ bool PushPullData::pack_answer(const std::string& text, PackedAnswer& packed, in
     if (!answer ||
         data_mgr->PackMultipleGetResponse(packed.node.get(), answer.get(), get_comp_class(packed.requester)) != 0) {
         syslog(LOG_DEBUG, "pushpull : MessageQueue: GET : packing error");
-        result = send_answer(packed.requester, text);
     }
     return true;
 }

@@ -89,7 +89,8 @@ public:
     /// Answers with the nodes at the pointers of a list "a;b;c", up to its end or first empty piece: one message for
     /// each, or as few as the requester's queue allows when packing. Every message begins with
     /// "sender_id:", the sender id and ";" unless `sender_id` is empty. A pointer that cannot be read is answered by
-    /// the pointer and ":{}", one that asks for a size by the pointer, ":" and the size or -1; neither is packed.
+    /// the pointer and ":{}", one that asks for a size by the pointer, ":" and the size or -1; neither can be
+    /// packed, and what cannot is logged and not sent.
     /// A walk that takes too long (QO_WALK_LIMIT_S) ends with a failure.
     /// @param internal true after a clear: the texts go to the pointers' subscribers instead
     /// @return the last send's result; -1 for an unregistered component, an empty list and a walk that ended early.

@@ -127,8 +127,8 @@ public:
     ///                      tag and ";". Empty for none
     /// @param pack_and_send the answers joined in as few compact JSON objects as fit the component's queue, by the
     ///                      rules of a publish: "writeAccess" and "doNotPersist" are lost, and array elements stand at
-    ///                      the position of their "id", behind placeholders {"id":n}. Sizes and failures come
-    ///                      unpacked, before them
+    ///                      the position of their "id", behind placeholders {"id":n}. Sizes and failures
+    ///                      cannot be joined and are not sent; {} when nothing could
     int32_t get(eQO_CMP_IDs_ comp_id, std::string pointer, std::string sender_id, bool pack_and_send);
 
     /// Saves the data tree to its file now, instead of some seconds after the last change. (Kind "save".)
