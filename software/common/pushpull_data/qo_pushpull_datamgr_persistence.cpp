@@ -393,37 +393,36 @@ int DataMgr::CheckForSavingDataTree(JSONNODE* data, JSONNODE* published, bool& p
     const JSONNODE* level = json_type(data) == JSON_ARRAY ? json_at(data, 0) : data;
     for (JSONNODE* member : QoJsonChildren(published)) {
         JSONNODE* found = qo_json_find(level, qo_json_name(member));
-        if (found == nullptr) {
+        const bool is_array = json_type(member) == JSON_ARRAY;
+        if (found == nullptr && !is_array) {
             continue;
         }
-        if (json_type(member) != JSON_ARRAY && json_empty(found) != 0) {
+        if (!is_array && json_empty(found) != 0) {
             if (qo_json_name(member) == kDoNotPersist) {
                 decided = true;
                 persistent_change = persistent_change || json_as_bool(member) == 0;
             }
             continue;
         }
-        const bool by_first_element =
-            json_type(member) == JSON_ARRAY && json_type(found) == JSON_ARRAY && json_empty(found) == 0;
+        // Deliberate: a published array that is not there, because it was refused, is asked for all the same, and the
+        // log tells that there is no node.
+        // Test: SaveDecision.ANewArrayThatWasRefusedIsLookedForOnceAndOnceForEachElement
+        const bool by_first_element = is_array && json_type(found) == JSON_ARRAY && json_empty(found) == 0;
         if (DecideByMarker(by_first_element ? json_at(found, 0) : found, persistent_change, decided)) {
             return 0;
         }
-        const int result = json_type(member) == JSON_ARRAY
-                               ? CheckElementsForSaving(found, member, persistent_change, decided)
-                               : CheckForSavingDataTree(found, member, persistent_change, decided);
-        if (result != 0) {
-            return result;
+        if (is_array) {
+            CheckElementsForSaving(found, member, persistent_change, decided);
+        } else if (CheckForSavingDataTree(found, member, persistent_change, decided) != 0) {
+            return -1;
         }
     }
     return 0;
 }
 
-int DataMgr::CheckElementsForSaving(JSONNODE* data, JSONNODE* array, bool& persistent_change, bool& decided) {
+void DataMgr::CheckElementsForSaving(JSONNODE* data, JSONNODE* array, bool& persistent_change, bool& decided) {
     for (JSONNODE* element : QoJsonChildren(array)) {
-        const int result = CheckForSavingDataTree(data, element, persistent_change, decided);
-        if (result != 0) {
-            return result;
-        }
+        // An element without a node does not keep the others from deciding.
+        [[maybe_unused]] const int result = CheckForSavingDataTree(data, element, persistent_change, decided);
     }
-    return 0;
 }

@@ -307,7 +307,7 @@ private:
     bool CreateTimer();
     bool SetTimer(std::chrono::nanoseconds after);
     bool DecideByMarker(JSONNODE* node, bool& persistent_change, bool& decided);
-    int CheckElementsForSaving(JSONNODE* data, JSONNODE* array, bool& persistent_change, bool& decided);
+    void CheckElementsForSaving(JSONNODE* data, JSONNODE* array, bool& persistent_change, bool& decided);
 
     // Each with what protects it; "start-up" ends with Init, before the save timer's thread can exist. Locks, in the
     // order in which they are taken: the registry of live stores (qo_pushpull_live_objects.h), the mutex that keeps

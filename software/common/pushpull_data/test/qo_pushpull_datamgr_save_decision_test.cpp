@@ -106,6 +106,30 @@ TEST_F(SaveDecision, ANullNodeIsLogged) {
                                           error_line("IsNodeNonPersistent@#: Null node")));
 }
 
+TEST_F(SaveDecision, ANewArrayThatWasRefusedIsLookedForOnceAndOnceForEachElement) {
+    EXPECT_EQ(decide(R"({"t":{"doNotPersist":true}})", R"({"gone":[{"id":0},{"id":1}],"t":{"x":1}})"), kTransient);
+    EXPECT_THAT(log_.lines(), ElementsAre(error_line("IsNodeNonPersistent@#: Null node"),
+                                          error_line("CheckForSavingDataTree@#: Null node"),
+                                          error_line("CheckForSavingDataTree@#: Null node")));
+    log_.clear();
+    EXPECT_EQ(decide("{}", R"({"gone":[]})"), kUndecided);
+    EXPECT_THAT(log_.lines(), ElementsAre(error_line("IsNodeNonPersistent@#: Null node")));
+    log_.clear();
+    EXPECT_EQ(decide(R"({"l":[{"id":0}]})", R"({"l":[{"id":1,"gone":[{"id":0}]}]})"), kUndecided);
+    EXPECT_THAT(log_.lines(), ElementsAre(error_line("IsNodeNonPersistent@#: Null node"),
+                                          error_line("CheckForSavingDataTree@#: Null node")));
+}
+
+TEST_F(SaveDecision, AClientsRefusedArrayIsLoggedAndSavedLikeAnyPublishWithoutAMarker) {
+    load(R"({"t":{"doNotPersist":true,"x":1}})");
+    EXPECT_EQ(publish(R"({"gone":[{"id":0}]})", QO_REMOTE_CLIENT), 0);
+    EXPECT_THAT(said_, ElementsAre(deny_line(LOG_ERR, "AddMember@#: Component not authorized to publish new nodes"),
+                                   deny_line(LOG_ERR, "AddMember@#: No node with name - gone - skipping this node"),
+                                   error_line("IsNodeNonPersistent@#: Null node"),
+                                   error_line("CheckForSavingDataTree@#: Null node")));
+    EXPECT_TRUE(save_scheduled_);
+}
+
 TEST_F(SaveDecision, APublishThatTouchesOnlyTransientDataNeverCausesASave) {
     load(R"({"t":{"doNotPersist":true,"x":1},"p":{"x":1}})");
     EXPECT_EQ(publish(R"({"t":{"x":2}})"), 0);
