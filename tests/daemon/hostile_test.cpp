@@ -27,9 +27,10 @@ constexpr bool kMeasuresMemory = false;  // sanitizers keep what was freed
 #else
 constexpr bool kMeasuresMemory = true;
 #endif
-constexpr std::chrono::seconds kPatience{180};    // for an answer; longer is called a hang
-constexpr size_t kGrowthKib = size_t{48} * 1024;  // what the allocator may keep for the largest message
-constexpr size_t kGrowthPerRepeatKib = 1024;      // on average; less than one message
+constexpr std::chrono::seconds kPatience{180};         // for an answer; longer is called a hang
+constexpr size_t kGrowthKib = size_t{48} * 1024;       // what the allocator may keep for the largest message
+constexpr size_t kLargestTreeKib = size_t{64} * 1024;  // what publishes may let the tree grow to
+constexpr size_t kGrowthPerRepeatKib = 1024;           // on average; less than one message
 
 using Texts = std::vector<std::string>;
 
@@ -452,7 +453,7 @@ TEST_F(Hostile, AFractionalIdIsCutTowardZero) {
     EXPECT_THAT(witness_->get("/error/1/code"), HasSubstr("7"));
 }
 
-// Every array element that a message may add costs memory that the message did not bring.
+// Every array element that a message may add costs memory that the message did not bring: as much as the tree may have.
 TEST_F(Hostile, ManyIds65536ApartInOneMessageAreRefusedBeforeTheyFillTheMemory) {
     std::string ids;
     for (size_t id = 65536; ids.size() < 100000; id += 65536) ids += "{\"id\":" + std::to_string(id) + "},";
@@ -460,8 +461,10 @@ TEST_F(Hostile, ManyIds65536ApartInOneMessageAreRefusedBeforeTheyFillTheMemory) 
     const size_t before = service().resident_kib();
     send({request("publish", R"({"error":[)" + ids + "]}")});
     if (kMeasuresMemory) {
-        EXPECT_LT(service().resident_kib(), before + kGrowthKib);
+        EXPECT_LT(service().resident_kib(), before + kGrowthKib + kLargestTreeKib);
     }
+    EXPECT_TRUE(
+        events().wait_for_store_log(LOG_ERR, "Data tree exceeded max size 67108864 bytes - error. Tree NOT updated!"));
     EXPECT_TRUE(events().wait_for_log(LOG_ERR, "Component data publish failed = -1"));
 }
 
@@ -474,8 +477,16 @@ TEST_F(Hostile, OneHundredArraysOfTheLargestIdInOneMessageAreRefusedBeforeTheyFi
     const size_t before = service().resident_kib();
     send({request("publish", "{" + arrays + "}")});
     if (kMeasuresMemory) {
-        EXPECT_LT(service().resident_kib(), before + kGrowthKib);
+        EXPECT_LT(service().resident_kib(), before + kGrowthKib + kLargestTreeKib);
     }
+    EXPECT_TRUE(
+        events().wait_for_store_log(LOG_ERR, "Data tree exceeded max size 67108864 bytes - a3. Tree NOT updated!"));
+}
+
+TEST_F(Hostile, TwoArraysThatNeed40000PlaceholdersEachAreAcceptedInOneMessage) {
+    send({request("publish", R"({"error":[{"id":40000}],"devices":[{"id":15}],"more":[{"id":40000}]})")});
+    EXPECT_EQ(witness_->get("/error/size"), "/error/size:40001");
+    EXPECT_EQ(witness_->get("/more/size"), "/more/size:40001");
 }
 
 TEST_F(Hostile, APublishTo128SubscribersBesideAnArrayOf100000ElementsCostsWhatItBrings) {

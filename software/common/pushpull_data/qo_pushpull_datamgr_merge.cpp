@@ -40,29 +40,17 @@ std::optional<eQO_PUBLISH_AUTHORITY_> authority_of(std::string_view write_access
     return std::nullopt;
 }
 
+bool has_id_zero(JSONNODE* element) { return qo_json_int32(qo_json_find(element, "id")) == 0; }
+
 /// The element that carries an array's metadata: the first with id 0; the array itself when there is none.
 JSONNODE* metadata_holder(JSONNODE* array) {
-    for (JSONNODE* element : QoJsonChildren(array)) {
-        if (qo_json_int32(qo_json_find(element, "id")) == 0) {
-            return element;
-        }
-    }
-    return array;
+    const QoJsonChildren elements(array);
+    const auto found = std::find_if(elements.begin(), elements.end(), has_id_zero);
+    return found == elements.end() ? array : *found;
 }
 
-}  // namespace
-
-// ---- write authority -------------------------------------------------------------------------
-
-eQO_PUBLISH_AUTHORITY_ DataMgr::GetPublishAuthorityForThisNode(JSONNODE* node, eQO_COMPONENT_CLASS_ component_class) {
-    if (component_class == QO_INTERNAL) {
-        return QO_ALLOW_PUBLISH_THIS_NODE;
-    }
-    if (node == nullptr) {
-        QO_LOG(LOG_ERR, "Null node");
-        return QO_NO_PUBLISH_THIS_NODE;
-    }
-    JSONNODE* holder = json_type(node) == JSON_ARRAY ? metadata_holder(node) : node;
+/// What a client may do at a node by the node's own "writeAccess" members.
+eQO_PUBLISH_AUTHORITY_ authority_among_members(JSONNODE* holder, eQO_COMPONENT_CLASS_ component_class) {
     const bool is_remote = component_class == QO_REMOTE_CLIENT;
     const JSONNODE* first = qo_json_find(holder, "writeAccess");
     if (const auto authority = authority_of(qo_json_string(first), is_remote); first == nullptr || authority) {
@@ -78,6 +66,21 @@ eQO_PUBLISH_AUTHORITY_ DataMgr::GetPublishAuthorityForThisNode(JSONNODE* node, e
         }
     }
     return QO_NO_PUBLISH_THIS_NODE;
+}
+
+}  // namespace
+
+// ---- write authority -------------------------------------------------------------------------
+
+eQO_PUBLISH_AUTHORITY_ DataMgr::GetPublishAuthorityForThisNode(JSONNODE* node, eQO_COMPONENT_CLASS_ component_class) {
+    if (component_class == QO_INTERNAL) {
+        return QO_ALLOW_PUBLISH_THIS_NODE;
+    }
+    if (node == nullptr) {
+        QO_LOG(LOG_ERR, "Null node");
+        return QO_NO_PUBLISH_THIS_NODE;
+    }
+    return authority_among_members(json_type(node) == JSON_ARRAY ? metadata_holder(node) : node, component_class);
 }
 
 // ---- the publish -----------------------------------------------------------------------------
@@ -167,7 +170,12 @@ int DataMgr::TreeMerge(JSONNODE* destination, JSONNODE* source, bool update_leav
     const bool into_data_tree = destination == data_tree_;
     const bool is_bounded = into_data_tree && !merging_default_tree;
     const int64_t room = is_bounded ? max_tree_bytes_ - tree_bytes_ : kUnlimitedBytes;
-    MergeRun run{.component_class = component_class, .bytes_left = room, .limits = {}, .array_authorities = {}};
+    MergeRun run{.component_class = component_class,
+                 .bytes_left = room,
+                 .placeholder_bytes_left = max_tree_bytes_,
+                 .limits = {},
+                 .zero_elements = {},
+                 .renumbered = {}};
     const int result = MergeNode(destination, source, {run, update_leaves, authority});
     if (into_data_tree) {
         tree_bytes_ += room - run.bytes_left;
@@ -276,8 +284,13 @@ int DataMgr::MergeElement(JSONNODE* array, JSONNODE* element, const MergeScope& 
         if (IsBeyondMaxItems(array, *index, scope)) {
             return -1;
         }
-        if (JSONNODE* present = json_at(array, static_cast<size_t>(*index)); present != nullptr) {
-            return MergeNode(present, element, ScopeBelow(json_at(array, 0), scope));
+        const auto position = static_cast<size_t>(*index);
+        if (JSONNODE* present = json_at(array, position); present != nullptr) {
+            const int result = MergeNode(present, element, ScopeBelow(json_at(array, 0), scope));
+            if (scope.run.renumbered.erase(present) != 0) {
+                NoteElement(array, position, scope.run);
+            }
+            return result;
         }
     }
     return AddElement(array, element, *index, scope);
@@ -308,27 +321,28 @@ int DataMgr::AddElement(JSONNODE* array, JSONNODE* element, int32_t index, const
         return 0;
     }
     const auto size = static_cast<int64_t>(json_size(array));
-    const int64_t highest_index = size + scope.run.placeholders_left;
+    const int64_t highest_index = size + QO_MAX_PLACEHOLDERS;
     if (index > highest_index) {
-        // No "maxItems" stands here: the limit named is the highest id that this merge could still add.
+        // No "maxItems" stands here: the limit named is the highest id that could be added.
         QO_LOG(LOG_ERR, "Array id %ld exceeded max items %ld. Tree NOT updated!", as_long(index),
                as_long(highest_index));
         return -1;
     }
-    scope.run.placeholders_left -= index - size;
     QoJsonNode added(BuildNode(element, scope));
     if (!added) {
         return -1;
     }
     for (auto position = static_cast<size_t>(size); position < static_cast<size_t>(index); ++position) {
         QoJsonNode placeholder = qo_json_placeholder(position);
-        if (!TakeRoom(scope, qo_tree_weight(placeholder.get()), array)) {
+        if (!TakePlaceholderRoom(scope, qo_tree_weight(placeholder.get()), array)) {
             scope.run.bytes_left += qo_tree_weight(added.get());
             return -1;
         }
         json_push_back(array, placeholder.release());
+        NoteElement(array, position, scope.run);
     }
     json_push_back(array, added.release());
+    NoteElement(array, static_cast<size_t>(index), scope.run);
     NoteAddition();
     return 0;
 }
@@ -337,6 +351,9 @@ int DataMgr::AddElement(JSONNODE* array, JSONNODE* element, int32_t index, const
 
 int DataMgr::MergeMember(JSONNODE* object, JSONNODE* member, const MergeScope& scope) {
     JSONNODE* found = qo_json_find(object, qo_json_name(member));
+    if (qo_json_name(member) == "id" && scope.authority != QO_NO_PUBLISH_THIS_NODE) {
+        scope.run.renumbered.insert(object);
+    }
     if (found == nullptr) {
         return AddMember(object, member, scope);
     }
@@ -399,19 +416,52 @@ bool DataMgr::TakeRoom(const MergeScope& scope, int64_t bytes, const JSONNODE* n
     return true;
 }
 
+bool DataMgr::TakePlaceholderRoom(const MergeScope& scope, int64_t bytes, const JSONNODE* array) const {
+    if (bytes > scope.run.placeholder_bytes_left) {
+        QO_LOG(LOG_ERR, "Data tree exceeded max size %ld bytes - %s. Tree NOT updated!", as_long(max_tree_bytes_),
+               json_name_view(array, nullptr));
+        return false;
+    }
+    scope.run.placeholder_bytes_left -= bytes;
+    return TakeRoom(scope, bytes, array);
+}
+
 DataMgr::MergeScope DataMgr::ScopeBelow(JSONNODE* node, const MergeScope& scope) {
     MergeRun& run = scope.run;
     if (scope.authority == QO_ALLOW_PUBLISH_THIS_NODE_AND_BELOW) {
         return scope;
     }
-    if (json_type(node) != JSON_ARRAY) {
+    if (json_type(node) != JSON_ARRAY || run.component_class == QO_INTERNAL) {
         return {run, scope.update_leaves, GetPublishAuthorityForThisNode(node, run.component_class)};
     }
-    const auto [authority, is_new] = run.array_authorities.try_emplace(node, QO_NO_PUBLISH_THIS_NODE);
+    return {run, scope.update_leaves, authority_among_members(MetadataHolder(node, run), run.component_class)};
+}
+
+// Deliberate: asked anew each time that the array occurs in a publish, which may have changed the ids meanwhile.
+// Test: ClientPublish.AnArrayIsAskedForItsAuthorityEachTimeThatItOccurs
+JSONNODE* DataMgr::MetadataHolder(JSONNODE* array, MergeRun& run) {
+    const auto [entry, is_new] = run.zero_elements.try_emplace(array);
+    std::set<size_t>& zeros = entry->second;
     if (is_new) {
-        authority->second = GetPublishAuthorityForThisNode(node, run.component_class);
+        size_t position = 0;
+        for (JSONNODE* element : QoJsonChildren(array)) {
+            if (has_id_zero(element)) zeros.insert(zeros.end(), position);
+            ++position;
+        }
     }
-    return {run, scope.update_leaves, authority->second};
+    return zeros.empty() ? array : json_at(array, *zeros.begin());
+}
+
+void DataMgr::NoteElement(JSONNODE* array, size_t position, MergeRun& run) {
+    const auto asked = run.zero_elements.find(array);
+    if (asked == run.zero_elements.end()) {
+        return;
+    }
+    if (has_id_zero(json_at(array, position))) {
+        asked->second.insert(position);
+    } else {
+        asked->second.erase(position);
+    }
 }
 
 bool DataMgr::IsProtectedMetadata(const JSONNODE* node) const {

@@ -22,6 +22,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -136,7 +137,8 @@ public:
     /// Merges a tree into another under the rules of write authority. The caller holds `mutex_` when the
     /// destination is the data tree. What matters beyond the plain walk:
     /// - Array elements go to the position that their "id" says; missing positions before it are filled with
-    ///   objects that hold only their "id", at most QO_MAX_PLACEHOLDERS of them in one merge.
+    ///   objects that hold only their "id", at most QO_MAX_PLACEHOLDERS of them for one "id", and of all those of one
+    ///   merge no more bytes than the data tree may have.
     /// - A value that is given members becomes a container first; an empty container counts as a value. A
     ///   container with children never turns into another kind: an array onto an object, or the reverse, fails.
     ///   The destination itself, if it is an object, stays one, and a value merged into a container is ignored.
@@ -233,15 +235,17 @@ public:
 private:
     // ---- merge ----
 
-    /// One merge from its root down. The maps keep what one message could otherwise have worked out again and
+    /// One merge from its root down. The containers keep what one message could otherwise have worked out again and
     /// again at great cost: "maxItems" texts and arrays that were made very long for the purpose.
     struct MergeRun {
         eQO_COMPONENT_CLASS_ component_class;
-        int64_t bytes_left;  // that the destination may grow by; below 0 when it is too large already
-        int64_t placeholders_left = QO_MAX_PLACEHOLDERS;
+        int64_t bytes_left;              // that the destination may grow by; below 0 when it is too large already
+        int64_t placeholder_bytes_left;  // of all placeholders, also where the destination itself is not bounded
         int refusals_left_to_log = QO_MAX_LOGGED_REFUSALS;
-        std::unordered_map<const JSONNODE*, int64_t> limits;                            // by "maxItems" node
-        std::unordered_map<const JSONNODE*, eQO_PUBLISH_AUTHORITY_> array_authorities;  // as they were when first met
+        std::unordered_map<const JSONNODE*, int64_t> limits;  // by "maxItems" node
+        /// The positions of the elements with id 0 of the arrays that were asked for their authority.
+        std::unordered_map<const JSONNODE*, std::set<size_t>> zero_elements;
+        std::unordered_set<const JSONNODE*> renumbered;  // objects whose "id" may have changed
     };
     /// What one level of a merge passes to the next.
     struct MergeScope {
@@ -268,8 +272,14 @@ private:
     /// Takes so many bytes of the room that is left, gives them back when below 0. Logs it when there is no room,
     /// with the node's name. @return false then.
     bool TakeRoom(const MergeScope& scope, int64_t bytes, const JSONNODE* node) const;
+    /// The same for a placeholder in the array, which counts among the placeholders too.
+    bool TakePlaceholderRoom(const MergeScope& scope, int64_t bytes, const JSONNODE* array) const;
     /// The scope for what lies below a node of the destination.
     MergeScope ScopeBelow(JSONNODE* node, const MergeScope& scope);
+    /// The element that carries an array's metadata: the first with id 0; the array itself when there is none.
+    static JSONNODE* MetadataHolder(JSONNODE* array, MergeRun& run);
+    /// Keeps that known when the element at a position is new or was renumbered.
+    static void NoteElement(JSONNODE* array, size_t position, MergeRun& run);
     bool IsProtectedMetadata(const JSONNODE* node) const;
     /// Whether one more refused node is to be logged. Counts it.
     static bool LogsRefusal(const MergeScope& scope);

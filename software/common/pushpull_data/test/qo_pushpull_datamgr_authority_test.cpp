@@ -226,6 +226,38 @@ TEST_F(ClientPublish, ANewElementNeedsTheAuthorityOfTheArray) {
     EXPECT_EQ(read("/sealed"), R"({"sealed":[{"id":0,"t":1}]})");
 }
 
+// Who may add elements is asked anew wherever the publish names the array: it may have changed the ids meanwhile.
+TEST_F(ClientPublish, AnArrayIsAskedForItsAuthorityEachTimeThatItOccurs) {
+    EXPECT_EQ(after(R"({"zones":[{"id":0,"id":7}],"zones":[{"id":2,"t":2}]})", "zones/2"), "");
+    EXPECT_EQ(publish(R"({"zones":[{"id":2,"t":2}],"zones":[{"id":0}],"zones":[{"id":2,"t":2}]})", QO_REMOTE_CLIENT),
+              0);
+    EXPECT_EQ(said_, not_a_new_index(2)) << "only the first time";
+    EXPECT_EQ(read("/zones/2"), R"({"zones":[{"id":2,"t":2}]})");
+}
+
+TEST_F(ClientPublish, AnArrayThatLosesItsElementZeroToAnObjectIsClosedFromThenOn) {
+    load(R"({"zones":[{"id":0,"writeAccess":"openAll","t":1}]})");
+    EXPECT_EQ(publish(R"({"zones":[{"id":0,"id":{"x":1}}],"zones":[{"id":1}]})", QO_REMOTE_CLIENT), 0);
+    EXPECT_EQ(said_, not_a_new_index(1));
+}
+
+TEST_F(ClientPublish, TheFirstElementAmongSeveralWithIdZeroDecides) {
+    load(
+        R"({"zones":[{"id":3,"writeAccess":"remote"},{"id":0,"writeAccess":"internal"},{"id":0,"writeAccess":"remote"}]})");
+    EXPECT_EQ(publish(R"({"zones":[{"id":3}],"zones":[{"id":0}],"zones":[{"id":3}]})", QO_REMOTE_CLIENT), 0);
+    EXPECT_EQ(said_, not_a_new_index(3)) << "the element that got id 0 meanwhile stands before the closed one";
+    EXPECT_EQ(read("/zones/3"), R"({"zones":[{"id":3}]})");
+}
+
+TEST_F(ClientPublish, AnArrayThatWasEmptyIsJudgedByWhatThePublishPutIn) {
+    load(R"({"open":{"writeAccess":"remote","list":[]}})");
+    EXPECT_EQ(publish(R"({"open":{"list":[{"id":0}],"fresh":[{"id":2}],"fresh":[{"id":3}]}})", QO_REMOTE_CLIENT), 0);
+    auto expected = not_a_new_index(0);
+    const auto index = not_a_new_index(3);
+    expected.insert(expected.end(), index.begin(), index.end());
+    EXPECT_EQ(said_, expected);
+}
+
 TEST_F(ClientPublish, ANewArrayMayGoWhereNewMembersMay) {
     EXPECT_EQ(after(R"({"remote":{"list":[{"id":0,"t":2}]}})", "remote/list"),
               R"({"remote":{"list":[{"id":0,"t":2}]}})");

@@ -90,17 +90,50 @@ TEST_F(HostileArrayId, MayNeedExactly65536Placeholders) {
     EXPECT_EQ(elements_of("/open/a"), 65537U);
 }
 
-TEST_F(HostileArrayId, OfManyElementsShareTheLimitOfOnePublish) {
-    EXPECT_EQ(publish(R"({"open":{"a":[{"id":40000},{"id":80000}]}})"), -1);
-    EXPECT_THAT(said_, ElementsAre(beyond_placeholders("80000", "65537")));
-    EXPECT_EQ(publish(R"({"open":{"a":[{"id":40000}],"b":[{"id":40000}]}})"), -1);
-    EXPECT_THAT(said_, ElementsAre(beyond_placeholders("40000", "25536")));
+TEST_F(HostileArrayId, EveryIdHasItsOwnLimit) {
+    EXPECT_EQ(publish(R"({"open":{"a":[{"id":40000}],"b":[{"id":40000}]}})"), 0);
+    EXPECT_THAT(said_, IsEmpty());
+    EXPECT_EQ(elements_of("/open/a"), 40001U);
+    EXPECT_EQ(elements_of("/open/b"), 40001U);
+    EXPECT_EQ(publish(R"({"open":{"c":[{"id":60000},{"id":125537}]}})"), 0);
+    EXPECT_EQ(publish(R"({"open":{"c":[{"id":191075}]}})"), -1);
+    EXPECT_THAT(said_, ElementsAre(beyond_placeholders("191075", "191074")));
 }
 
-TEST_F(HostileArrayId, OfNestedArraysDoNotMultiply) {
-    EXPECT_EQ(publish(R"({"open":{"a":[{"id":60000,"b":[{"id":60000}]}]}})"), -1);
-    EXPECT_THAT(said_, ElementsAre(beyond_placeholders("60000", "5536")));
-    EXPECT_EQ(tree(), kDefaults);
+TEST_F(HostileArrayId, OfNestedArraysIsCountedForEachOfThem) {
+    EXPECT_EQ(publish(R"({"open":{"a":[{"id":60000,"b":[{"id":60000}]}]}})"), 0);
+    EXPECT_EQ(elements_of("/open/a"), 60001U);
+    EXPECT_EQ(elements_of("/open/a/60000/b"), 60001U);
+}
+
+// Each is within its limit; all together are not within the tree's.
+TEST_F(HostileArrayId, OfHundredsOfArraysEndsAtTheTreesLimit) {
+    const std::string text =
+        fill_message(R"({"open":{)", "}}", [](int i) { return "\"a" + std::to_string(i) + R"(":[{"id":65536}])"; });
+    EXPECT_EQ(publish(text), -1);
+    EXPECT_THAT(said_, ElementsAre(error_line("TakeRoom@#: Data tree exceeded max size 67108864 bytes - a3. Tree NOT "
+                                              "updated!")));
+    EXPECT_EQ(elements_of("/open/a2"), 65537U);
+    EXPECT_EQ(read("/open/a3"), "");
+    EXPECT_EQ(publish(fill_message(R"({"open":{"one":[)", "]}}",
+                                   [](int i) { return "{\"id\":" + std::to_string(65536 * (i + 1)) + "}"; })),
+              -1);
+}
+
+// An element that stands where its "id" does not say, as one that names its id twice, needs placeholders when it is
+// packed; the packed answer of many such arrays is bounded like the tree.
+TEST_F(HostileArrayId, OfElementsThatStandElsewhereIsBoundedInPackedAnswersToo) {
+    const std::string text = fill_message(
+        R"({"open":{)", "}}", [](int i) { return "\"a" + std::to_string(i) + R"(":[{"id":0,"id":65536}])"; });
+    ASSERT_EQ(publish(text), 0);
+    const QoJsonNode response(json_new(JSON_NODE));
+    const QoJsonNode packed(json_new(JSON_NODE));
+    ASSERT_EQ(store_->ReadNode("/open", response.get(), false, array_size_), 0);
+    log_.clear();
+    EXPECT_EQ(store_->PackMultipleGetResponse(packed.get(), response.get(), QO_INTERNAL), -1);
+    EXPECT_THAT(log_.lines(),
+                ElementsAre(error_line("TakePlaceholderRoom@#: Data tree exceeded max size 67108864 bytes "
+                                       "- a4. Tree NOT updated!")));
 }
 
 TEST_F(HostileArrayId, EveryPublishHasItsOwnLimit) {
@@ -165,6 +198,22 @@ TEST_F(HostileRepetition, ThousandsOfNamesakesOfALongArrayWithoutAnElementZero) 
     const std::string text = fill_message("{", "}", [](int) { return R"("zones":[{"id":1}])"; });
     EXPECT_LT(cpu_seconds_of([&] { EXPECT_EQ(publish(text, QO_REMOTE_CLIENT), 0); }), kCpuLimit);
     EXPECT_THAT(said_, IsEmpty());
+}
+
+TEST_F(HostileRepetition, ThousandsOfNamesakesOfALongArrayThatLoseAndRegainTheirElementZero) {
+    // The only element with id 0 is the last one.
+    ASSERT_EQ(publish(R"({"zones":[{"id":65536,"id":0}]})"), 0);
+    ASSERT_EQ(remove("/zones/0/id"), 0);
+    const std::string text =
+        fill_message("{", "}", [](int) { return R"("zones":[{"id":65536}],"zones":[{"id":65536,"id":0}])"; });
+    EXPECT_LT(cpu_seconds_of([&] { EXPECT_EQ(publish(text, QO_REMOTE_CLIENT), 0); }), kCpuLimit);
+    EXPECT_THAT(said_, IsEmpty());
+}
+
+TEST_F(HostileRepetition, ThousandsOfNamesakesOfAnArrayWhoseIdsHaveThousandsOfDigits) {
+    ASSERT_EQ(publish(R"({"zones":[{"id":1,"id":1.)" + std::string(200000, '9') + "}]}"), 0);
+    const std::string text = fill_message("{", "}", [](int) { return R"("zones":[{"id":0}])"; });
+    EXPECT_LT(cpu_seconds_of([&] { EXPECT_EQ(publish(text, QO_REMOTE_CLIENT), 0); }), kCpuLimit);
 }
 
 TEST_F(HostileRepetition, ThousandsOfElementsUnderAMaxItemsOfThousandsOfDigits) {
