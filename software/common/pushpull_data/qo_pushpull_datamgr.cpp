@@ -18,6 +18,8 @@ DataMgr::DataMgr(QoStorePaths paths, QoSaveTimings timings, int64_t max_tree_byt
       mutex_(PTHREAD_MUTEX_INITIALIZER),
       timer_id_(nullptr),
       timer_extend_cnt(0),
+      waits_for_retry_(false),
+      failed_timed_saves_(0),
       merging_default_tree(false),
       check_for_modified_node(false),
       node_was_modified(false),

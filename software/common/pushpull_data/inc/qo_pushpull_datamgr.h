@@ -83,8 +83,11 @@ public:
     /// works: a change that lands meanwhile is not in this save and arms a timer of its own. The timer that was
     /// pending at the copy is cancelled.
     /// @param timer_triggered true on the timer's thread: nothing is done when the timer was cancelled.
-    /// @return 0, also when the file before could not become the backup; -1 when the tree could not be saved:
-    ///         the saved file, the backup and the pending timer then stay as they were.
+    /// A save on the timer's thread that fails is tried again after QoSaveTimings::retry, again and again; only the
+    /// first failure is logged, and a later success.
+    /// @return 0, also when the file before could not become the backup; -1 when the tree could not be saved, for want
+    ///         of memory too: the saved file, the backup and the pending timer then stay as they were, but for the
+    ///         timer whose time is over: it is armed for the next attempt.
     int SaveDataTree(bool timer_triggered);
     /// Moves the file to its name with ".bak" appended, over an older backup. Any thread; touches no lock.
     /// @param other_name when given, a second name of the file, which is moved instead of `path`.
@@ -92,7 +95,8 @@ public:
     int RenameAsBackUpFile(const std::string& path, const std::string& other_name = "");
     /// Writes the whole data tree, without a CRC, to the debug file. Takes `mutex_`; touches neither timer nor backup.
     int SaveActiveTreeForDebug();
-    /// Arms the save timer, or puts off the one that is pending. Takes `mutex_`.
+    /// Arms the save timer, or puts off the one that is pending. One that waits to try a failed save again is brought
+    /// forward as if it had just been armed. Takes `mutex_`.
     /// @return 0, also when a pending timer could not be put off; -1 when none could be created or armed.
     int CreateTimerToSaveTree();
     /// Deletes a pending save timer. The caller holds `mutex_`. @return 0.
@@ -312,7 +316,11 @@ private:
 
     std::string SavedFile() const;
     std::string ActiveTreeFile() const;
-    void RemoveStrayFiles() const;
+    void TidyDirectory() const;
+    /// The save itself, while no other is under way. @param quiet leaves out the line that tells of a failure.
+    int SaveDataTree(bool timer_triggered, bool quiet);
+    /// Lets the timer whose save has failed expire once more. Takes `mutex_`.
+    void ArmRetry();
     bool IsSavePending();
     bool CreateTimer();
     bool SetTimer(std::chrono::nanoseconds after);
@@ -321,7 +329,7 @@ private:
 
     // Each with what protects it; "start-up" ends with Init, before the save timer's thread can exist. Locks, in the
     // order in which they are taken: the registry of live stores (qo_pushpull_live_objects.h), the mutex that keeps
-    // saves apart (in the persistence source), `mutex_`.
+    // saves apart (in the source of the saves), `mutex_`.
     JSONNODE* data_tree_;                       // owned; guarded by mutex_ for changes and for the timer's thread
     int64_t tree_bytes_;                        // the data tree's weight; main thread only
     JSONNODE* subscription_tree_;               // owned; main thread only
@@ -330,13 +338,15 @@ private:
     pthread_mutex_t mutex_;                            // itself
     timer_t timer_id_;                                 // 0 when none is pending; guarded by mutex_
     int32_t timer_extend_cnt;                          // times the pending timer was put off; guarded by mutex_
-    bool merging_default_tree;                         // main thread only, under mutex_ while requests are served
-    bool check_for_modified_node;                      // main thread only, under mutex_ while a publish runs
-    bool node_was_modified;                            // main thread only, under mutex_ while a publish runs
-    bool bCleanUpTimer;                                // always false
-    QoStorePaths paths_;                               // fixed after construction
-    QoSaveTimings timings_;                            // fixed after construction
-    int64_t max_tree_bytes_;                           // fixed after construction
+    bool waits_for_retry_;              // the pending timer is that of a save that failed; guarded by mutex_
+    unsigned long failed_timed_saves_;  // since the last one that succeeded; only touched during a save
+    bool merging_default_tree;          // main thread only, under mutex_ while requests are served
+    bool check_for_modified_node;       // main thread only, under mutex_ while a publish runs
+    bool node_was_modified;             // main thread only, under mutex_ while a publish runs
+    bool bCleanUpTimer;                 // always false
+    QoStorePaths paths_;                // fixed after construction
+    QoSaveTimings timings_;             // fixed after construction
+    int64_t max_tree_bytes_;            // fixed after construction
 };
 
 #endif

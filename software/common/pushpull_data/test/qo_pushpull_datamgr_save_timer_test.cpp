@@ -6,9 +6,11 @@
 #include <time.h>
 
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 
@@ -347,17 +349,147 @@ TEST_F(SaveTimer, AFailedForcedSaveLeavesThePendingTimerAsItWas) {
     EXPECT_EQ(saved_value(), 1);
 }
 
-TEST_F(SaveTimer, AfterAFailedTimedSaveTheNextChangeSetsTheTimerGoingAgain) {
-    change(1);
-    on_flush = [] { return true; };
-    timers_.pass(seconds(5));
-    on_flush = nullptr;
+const QoLogLine kNotWritten =
+    error_line("SaveDataTree@#: Couldn't write file to save the data tree: Input/output error");
+
+QoLogLine recovered_after(int attempts) {
+    return info_line("SaveDataTree@#: Saving succeeds again after " + std::to_string(attempts) + " failed attempts");
+}
+
+class FailingTimedSave : public SaveTimer {
+protected:
+    /// The disk refuses, and the save of one change has failed.
+    void SetUp() override {
+        SaveTimer::SetUp();
+        change(1);
+        on_flush = [this] {
+            ++refused_;
+            return true;
+        };
+        log_.clear();
+        timers_.pass(seconds(5));
+        ASSERT_EQ(refused_, 1);
+    }
+    void let_the_disk_work() { on_flush = nullptr; }
+
+    int refused_ = 0;
+};
+
+TEST_F(FailingTimedSave, IsTriedAgainEveryMinuteUntilItSucceeds) {
+    for (int minute = 1; minute <= 10; ++minute) {
+        EXPECT_EQ(timers_.until_next(), seconds(60));
+        timers_.pass(milliseconds(59999));
+        EXPECT_EQ(refused_, minute);
+        timers_.pass(milliseconds(1));
+        EXPECT_EQ(refused_, minute + 1);
+    }
+    let_the_disk_work();
     EXPECT_EQ(saved_value(), -1);
-    EXPECT_EQ(timers_.until_next(), seconds(0));
+    timers_.pass(seconds(60));
+    EXPECT_EQ(saved_value(), 1);
+    EXPECT_EQ(timers_.count(), 0U);
+}
+
+TEST_F(FailingTimedSave, IsLoggedOnceAndOnceWhenItIsOver) {
+    timers_.pass(std::chrono::hours(24));
+    EXPECT_THAT(log_.lines(), ElementsAre(kNotWritten));
+    let_the_disk_work();
+    log_.clear();
+    timers_.pass(seconds(60));
+    EXPECT_THAT(log_.lines(), ElementsAre(kTimedSave, recovered_after(24 * 60 + 1)));
+    change(2);
+    log_.clear();
+    timers_.pass(seconds(5));
+    EXPECT_THAT(log_.lines(), ElementsAre(kTimedSave));
+}
+
+TEST_F(FailingTimedSave, IsLoggedAgainWhenTheDiskRefusesAgain) {
+    let_the_disk_work();
+    timers_.pass(seconds(60));
+    change(2);
+    on_flush = [] { return true; };
+    log_.clear();
+    timers_.pass(seconds(5));
+    EXPECT_THAT(log_.lines(), ElementsAre(kNotWritten));
+}
+
+TEST_F(FailingTimedSave, IsBroughtForwardByTheNextChange) {
+    timers_.pass(seconds(20));
+    let_the_disk_work();
     change(2);
     EXPECT_EQ(timers_.until_next(), seconds(5));
+    change(3);
+    EXPECT_EQ(timers_.until_next(), seconds(10));
+    timers_.pass(seconds(10));
+    EXPECT_EQ(saved_value(), 3);
+    EXPECT_EQ(timers_.count(), 0U);
+}
+
+TEST_F(FailingTimedSave, IsNotPutOffForEverByAnEndlessStreamOfChanges) {
+    for (int value = 2; value <= 200; ++value) {
+        change(value);
+        timers_.pass(seconds(1));
+    }
+    EXPECT_GE(refused_, 5);
+    let_the_disk_work();
+    timers_.pass(seconds(60));
+    EXPECT_EQ(saved_value(), 200);
+}
+
+TEST_F(FailingTimedSave, IsOverWithAForcedSaveThatSucceeds) {
+    timers_.pass(seconds(20));
+    let_the_disk_work();
+    log_.clear();
+    EXPECT_EQ(store_->SaveDataTree(false), 0);
+    EXPECT_EQ(saved_value(), 1);
+    EXPECT_EQ(timers_.count(), 0U);
+    EXPECT_THAT(log_.lines(), ElementsAre(info_line("SaveDataTree@#: Forced Save"),
+                                          info_line("SaveDataTree@#: Pending timer to save data is cancelled, if any"),
+                                          kTimedSave, recovered_after(1)));
+    timers_.pass(seconds(100));
+    EXPECT_FALSE(scratch_.has("saved_tree.json.bak")) << "written twice";
+}
+
+TEST_F(FailingTimedSave, WaitsOnWhenAForcedSaveFailsTooWhichIsLogged) {
+    timers_.pass(seconds(20));
+    log_.clear();
+    EXPECT_EQ(store_->SaveDataTree(false), -1);
+    EXPECT_THAT(log_.lines(), ElementsAre(kNotWritten));
+    EXPECT_EQ(timers_.until_next(), seconds(40));
+    let_the_disk_work();
+    change(2);
+    EXPECT_EQ(timers_.until_next(), seconds(5)) << "it still waits for the next attempt";
     timers_.pass(seconds(5));
     EXPECT_EQ(saved_value(), 2);
+}
+
+TEST_F(FailingTimedSave, EndsWithTheStore) {
+    EXPECT_EQ(store_->Terminate(), 0);
+    EXPECT_EQ(timers_.count(), 0U);
+}
+
+TEST_F(SaveTimer, AShortageOfMemoryIsAFailedSave) {
+    change(1);
+    on_flush = []() -> bool { throw std::bad_alloc(); };
+    log_.clear();
+    timers_.pass(seconds(5));
+    EXPECT_EQ(store_->SaveDataTree(false), -1);
+    const QoLogLine line = error_line("SaveDataTree@#: Couldn't save the data tree: std::bad_alloc");
+    EXPECT_THAT(log_.lines(), ElementsAre(line, line));
+    on_flush = nullptr;
+    timers_.pass(seconds(60));
+    EXPECT_EQ(saved_value(), 1);
+}
+
+TEST_F(SaveTimer, ADirectoryThatIsAwayWhenTheTimerExpiresIsAFailedSave) {
+    change(1);
+    std::filesystem::rename(scratch_.path(), scratch_.path().substr(0, scratch_.path().size() - 1) + "_away");
+    log_.clear();
+    timers_.pass(seconds(5));
+    EXPECT_THAT(log_.lines(), ElementsAre(error_line("SaveDataTree@#: Couldn't open file to save the data tree")));
+    std::filesystem::rename(scratch_.path().substr(0, scratch_.path().size() - 1) + "_away", scratch_.path());
+    timers_.pass(seconds(60));
+    EXPECT_EQ(saved_value(), 1);
 }
 
 TEST_F(SaveTimer, ADiskThatRefusesForALongTimeDoesNotEndTheSavingForGood) {

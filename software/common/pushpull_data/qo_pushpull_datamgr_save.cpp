@@ -1,0 +1,205 @@
+// How the data tree survives: writing it with its CRC and a backup, and the debug dump.
+#include <stdio.h>
+#include <unistd.h>
+
+#include <exception>
+#include <mutex>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "qo_pushpull_datamgr.h"
+#include "qo_pushpull_file_replacement.h"
+#include "qo_pushpull_initializer.h"
+#include "qo_pushpull_json.h"
+#include "qo_pushpull_mutex_lock.h"
+#include "qo_pushpull_stats.h"
+#include "qo_pushpull_tree_crc.h"
+#include "qo_pushpull_utilities.h"
+
+namespace {
+
+/// Held for a whole save, so that two never interleave, also not those of two stores of this process. Taken
+/// before the mutex of a store, which is let go while the disk works.
+std::mutex saving_mutex;
+
+/// The text of the saved file: the formatted text of the tree, with its CRC as first member. Nothing for a tree
+/// that is no object.
+std::optional<std::string> saved_text(const QoJsonNode tree) {
+    if (json_type(tree.get()) != JSON_NODE) {
+        return std::nullopt;
+    }
+    const std::string text = qo_json_write_formatted(tree.get());
+    const QoJsonNode crc_alone(json_new(JSON_NODE));
+    // Refused only when the member could not be made.
+    if (json_push_back(crc_alone.get(), json_new_a("crc", FormatTreeCrc(CalcCrc32(text)).c_str())) == 0) {
+        return std::nullopt;
+    }
+    std::string whole = qo_json_write_formatted(crc_alone.get());
+    if (json_empty(tree.get()) == 0) {
+        // The same bytes as inserting the member into the tree and writing that, without writing it twice.
+        constexpr std::string_view closing = "\n}";
+        whole.resize(whole.size() - closing.size());
+        whole += ',';
+        whole.append(text, 1);
+    }
+    return whole;
+}
+
+}  // namespace
+
+/// The save timer while a save runs. It is not the store's then, so that a change that lands meanwhile gets a
+/// timer of its own and is saved by it.
+class DataMgr::TakenTimer {
+public:
+    /// The caller holds the store's mutex.
+    explicit TakenTimer(DataMgr& store) : store_(store), timer_(std::exchange(store.timer_id_, timer_t{})) {}
+    /// The save failed: the timer is the store's again, as it was, unless another has come for all changes.
+    ~TakenTimer() {
+        if (timer_ == timer_t{}) {
+            return;
+        }
+        const QoMutexLock lock(store_.mutex_);
+        if (store_.timer_id_ == timer_t{}) {
+            store_.timer_id_ = timer_;
+        } else {
+            timer_delete(timer_);
+        }
+    }
+    TakenTimer(const TakenTimer&) = delete;
+    TakenTimer& operator=(const TakenTimer&) = delete;
+
+    /// The save succeeded.
+    void cancel() {
+        if (timer_ != timer_t{}) {
+            timer_delete(std::exchange(timer_, timer_t{}));
+        }
+    }
+
+private:
+    DataMgr& store_;
+    timer_t timer_;
+};
+
+int DataMgr::SaveDataTree(bool timer_triggered) {
+    const std::lock_guard saving(saving_mutex);
+    if (timer_triggered && !IsSavePending()) {
+        QO_LOG(LOG_ERR, "Save request overridden");
+        return 0;
+    }
+    // A disk that refuses for days is logged once, not with every attempt of the timer.
+    const bool quiet = timer_triggered && failed_timed_saves_ > 0;
+    int result = -1;
+    try {
+        result = SaveDataTree(timer_triggered, quiet);
+    } catch (const std::exception& error) {
+        if (!quiet) QO_LOG(LOG_ERR, "Couldn't save the data tree: %s", error.what());
+    }
+    if (result != 0 && timer_triggered) {
+        ++failed_timed_saves_;
+        ArmRetry();
+    }
+    if (result == 0 && failed_timed_saves_ > 0) {
+        QO_LOG(LOG_INFO, "Saving succeeds again after %lu failed attempts", std::exchange(failed_timed_saves_, 0));
+    }
+    return result;
+}
+
+int DataMgr::SaveDataTree(bool timer_triggered, bool quiet) {
+    const std::string path = SavedFile();
+    QoFileReplacement file(path);
+    if (!file.open()) {
+        if (!quiet) QO_LOG(LOG_ERR, "Couldn't open file to save the data tree");
+        return -1;
+    }
+
+    QoJsonNode copy;
+    std::optional<TakenTimer> timer;
+    {
+        const QoMutexLock lock(mutex_);
+        if (data_tree_ == nullptr) {
+            if (!quiet) QO_LOG(LOG_ERR, "No data tree available to save");
+            return -1;
+        }
+        copy.reset(json_duplicate(data_tree_));
+        if (!copy) {
+            if (!quiet) QO_LOG(LOG_ERR, "json duplicate failed.");
+            return -1;
+        }
+        timer.emplace(*this);
+    }
+    initializer_->TrimNonPersistentData(copy.get());
+    const std::optional<std::string> text = saved_text(std::move(copy));
+    if (!text) {
+        if (!quiet) QO_LOG(LOG_ERR, "json new failed.");
+        return -1;
+    }
+    if (!file.write(*text)) {
+        if (!quiet) QO_LOG(LOG_ERR, "Couldn't write file to save the data tree: %m");
+        return -1;
+    }
+
+    const QoFileReplacement::Former former = file.keep_former();
+    if (!file.put_in_place()) {
+        if (!quiet) QO_LOG(LOG_ERR, "Couldn't open file to save the data tree");
+        return -1;
+    }
+    if (former == QoFileReplacement::Former::kept) {
+        // Not having a backup does not stop the save, and was logged.
+        [[maybe_unused]] const int backed_up = RenameAsBackUpFile(path, file.former_name());
+    } else if (former == QoFileReplacement::Former::lost) {
+        QO_LOG(LOG_CRIT, "Back up failed");
+    }
+    if (_pushpull_stats) {
+        _pushpull_stats->inc_saves();
+    }
+    sync();
+    if (!timer_triggered) {
+        QO_LOG(LOG_INFO, "Forced Save");
+        QO_LOG(LOG_INFO, "Pending timer to save data is cancelled, if any");
+    }
+    timer->cancel();
+    QO_LOG(LOG_INFO, "Saved the data tree");
+    return 0;
+}
+
+int DataMgr::RenameAsBackUpFile(const std::string& path, const std::string& other_name) {
+    const std::string& from = other_name.empty() ? path : other_name;
+    const std::string back_up_file = path + QO_BACKUP_EXTENSION;
+    // An existing backup is replaced in one step, so that there always is one.
+    bool renamed = rename(from.c_str(), back_up_file.c_str()) == 0;
+    if (!renamed && DoesFileExist(from) && DoesFileExist(back_up_file)) {
+        if (remove(back_up_file.c_str()) != 0) {
+            QO_LOG(LOG_ERR, "Cannot remove existing .bak file");
+        }
+        renamed = rename(from.c_str(), back_up_file.c_str()) == 0;
+    }
+    if (!renamed) {
+        QO_LOG(LOG_CRIT, "Back up failed");
+        return -1;
+    }
+    return 0;
+}
+
+int DataMgr::SaveActiveTreeForDebug() {
+    const QoMutexLock lock(mutex_);
+    QoFileReplacement file(ActiveTreeFile());
+    if (!file.open()) {
+        QO_LOG(LOG_ERR, "Couldn't open file to save the active data tree");
+        return -1;
+    }
+    if (data_tree_ == nullptr) {
+        QO_LOG(LOG_ERR, "Save Active Tree: No data tree available to save");
+        return -1;
+    }
+    if (!file.write(qo_json_write_formatted(data_tree_))) {
+        QO_LOG(LOG_ERR, "Couldn't write file to save the active data tree: %m");
+        return -1;
+    }
+    if (!file.put_in_place()) {
+        QO_LOG(LOG_ERR, "Couldn't open file to save the active data tree");
+        return -1;
+    }
+    sync();
+    return 0;
+}
