@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 #include <syslog.h>
 
+#include <chrono>
+#include <thread>
+
 #include "component.h"
 #include "service_process.h"
 
@@ -296,8 +299,31 @@ TEST_F(SoftWatchdog, AFullQueueOf1302RestartsTheGatewayOnceUntilASendSucceeds) {
     EXPECT_TRUE(events().wait_for_log(LOG_INFO, "*********RGW recovered after soft watchdog***********"));
 
     publish_into_full_queue(gateway);
-    ASSERT_TRUE(service().wait_until_idle());
+    ASSERT_TRUE(events().wait_for_commands(2));
     EXPECT_THAT(events().commands(), ElementsAre(kRestart, kRestart));
+}
+
+// A gateway that ends or starts slowly, or waits for an answer of the service meanwhile.
+TEST_F(SoftWatchdog, ARestartThatTakesItsTimeHoldsNoRequest) {
+    events().stall_stand_in("systemctl");
+    Component gateway(service(), QO_CMPID_REMOTE_GATEWAY_DM, {1, 512});
+    register_again(gateway);
+    publish_into_full_queue(gateway);
+    ASSERT_TRUE(events().wait_for_command(kRestart));
+    EXPECT_THAT(subscriber_->get("/version"), HasSubstr("schemaVersion"));
+    EXPECT_EQ(service().children().size(), 1U) << "it has not ended yet";
+}
+
+TEST_F(SoftWatchdog, ARestartThatHasEndedIsReaped) {
+    Component gateway(service(), QO_CMPID_REMOTE_GATEWAY_DM, {1, 512});
+    register_again(gateway);
+    publish_into_full_queue(gateway);
+    ASSERT_TRUE(events().wait_for_command(kRestart));
+    const auto deadline = std::chrono::steady_clock::now() + kQoPatience;
+    while (!service().children().empty() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_THAT(service().children(), testing::IsEmpty());
 }
 
 TEST_F(SoftWatchdog, UnregistersAllThreeGatewayComponents) {

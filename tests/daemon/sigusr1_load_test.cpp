@@ -47,4 +47,14 @@ TEST_P(Sigusr1UnderLoad, RebootsWhateverItInterrupts) {
 
 INSTANTIATE_TEST_SUITE_P(Moments, Sigusr1UnderLoad, testing::Range(0, 6));
 
+class Sigusr1Reboot : public RunningService {};
+
+TEST_F(Sigusr1Reboot, ARebootThatTakesItsTimeHoldsNoRequest) {
+    events().stall_stand_in("reboot");
+    Component component(service(), QO_CMPID_DEMO);
+    service().send_signal(SIGUSR1);
+    ASSERT_TRUE(events().wait_for_command("reboot now"));
+    EXPECT_NE(component.get("/version"), "");
+}
+
 }  // namespace

@@ -188,3 +188,12 @@ testing::AssertionResult QoServiceEvents::wait_for_command(const std::string& co
     if (wait_until(has_come, timeout)) return testing::AssertionSuccess();
     return testing::AssertionFailure() << "\"" << command << "\" was not run; " << tail_of_log();
 }
+
+testing::AssertionResult QoServiceEvents::wait_for_commands(size_t count, std::chrono::milliseconds timeout) {
+    if (wait_until([&] { return commands_.size() >= count; }, timeout)) return testing::AssertionSuccess();
+    return testing::AssertionFailure() << "not " << count << " commands were run; " << tail_of_log();
+}
+
+void QoServiceEvents::stall_stand_in(const std::string& name) const {
+    std::ofstream(stand_in_directory() + "/" + name, std::ios::app) << "exec sleep 1000\n";
+}

@@ -55,6 +55,9 @@ public:
     testing::AssertionResult wait_for_notifications(size_t count, std::chrono::milliseconds timeout = kQoPatience);
     testing::AssertionResult wait_for_command(const std::string& command,
                                               std::chrono::milliseconds timeout = kQoPatience);
+    testing::AssertionResult wait_for_commands(size_t count, std::chrono::milliseconds timeout = kQoPatience);
+    /// Lets the stand-in of that name never end from now on.
+    void stall_stand_in(const std::string& name) const;
 
 private:
     void make_stand_ins();

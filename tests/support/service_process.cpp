@@ -273,6 +273,15 @@ std::chrono::nanoseconds QoServiceProcess::processor_time() const {
 size_t QoServiceProcess::open_descriptors() const { return entries("/proc/" + std::to_string(process_) + "/fd"); }
 size_t QoServiceProcess::threads() const { return entries("/proc/" + std::to_string(process_) + "/task"); }
 
+std::vector<pid_t> QoServiceProcess::children() const {
+    std::vector<pid_t> found;
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(process_) + "/task")) {
+        std::ifstream list(thread.path() / "children");
+        for (pid_t process = 0; list >> process;) found.push_back(process);
+    }
+    return found;
+}
+
 void ServiceProcess::SetUp() {
     if (const std::string reason = qo_missing_isolation(); !reason.empty()) GTEST_SKIP() << reason;
     service_.emplace();

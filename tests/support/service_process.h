@@ -69,6 +69,8 @@ public:
     std::chrono::nanoseconds processor_time() const;
     size_t open_descriptors() const;
     size_t threads() const;
+    /// The processes that it started: those that run and those that have ended and were not reaped.
+    std::vector<pid_t> children() const;
 
     QoServiceEvents& events() { return events_; }
     const std::string& queue_suffix() const { return suffix_; }

@@ -7,6 +7,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <exception>
 #include <memory>
 #include <string>
@@ -15,6 +16,7 @@
 #include "qo_pushpull.h"
 #include "qo_pushpull_constants.h"
 #include "qo_pushpull_sigterm_mask.h"
+#include "qo_utilities_command.h"
 
 namespace {
 
@@ -94,10 +96,13 @@ int run_service(const Options& options) {
     return status;
 }
 
+// Time for the reboot to be asked for before systemd clears away what the ended service has left running.
+constexpr std::chrono::seconds kRebootLimit{10};
+
 // When the signal has interrupted the logger, the line before the reboot waits for the logger's lock for ever, and so
 // would the service.
 void reboot_unannounced(int) {
-    [[maybe_unused]] const int result = system(QO_REBOOT_COMMAND);
+    qo_run_command(QO_REBOOT_COMMAND, {kRebootLimit, QoPastLimit::left_running});
     _exit(1);
 }
 
@@ -112,8 +117,8 @@ void signalCallback(int signal_number) {
     signal(SIGALRM, SIG_DFL);
     unsigned seconds_left = QO_REBOOT_DELAY_S;
     while (seconds_left > 0) seconds_left = sleep(seconds_left);
-    // Without a reboot the service goes on serving, whatever the command returned.
-    [[maybe_unused]] const int result = system(QO_REBOOT_COMMAND);
+    // Without a reboot the service goes on serving, whatever becomes of the command; nobody waits for it.
+    qo_run_command(QO_REBOOT_COMMAND, {std::chrono::milliseconds(0), QoPastLimit::left_running});
 }
 
 int pushpull_main(int argc, char* argv[]) {

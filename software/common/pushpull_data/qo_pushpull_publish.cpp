@@ -1,4 +1,3 @@
-#include <stdlib.h>
 #include <syslog.h>
 
 #include <algorithm>
@@ -17,6 +16,7 @@
 #include "qo_pushpull_send.h"
 #include "qo_pushpull_stats.h"
 #include "qo_resource_mgr.h"
+#include "qo_utilities_command.h"
 
 // ---- component classes -----------------------------------------------------------------------
 
@@ -259,7 +259,10 @@ void PushPullData::restart_remote_gateway() {
         // Deliberate: always three, however many of them were registered.
         for (size_t i = 0; i < std::size(kGateway); ++i) pushpull_stats->inc_unregisters();
     }
-    // Whether the restart works shows in the next send that succeeds.
-    [[maybe_unused]] const int result = system(QO_RESTART_GATEWAY_COMMAND);
+    // Not waited for: it takes as long as the gateway's end and start, in which the gateway may wait for us. Whether it
+    // works shows in the next send that succeeds.
+    if (const int error = qo_start_command(QO_RESTART_GATEWAY_COMMAND); error != 0) {
+        syslog(LOG_CRIT, "Command %s could not be started (error %d)", QO_RESTART_GATEWAY_COMMAND, error);
+    }
     rgw_restart_state = true;
 }

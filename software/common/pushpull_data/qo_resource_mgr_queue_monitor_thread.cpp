@@ -11,6 +11,7 @@
 
 #include "qo_pushpull_queue_monitor.h"
 #include "qo_pushpull_sigterm_mask.h"
+#include "qo_utilities_command.h"
 
 namespace {
 
@@ -76,6 +77,7 @@ void QoPushPullQueueMonitor::monitorThread() {
     std::unique_lock active(_mutexMonitorActive);
     while (_runMonitor) {
         pause(settings_.poll);
+        qo_reap_commands();
         if (!_runMonitor || poll_queues()) continue;
         restart_service();
         pause(settings_.restart_grace);

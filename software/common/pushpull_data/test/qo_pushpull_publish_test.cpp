@@ -544,6 +544,16 @@ TEST_F(SoftWatchdog, FullQueueOfTheGatewayRestartsItOnceUntilASendSucceedsAgain)
     EXPECT_EQ(shell_.commands().size(), 2U) << "full again after the recovery";
 }
 
+TEST_F(SoftWatchdog, RestartThatCannotBeStartedIsLogged) {
+    QoTestComponent gateway(*service_, QO_CMPID_REMOTE_GATEWAY_DM, "/gateway", 1);
+    gateway.queue.fill();
+    shell_.set_result(-1);
+    EXPECT_EQ(service_->comp_notify(1, &gateway.id, "1"), -1);
+    EXPECT_TRUE(
+        log_.contains(LOG_CRIT, "Command systemctl restart remote_gateway.service could not be started (error " +
+                                    std::to_string(EAGAIN) + ")"));
+}
+
 TEST_F(SoftWatchdog, OnlyASendToTheGatewayItselfEndsItsWait) {
     QoTestComponent gateway(*service_, QO_CMPID_REMOTE_GATEWAY_CM, "/gateway", 1);
     QoTestComponent rm(*service_, QO_CMPID_REMOTE_GATEWAY_RM, "/rm");
