@@ -18,11 +18,13 @@
 #include "qo_pushpull_api.h"
 #include "qo_pushpull_constants.h"
 #include "qo_pushpull_datamgr.h"
+#include "qo_pushpull_life.h"
 #include "qo_pushpull_process_api.h"
 #include "qo_pushpull_queue_claim.h"
 #include "qo_pushpull_queue_monitor.h"
-#include "qo_pushpull_sigterm_mask.h"
+#include "qo_pushpull_request_wait.h"
 #include "qo_pushpull_stats.h"
+#include "qo_pushpull_watchdog.h"
 #include "qo_resource_mgr.h"
 #include "qo_utilities_time.h"
 
@@ -32,7 +34,9 @@ PushPullData::PushPullData(bool statistics)
     : mq_pushpull_queue_hndl(0),
       rgw_restart_state(false),
       must_end_(false),
-      queue_claim_(std::make_shared<QoServiceQueueClaim>()) {
+      queue_claim_(std::make_shared<QoServiceQueueClaim>()),
+      watchdog_(std::make_shared<QoServiceWatchdog>()),
+      request_wait_(std::make_shared<QoRequestWait>()) {
     syslog(LOG_INFO, "PushPullData Start");
     data_mgr = std::make_shared<DataMgr>();
     resource_mgr = std::make_shared<ResourceMgr>();
@@ -155,7 +159,10 @@ int PushPullData::execute() {
     std::string text;
     QoProcessApi request;
     while (!must_end_) {
-        const ssize_t received = receive_message(buffer.data());
+        const std::optional<ssize_t> message = request_wait_->receive(
+            mq_pushpull_queue_hndl, buffer.data(), static_cast<size_t>(QO_QUEUE_MSGSIZE), watchdog_->longest_wait());
+        if (!message) continue;
+        const ssize_t received = *message;
         const double started_at = qo_pushpull_get_timestamp();
         if (pushpull_stats) resource_mgr->monitor().incQueueStats(mq_pushpull_queue_hndl);
         const std::optional<int> exit_result = handle_message(buffer.data(), received, text, request, started_at);
@@ -166,13 +173,6 @@ int PushPullData::execute() {
         if (pushpull_stats) pushpull_stats->inc_active_time(qo_pushpull_get_timestamp() - started_at);
     }
     return exit_status();
-}
-
-// SIGTERM is let in here and nowhere else. Its handler ends the process, so it is no matter at which point between
-// the two masks it runs: this thread holds no lock at any of them.
-ssize_t PushPullData::receive_message(char* buffer) {
-    const QoSigtermMask let_in(SIG_UNBLOCK);
-    return mq_receive(mq_pushpull_queue_hndl, buffer, static_cast<size_t>(QO_QUEUE_MSGSIZE), nullptr);
 }
 
 std::optional<int> PushPullData::handle_message(const char* message, ssize_t received, std::string& text,
@@ -250,6 +250,7 @@ int PushPullData::comp_notify_all(const std::string& text) {
     for (int32_t slot = 0; slot < resources; ++slot) {
         const mqd_t descriptor = resource_mgr->getMsg_queue_descriptor(slot);
         if (descriptor == 0) continue;
+        qo_report_life();
         result = mq_send(descriptor, text.c_str(), text.length() + 1, QO_MESSAGE_PRIORITY);
         if (result == -1) {
             syslog(LOG_ERR, " comp_notify_all : sending failed to %s.  String = %s.",

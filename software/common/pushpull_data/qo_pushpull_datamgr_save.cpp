@@ -12,6 +12,7 @@
 #include "qo_pushpull_file_replacement.h"
 #include "qo_pushpull_initializer.h"
 #include "qo_pushpull_json.h"
+#include "qo_pushpull_life.h"
 #include "qo_pushpull_mutex_lock.h"
 #include "qo_pushpull_stats.h"
 #include "qo_pushpull_tree_crc.h"
@@ -128,8 +129,11 @@ int DataMgr::SaveDataTree(bool timer_triggered, bool quiet) {
         }
         timer.emplace(*this);
     }
+    qo_report_life();
     initializer_->TrimNonPersistentData(copy.get());
+    qo_report_life();
     const std::optional<std::string> text = saved_text(std::move(copy));
+    qo_report_life();
     if (!text) {
         if (!quiet) QO_LOG(LOG_ERR, "json new failed.");
         return -1;
@@ -154,6 +158,7 @@ int DataMgr::SaveDataTree(bool timer_triggered, bool quiet) {
         _pushpull_stats->inc_saves();
     }
     sync();
+    qo_report_life();
     if (!timer_triggered) {
         QO_LOG(LOG_INFO, "Forced Save");
         QO_LOG(LOG_INFO, "Pending timer to save data is cancelled, if any");
@@ -201,5 +206,6 @@ int DataMgr::SaveActiveTreeForDebug() {
         return -1;
     }
     sync();
+    qo_report_life();
     return 0;
 }

@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "qo_pushpull_life.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -30,8 +32,15 @@ bool write_all(int descriptor, std::string_view text) {
             return false;
         }
         text.remove_prefix(written < 0 ? 0 : static_cast<size_t>(written));
+        qo_report_life();
     }
     return true;
+}
+
+bool flush(int descriptor) {
+    const bool flushed = fsync(descriptor) == 0;
+    qo_report_life();
+    return flushed;
 }
 
 bool copy_all(int from, int to) {
@@ -49,7 +58,7 @@ bool flush_directory_of(const std::string& path) {
     const QoDescriptor descriptor(
         ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     // A file system that cannot flush a directory says EINVAL; it has nothing to flush then.
-    return descriptor && (fsync(descriptor.get()) == 0 || errno == EINVAL);
+    return descriptor && (flush(descriptor.get()) || errno == EINVAL);
 }
 
 // ---- names that tell whether their process lives ----
@@ -143,7 +152,7 @@ bool QoFileReplacement::open() {
 }
 
 bool QoFileReplacement::write(std::string_view text) {
-    return write_all(new_file_.get(), text) && fsync(new_file_.get()) == 0;
+    return write_all(new_file_.get(), text) && flush(new_file_.get());
 }
 
 QoFileReplacement::Former QoFileReplacement::keep_former() {
@@ -172,7 +181,7 @@ QoFileReplacement::Former QoFileReplacement::copy_former() {
     const auto make = [mode](const std::string& name, QoDescriptor& file) { return make_new_file(name, mode, file); };
     former_name_ = claim(path_ + kFormerExtension, make, former_file_);
     const bool copied =
-        !former_name_.empty() && copy_all(former.get(), former_file_.get()) && fsync(former_file_.get()) == 0;
+        !former_name_.empty() && copy_all(former.get(), former_file_.get()) && flush(former_file_.get());
     return copied ? Former::kept : Former::lost;
 }
 

@@ -16,12 +16,15 @@ class DataMgr;
 class QoProcessApi;
 class QoPushPullStats;
 class QoPushpullApi;
+class QoRequestWait;
 class QoServiceQueueClaim;
+class QoServiceWatchdog;
 class ResourceMgr;
 
 /// The service: owns the store, the registry and the service queue, and answers one request at a time. Main thread
-/// only. Every handler logs its failures and returns 0 for success, -1 or an error code 5000x; none throws for a
-/// request, and what one leaves changed on failure is said with it.
+/// only, which also is the one that systemd's watchdog watches. Every handler logs its failures and returns 0 for
+/// success, -1 or an error code 5000x; none throws for a request, and what one leaves changed on failure is said with
+/// it.
 class PushPullData {
 public:
     /// Creates the store and the registry, and the statistics when they are wanted. Opens nothing yet.
@@ -151,7 +154,6 @@ private:
     void start_up(const std::string& suffix);
     bool open_service_queue(const std::string& suffix);
     void close_service_queue();
-    ssize_t receive_message(char* buffer);
     std::optional<int> handle_message(const char* message, ssize_t received, std::string& text, QoProcessApi& request,
                                       double started_at);
     int announce_reset(eQO_CMP_IDs_ comp_id);
@@ -172,6 +174,8 @@ private:
     bool rgw_restart_state;                             // a restart of the remote gateway is pending
     bool must_end_;                                     // with a failure status, before the next request
     std::shared_ptr<QoServiceQueueClaim> queue_claim_;  // held from the first start-up to the end
+    std::shared_ptr<QoServiceWatchdog> watchdog_;       // of the thread that created this object
+    std::shared_ptr<QoRequestWait> request_wait_;
 
 public:
     /// The instance suffix, set before init and used again when the service resets itself.

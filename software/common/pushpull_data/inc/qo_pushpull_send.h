@@ -10,12 +10,15 @@
 
 #include "qo_pushpull_constants.h"
 #include "qo_pushpull_deadline.h"
+#include "qo_pushpull_life.h"
 
 /// Sends the text with its NUL, waiting at most about QO_SEND_DEADLINE_S while the queue is full.
 /// @return 0; -1 with errno, ETIMEDOUT when the queue stayed full. Nothing is sent on failure.
 inline int qo_send_text(mqd_t descriptor, const std::string& text) {
     const timespec deadline = qo_deadline_after(CLOCK_REALTIME, std::chrono::seconds(QO_SEND_DEADLINE_S));
-    return mq_timedsend(descriptor, text.c_str(), text.length() + 1, QO_MESSAGE_PRIORITY, &deadline);
+    const int result = mq_timedsend(descriptor, text.c_str(), text.length() + 1, QO_MESSAGE_PRIORITY, &deadline);
+    qo_report_life();
+    return result;
 }
 
 #endif

@@ -35,8 +35,10 @@ unsigned __wrap_sleep(unsigned seconds);
 int __wrap_sd_notify(int unset_environment, const char* state);
 int __real__ZN7DataMgr4InitESt10shared_ptrI15QoPushPullStatsE(void* store, void* stats);
 int __wrap__ZN7DataMgr4InitESt10shared_ptrI15QoPushPullStatsE(void* store, void* stats);
-ssize_t __real_mq_receive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority);
-ssize_t __wrap_mq_receive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority);
+ssize_t __real_mq_timedreceive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority,
+                               const timespec* deadline);
+ssize_t __wrap_mq_timedreceive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority,
+                               const timespec* deadline);
 
 unsigned __wrap_sleep(unsigned seconds) {
     pauses.push_back(seconds);
@@ -55,9 +57,10 @@ int __wrap__ZN7DataMgr4InitESt10shared_ptrI15QoPushPullStatsE(void* store, void*
     return __real__ZN7DataMgr4InitESt10shared_ptrI15QoPushPullStatsE(store, stats);
 }
 
-ssize_t __wrap_mq_receive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority) {
+ssize_t __wrap_mq_timedreceive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority,
+                               const timespec* deadline) {
     if (before_receive) before_receive();
-    return __real_mq_receive(descriptor, buffer, length, priority);
+    return __real_mq_timedreceive(descriptor, buffer, length, priority, deadline);
 }
 }
 
