@@ -377,7 +377,9 @@ std::optional<QoCtlOptions> qo_ctl_parse(int argc, const char* const* argv, int&
     // Without a command the fault is the command, or an option before it.
     const std::vector<CLI::App*> commands = app.get_subcommands();
     const std::string command = commands.empty() ? "" : " " + commands.front()->get_name();
-    qo_ctl_say(what + "\nTry: pushpullctl" + command + " --help");
+    qo_ctl_say(what);
+    // As with the message itself: nothing can be done when standard error is closed.
+    [[maybe_unused]] const bool written = qo_ctl_write(STDERR_FILENO, "Try: pushpullctl" + command + " --help\n");
     status = static_cast<int>(QoCtlStatus::usage);
     return std::nullopt;
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "qo_ctl_text.h"
 #include "qo_pushpull_json.h"
 
 namespace {
@@ -47,26 +48,6 @@ std::string coloured(std::string_view json) {
     return text;
 }
 
-/// A JSON text in which nothing is left that a terminal would obey: of the characters that it takes for commands, JSON
-/// itself escapes those below U+0020 only.
-std::string for_terminal(std::string_view json) {
-    std::string text;
-    for (size_t index = 0; index < json.size(); ++index) {
-        const auto byte = static_cast<unsigned char>(json[index]);
-        const auto next = index + 1 < json.size() ? static_cast<unsigned char>(json[index + 1]) : 0U;
-        if (byte == 0x7F) {
-            text += "\\u007f";
-        } else if (byte == 0xC2 && next <= 0x9F) {  // U+0080 to U+009F
-            text += next < 0x90 ? "\\u008" : "\\u009";
-            text += "0123456789abcdef"[next & 0x0F];
-            ++index;
-        } else {
-            text += json[index];
-        }
-    }
-    return text;
-}
-
 }  // namespace
 
 bool qo_ctl_obeys_commands(const char* terminal_kind) {
@@ -79,8 +60,9 @@ bool qo_ctl_wants_colours(const char* terminal_kind, const char* no_color) {
 }
 
 std::string qo_ctl_render(const JSONNODE* node, QoCtlStyle style) {
-    if (!style.formatted) return qo_json_write(node) + "\n";
-    const std::string text = for_terminal(qo_json_write_formatted(node));
+    // JSON itself escapes the control characters in strings below U+0020 only. Those between them are layout.
+    const std::string text =
+        qo_ctl_harmless(style.formatted ? qo_json_write_formatted(node) : qo_json_write(node), "\t\n");
     return (style.coloured ? coloured(text) : text) + "\n";
 }
 
@@ -104,7 +86,7 @@ bool qo_ctl_write(int descriptor, std::string_view text) {
 
 void qo_ctl_say(const std::string& text) {
     // Nothing can be done, and nobody told, when standard error is closed.
-    [[maybe_unused]] const bool written = qo_ctl_write(STDERR_FILENO, "pushpullctl: " + text + "\n");
+    [[maybe_unused]] const bool written = qo_ctl_write(STDERR_FILENO, "pushpullctl: " + qo_ctl_harmless(text) + "\n");
 }
 
 void qo_ctl_tell_person(const std::string& text) {

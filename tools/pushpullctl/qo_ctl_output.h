@@ -19,7 +19,7 @@ bool qo_ctl_obeys_commands(const char* terminal_kind);
 /// Whether colours are wanted on it where nobody said so: NO_COLOR is set to something when they are not.
 bool qo_ctl_wants_colours(const char* terminal_kind, const char* no_color);
 
-/// `node` as text with a line feed at its end.
+/// `node` as text with a line feed at its end, without characters that a terminal would obey (qo_ctl_harmless).
 std::string qo_ctl_render(const JSONNODE* node, QoCtlStyle style);
 
 /// `text` as a line: a valid JSON text in the style, any other text as a JSON string.
@@ -28,7 +28,7 @@ std::string qo_ctl_render_text(std::string_view text, QoCtlStyle style);
 /// Writes all of `text` to a descriptor. @return false with errno when it could not be.
 bool qo_ctl_write(int descriptor, std::string_view text);
 
-/// One message for a person, on standard error: "pushpullctl: ", the text and a line feed.
+/// One message for a person, on standard error: "pushpullctl: ", the text, made harmless, and a line feed.
 void qo_ctl_say(const std::string& text);
 
 /// As qo_ctl_say, only when somebody sits there: standard error is a terminal.

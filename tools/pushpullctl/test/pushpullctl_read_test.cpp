@@ -81,6 +81,18 @@ TEST_F(PushpullctlGet, PackedAnswersThatDoNotFitInOneMessageAreSeveralLines) {
     EXPECT_THAT(result.output, HasSubstr(R"("version":{"schemaVersion":"0.0"})"));
 }
 
+TEST_F(PushpullctlGet, NothingThatATerminalObeysOrThatTurnsTextAroundComesThrough) {
+    ASSERT_EQ(run_pushpullctl({"publish", "{\"version\":{\"schemaVersion\":\"\xC2\x9B\x32J\xE2\x80\xAEtxt\"}}"}).status,
+              0);
+    EXPECT_EQ(run_pushpullctl({"get", "/version"}).output, R"({"version":{"schemaVersion":"\u009b2J\u202etxt"}})"
+                                                           "\n");
+    EXPECT_EQ(run_pushpullctl({"get", "/\xC2\x9B\x32J\xE2\x80\xAEtxt\npushpullctl: \x1b[2J"}).messages,
+              R"(pushpullctl: /\u009b2J\u202etxt\u000apushpullctl: \u001b[2J: no such node)"
+              "\n");
+    EXPECT_EQ(run_pushpullctl({"stats", "/nowhere/\x9b\x32J"}).messages,
+              "pushpullctl: /nowhere/\\x9b2J: No such file or directory\npushpullctl: there are no rows\n");
+}
+
 TEST_F(PushpullctlGet, WhatIsMissingAmongPackedAnswersIsTold) {
     const PushpullctlResult result = run_pushpullctl({"get", "--pack", "/nosuch", "/version", "/devices/7"});
     EXPECT_EQ(result.status, 1);

@@ -66,6 +66,17 @@ TEST(Rendering, WhatATerminalWouldObeyIsEscapedForIt) {
               "{\n\t\"a\\u007f\": \"\\u009b2J\\u0080 \xC3\xA9\xC2\xB5\\u001B\"\n}\n");
     EXPECT_EQ(without_colours(qo_ctl_render_text(text, kColoured)), qo_ctl_render_text(text, kFormatted));
     EXPECT_TRUE(json_equal(qo_json_parse(qo_ctl_render_text(text, kFormatted)).get(), qo_json_parse(text).get()));
+    EXPECT_EQ(qo_ctl_render_text(text, kLines), "{\"a\\u007f\":\"\\u009b2J\\u0080 \xC3\xA9\xC2\xB5\\u001B\"}\n")
+        << "what is piped ends on a terminal often enough";
+}
+
+TEST(Rendering, WhatTurnsTheDirectionOfWritingIsEscaped) {
+    const std::string text =
+        "[\"\xD8\x9C \xE2\x80\x8E\xE2\x80\x8F \xE2\x80\xAA\xE2\x80\xAE \xE2\x81\xA6\xE2\x81\xA9\"]";
+    const std::string escaped = R"("\u061c \u200e\u200f \u202a\u202e \u2066\u2069")";
+    EXPECT_EQ(qo_ctl_render_text(text, kLines), "[" + escaped + "]\n");
+    EXPECT_EQ(qo_ctl_render_text(text, kFormatted), "[\n\t" + escaped + "\n]\n");
+    EXPECT_TRUE(json_equal(qo_json_parse(qo_ctl_render_text(text, kLines)).get(), qo_json_parse(text).get()));
 }
 
 TEST(Writing, AClosedReaderIsToldByErrno) {
