@@ -1,6 +1,7 @@
 // The statistics of a service started with -l, compared with what it was asked to do.
 #include <fcntl.h>
 #include <mqueue.h>
+#include <sys/mount.h>
 
 #include <filesystem>
 #include <fstream>
@@ -240,6 +241,99 @@ TEST_F(StatisticsFile, OfAnEarlierRunIsArchivedByTheFirstRowOfTheNext) {
     const std::string unpacked = events().scratch() + "unpacked";
     ASSERT_EQ(qo_zlibDecompress(archives.front(), unpacked), 0);
     EXPECT_EQ(content(unpacked), left_over);
+}
+
+TEST_F(StatisticsFile, ComesBackWithItsFolderWhenThatWasRemoved) {
+    ASSERT_TRUE(service().start_and_wait({"-l"}));
+    next_row();
+    std::filesystem::remove_all(kDirectory);
+    next_row();
+    EXPECT_THAT(lines().front(), StartsWith(kFixedHeader));
+    const Row row(lines().at(1), {"/pushpull"});
+    EXPECT_EQ(service().stop(), 0);
+}
+
+TEST_F(StatisticsFile, NamesQueuesWithCommasQuotesAndLineFeedsInQuotes) {
+    const std::string name = "/a,\"b\"\nc";
+    ASSERT_TRUE(service().start_and_wait({"-l"}));
+    ASSERT_TRUE(service().post(R"({"function":"register","arg":{"comp_id":1352,"buffer":"/a,\"b\"\nc"},)"
+                               R"("que":{"flags":0,"maxmsg":1,"msgsize":64,"curmsgs":0}})"));
+    ASSERT_TRUE(service().wait_until_idle());
+    next_row();
+    EXPECT_THAT(content(kFile),
+                StartsWith(kFixedHeader + std::string("/pushpull(Total),/pushpull(Saves),/pushpull(Max),/pushpull(Avg),"
+                                                      "\"/a,\"\"b\"\"\nc(Total)\",\"/a,\"\"b\"\"\nc(Saves)\","
+                                                      "\"/a,\"\"b\"\"\nc(Max)\",\"/a,\"\"b\"\"\nc(Avg)\"\n")));
+    EXPECT_EQ(service().stop(), 0);
+    mq_unlink(name.c_str());
+}
+
+/// The statistics on a disk of their own, and queues whose names make the header end six bytes before the end of its
+/// first page.
+class StatisticsOnASmallDisk : public StatisticsFile {
+protected:
+    static constexpr size_t kPage = 4096;
+    static constexpr size_t kHeaderEnd = kPage - 6;
+    static constexpr const char* kColumns[] = {"(Total)", "(Saves)", "(Max)", "(Avg)"};
+
+    void SetUp() override {
+        StatisticsFile::SetUp();
+        if (IsSkipped()) return;
+        std::filesystem::create_directories(kDirectory);
+        if (mount("tmpfs", kDirectory, "tmpfs", 0, "size=64k") != 0) GTEST_SKIP() << "no disk of our own";
+    }
+    void TearDown() override {
+        for (const std::string& name : queues_) mq_unlink(name.c_str());
+        umount2(kDirectory, MNT_DETACH);
+        StatisticsFile::TearDown();
+    }
+
+    static std::string header_of(const std::vector<std::string>& queues) {
+        std::string header = kFixedHeader;
+        for (const std::string& queue : queues) {
+            for (const char* column : kColumns) header += queue + column + ",";
+        }
+        header.back() = '\n';
+        return header;
+    }
+    /// Registers queues until the header is as long as wanted, near enough.
+    void register_queues() {
+        queues_ = {"/pushpull"};
+        for (int32_t id = 3000; header_of(queues_).size() + 3 < kHeaderEnd; ++id) {
+            queues_.push_back("/" + std::to_string(id));
+            while (queues_.back().size() < 200 && header_of(queues_).size() + 3 < kHeaderEnd) queues_.back() += 'q';
+            ASSERT_TRUE(service().post(R"({"function":"register","arg":{"comp_id":)" + std::to_string(id) +
+                                       R"(,"buffer":")" + queues_.back() +
+                                       R"("},"que":{"flags":0,"maxmsg":1,"msgsize":64,"curmsgs":0}})"));
+        }
+        ASSERT_TRUE(service().wait_until_idle());
+    }
+    /// Leaves one page free.
+    static void fill() {
+        std::ofstream(filler()) << std::string(64 * 1024, 'x');
+        std::filesystem::resize_file(filler(), std::filesystem::file_size(filler()) - kPage);
+    }
+    static std::string filler() { return std::string(kDirectory) + "/filler"; }
+
+    std::vector<std::string> queues_;
+};
+
+TEST_F(StatisticsOnASmallDisk, KeepNoPartOfARowThatWasCutShort) {
+    ASSERT_TRUE(service().start_and_wait({"-l"}));
+    register_queues();
+    fill();
+    // The header is written, and then the row in which it is due.
+    const auto deadline = std::chrono::steady_clock::now() + kQoPatience;
+    while (content(kFile) != header_of(queues_) && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    ASSERT_EQ(content(kFile), header_of(queues_));
+    std::filesystem::remove(filler());
+    next_row();
+    EXPECT_EQ(lines().front() + "\n", header_of(queues_));
+    const Row row(lines().at(1), queues_);
+    EXPECT_EQ(row.text("UTC Time").size(), std::string("Jan 05 13:04:59").size());
+    EXPECT_EQ(service().stop(), 0);
 }
 
 TEST_F(StatisticsFile, IsNotWrittenWithoutTheOption) {

@@ -10,7 +10,6 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
-#include <sstream>
 
 namespace {
 
@@ -20,10 +19,11 @@ constexpr size_t kColumnsOfQueue = 4;
 constexpr std::string_view kTotalSuffix = "(Total)";
 constexpr time_t kDay = 86400;
 constexpr size_t kLongestText = size_t{1} << 30;  // bytes of one file
+constexpr size_t kLongestQuoted = 1024;           // bytes of a field: a name, each character doubled, and more
 constexpr size_t kMostFaults = 20;                // reported one by one
 constexpr double kGapFactor = 2.5;                // of the usual interval
 
-using Fields = std::vector<std::string_view>;
+using Fields = std::vector<std::string>;
 
 std::string_view trimmed(std::string_view text) {
     while (text.starts_with(' ')) text.remove_prefix(1);
@@ -31,17 +31,40 @@ std::string_view trimmed(std::string_view text) {
     return text;
 }
 
-/// The fields of a line, without the blanks around them. A comma at the end ends the last field.
-Fields fields_of(std::string_view line) {
-    Fields fields;
-    line = trimmed(line);
-    if (line.ends_with(',')) line.remove_suffix(1);
-    for (;;) {
-        const size_t comma = line.find(',');
-        fields.push_back(trimmed(line.substr(0, comma)));
-        if (comma == std::string_view::npos) return fields;
-        line.remove_prefix(comma + 1);
+/// Takes the quoted field off that a text begins with: its quotes removed, two in it for one. @return nothing, and the
+/// text as it was, when it begins with none.
+std::optional<std::string> take_quoted(std::string_view& text) {
+    constexpr std::string_view kBehind = ", \r\n";
+    if (!text.starts_with('"')) return std::nullopt;
+    std::string field;
+    for (size_t i = 1; i < std::min(text.size(), kLongestQuoted); ++i) {
+        const bool ends = text[i] == '"' && !text.substr(i + 1).starts_with('"');
+        if (ends && i + 1 < text.size() && kBehind.find(text[i + 1]) == std::string_view::npos) return std::nullopt;
+        if (ends) {
+            text.remove_prefix(i + 1);
+            return field;
+        }
+        field += text[i];
+        if (text[i] == '"') ++i;
     }
+    return std::nullopt;
+}
+
+/// Takes the fields of one record off a text, without the blanks around them. A comma at the end ends the last field. A
+/// record ends with its line, but not inside a quoted field; only a header has names, and so quotes.
+Fields take_fields(std::string_view& text) {
+    Fields fields;
+    for (bool goes_on = true; goes_on;) {
+        while (text.starts_with(' ')) text.remove_prefix(1);
+        const bool header = !fields.empty() && fields[0] == kTimeColumn;
+        std::string field = header ? take_quoted(text).value_or("") : "";
+        const size_t end = std::min(text.find_first_of(",\n"), text.size());
+        fields.push_back(std::move(field.append(trimmed(text.substr(0, end)))));
+        goes_on = end < text.size() && text[end] == ',';
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    if (fields.size() > 1 && fields.back().empty()) fields.pop_back();
+    return fields;
 }
 
 template <typename Number>
@@ -93,7 +116,7 @@ std::string read_header(const Fields& fields, Header& header) {
     }
     for (size_t i = kFixedColumns; i + kColumnsOfQueue <= fields.size(); i += kColumnsOfQueue) {
         std::string_view name = fields[i];
-        // A queue's name may hold commas: its columns, and those behind them, can then be told by their places only.
+        // A name with commas that is not quoted: its columns, and those behind it, can be told by their places only.
         if (!name.ends_with(kTotalSuffix)) break;
         name.remove_suffix(kTotalSuffix.size());
         header.queues.emplace_back(name);
@@ -138,7 +161,7 @@ bool read_queues(const Fields& fields, const Header& header, QueueOrder& order, 
     const size_t count = (fields.size() - kFixedColumns) / kColumnsOfQueue;
     const bool certain = order.is_certain_in(row, count);
     for (size_t place = 0; place < count; ++place) {
-        const std::string_view* field = &fields[kFixedColumns + place * kColumnsOfQueue];
+        const std::string* field = &fields[kFixedColumns + place * kColumnsOfQueue];
         // The service's own queue never goes, and a place is certain anyway.
         const bool named = place > 0 && place < header.queues.size() && count >= header.queues.size();
         QoCtlQueueSample queue{queue_name(header, place, count), 0, 0, 0, 0, certain || !named};
@@ -158,7 +181,9 @@ std::string read_row(const Fields& fields, const Header& header, QueueOrder& ord
     if (fields.size() < kFixedColumns || (fields.size() - kFixedColumns) % kColumnsOfQueue != 0) {
         return "a row of " + std::to_string(fields.size()) + " columns";
     }
-    const auto field = [&](std::string_view name) { return fields[header.columns.find(name)->second]; };
+    const auto field = [&](std::string_view name) -> std::string_view {
+        return fields[header.columns.find(name)->second];
+    };
     const std::optional<time_t> time = to_time(field(kTimeColumn), limit);
     if (!time) return "it does not begin with a time";
     row.time = *time;
@@ -208,17 +233,22 @@ struct GzipClose {
 
 }  // namespace
 
-void qo_ctl_read_statistics(std::istream& text, const std::string& file, time_t written, QoCtlStatistics& statistics) {
+void qo_ctl_read_statistics(std::string_view text, const std::string& file, time_t written,
+                            QoCtlStatistics& statistics) {
     Header header;
     QueueOrder order;
-    size_t number = 0;
+    size_t number = 0;  // of the line
+    size_t next_number = 1;
     size_t faults = 0;
     const auto report = [&](const std::string& fault) {
         if (++faults <= kMostFaults) statistics.faults.push_back(file + ":" + std::to_string(number) + ": " + fault);
     };
-    for (std::string line; std::getline(text, line);) {
-        ++number;
-        const Fields fields = fields_of(line);
+    while (!text.empty()) {
+        const std::string_view before = text;
+        const Fields fields = take_fields(text);
+        number = next_number;
+        const std::string_view taken = before.substr(0, before.size() - text.size());
+        next_number += static_cast<size_t>(std::count(taken.begin(), taken.end(), '\n'));
         if (fields.size() == 1 && fields[0].empty()) continue;
         if (fields[0] == kTimeColumn) {
             const std::string fault = read_header(fields, header);
@@ -250,8 +280,7 @@ bool qo_ctl_read_statistics_file(const std::string& file, QoCtlStatistics& stati
     std::string content;
     const std::string fault = unpack(file, opened.get(), content);
     if (!fault.empty()) statistics.faults.push_back(file + ": " + fault);
-    std::istringstream text(content);
-    qo_ctl_read_statistics(text, file, written_at(file, status), statistics);
+    qo_ctl_read_statistics(content, file, written_at(file, status), statistics);
     return true;
 }
 

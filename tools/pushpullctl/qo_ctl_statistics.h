@@ -6,7 +6,6 @@
 #include <ctime>
 
 #include <cstdint>
-#include <istream>
 #include <map>
 #include <optional>
 #include <string>
@@ -51,13 +50,15 @@ struct QoCtlStatistics {
     std::vector<std::string> faults;       // what was skipped, as "file:line: why"
 };
 
-/// Reads one file's text. Columns are found by their names in the header above. Queues come and go while a file keeps
+/// Reads one file's text. Columns are found by their names in the header above; names may be quoted
+/// (RFC 4180). Queues come and go while a file keeps
 /// its header. Those behind the last one that it names are called "(queue 3)" by their place in the row; so are all but
 /// the service's own when there are fewer than it names. Once one may have left from between the others, the names
 /// that follow are not certain any more.
 /// @param file its name, for faults
 /// @param written a time at which the last row was there: rows carry no year
-void qo_ctl_read_statistics(std::istream& text, const std::string& file, time_t written, QoCtlStatistics& statistics);
+void qo_ctl_read_statistics(std::string_view text, const std::string& file, time_t written,
+                            QoCtlStatistics& statistics);
 
 /// Reads one file, plain or gzip. @return false, with a fault added, when it cannot be opened
 bool qo_ctl_read_statistics_file(const std::string& file, QoCtlStatistics& statistics);

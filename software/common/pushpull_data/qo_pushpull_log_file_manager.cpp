@@ -5,6 +5,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <utility>
@@ -97,15 +98,40 @@ void QoUtilLogFileManager::write(std::string_view text) {
         syslog(LOG_DEBUG, "LOG: file '%s' is not open", _logFileName.c_str());
         return;
     }
+    if (header_due_ && !append(_logHeader)) return;
+    header_due_ = false;
+    append(text);
+}
+
+// True when all of it stands at the end of the file; then, and only then, anything of it does.
+bool QoUtilLogFileManager::append(std::string_view text) {
+    struct stat status {};
+    if (!cut_back() || stat(current_log().c_str(), &status) != 0) return false;
     // A disk that was full when the last record came may have room again.
     _currentLog.clear();
     _currentLog << text << std::flush;
+    if (_currentLog) return true;
+    whole_end_ = status.st_size;
+    cut_back();
+    return false;
+}
+
+// Takes what was written of a record that did not fit out of the file again.
+bool QoUtilLogFileManager::cut_back() {
+    if (whole_end_ && truncate(current_log().c_str(), *whole_end_) == 0) whole_end_.reset();
+    return !whole_end_;
+}
+
+bool QoUtilLogFileManager::is_in_its_place() const {
+    struct stat status {};
+    if (stat(current_log().c_str(), &status) != 0) return errno != ENOENT && errno != ENOTDIR;
+    return status.st_dev == device_ && status.st_ino == inode_;
 }
 
 std::string QoUtilLogFileManager::current_log() const { return _logPathName + "/" + _logFileName; }
 
 bool QoUtilLogFileManager::currentLogFileValid() const {
-    if (!_currentLog.is_open()) return false;
+    if (!_currentLog.is_open() || !is_in_its_place()) return false;
     switch (_archiveTime) {
         case ArchivePerHour:
             return _currentLogCreationTime == currentHour();
@@ -119,11 +145,23 @@ void QoUtilLogFileManager::createNewLogFile() {
     archiveLogFile(current_log());
     if (_currentLog.is_open()) _currentLog.close();
     _currentLog.clear();
-    // Without a buffer, so that a record that a full disk refused does not come back with a later one.
+    if (!exists(_logPathName)) makeDirectory();
+    const std::string path = current_log();
+    // Emptied where it could not be archived. Then each record goes to the end, wherever that is by then.
+    _currentLog.open(path, std::ios::out | std::ios::trunc);
+    if (_currentLog.is_open()) _currentLog.close();
+    // Without a buffer: a record is one write, and one that a full disk refused does not come back with a later one.
     _currentLog.rdbuf()->pubsetbuf(nullptr, 0);
-    _currentLog.open(current_log(), std::ios::out | std::ios::trunc);
+    _currentLog.open(path, std::ios::out | std::ios::app);
     _currentLogCreationTime = _archiveTime == ArchivePerDay ? currentDay() : currentHour();
-    if (!_logHeader.empty()) _currentLog << _logHeader << std::flush;
+    whole_end_.reset();
+    struct stat status {};
+    if (stat(path.c_str(), &status) == 0) {
+        device_ = status.st_dev;
+        inode_ = status.st_ino;
+    }
+    header_due_ = !_logHeader.empty();
+    if (_currentLog.is_open() && header_due_) header_due_ = !append(_logHeader);
 }
 
 void QoUtilLogFileManager::archiveLogFile(const std::string& path) {

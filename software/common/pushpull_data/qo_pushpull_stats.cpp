@@ -172,7 +172,8 @@ void QoPushPullStats::save_stats_data() {
         if (_logHeader) hand_over_header(*queues);
         const std::string fixed_part = fixed_columns(interval, now);
         const std::string queue_part = queues->monitor().getQueueData();
-        *logger << fixed_part << queue_part << "\n";
+        // One record, so that the file holds all of it or nothing.
+        *logger << fixed_part + queue_part + "\n";
         end_interval(interval);
     } catch (const std::exception& error) {
         syslog(LOG_ERR, "PushPull Stats: Exception during data logging: %s", error.what());

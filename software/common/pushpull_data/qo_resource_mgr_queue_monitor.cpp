@@ -16,6 +16,17 @@ std::optional<mq_attr> read_attributes(mqd_t descriptor) {
     return attributes;
 }
 
+// A field of comma-separated values as RFC 4180 has it: a queue's name may hold what would end the field.
+std::string csv_field(const std::string& text) {
+    if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+    std::string field = "\"";
+    for (const char character : text) {
+        if (character == '"') field += '"';
+        field += character;
+    }
+    return field + "\"";
+}
+
 }  // namespace
 
 // ---- one queue -------------------------------------------------------------------------------
@@ -133,7 +144,7 @@ std::string QoPushPullQueueMonitor::getQueueNames() {
     for (const auto& queue : _monitoredQueues) {
         for (const char* column : {"(Total)", "(Saves)", "(Max)", "(Avg)"}) {
             if (!names.empty()) names += ",";
-            names.append(queue->getQueueName()).append(column);
+            names += csv_field(queue->getQueueName() + column);
         }
     }
     return names;

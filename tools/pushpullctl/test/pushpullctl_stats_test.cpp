@@ -1,4 +1,5 @@
 // stats: the command as it is run, with the files where the service writes them.
+#include <mqueue.h>
 #include <zlib.h>
 
 #include <filesystem>
@@ -112,6 +113,22 @@ TEST_F(PushpullctlStats, InAPlaceThatCannotBeLookedAtSayWhy) {
     const PushpullctlResult result = run_pushpullctl({"stats"});
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.messages, std::string("pushpullctl: ") + kDirectory + ": Not a directory\n");
+}
+
+TEST_F(PushpullctlStats, ReadQueuesOfAnyNameAsTheServiceWritesThem) {
+    std::ofstream("/kivo/data/pushpull_stats.cfg") << "1\n";
+    ASSERT_TRUE(service().start_and_wait({"-l"}));
+    ASSERT_TRUE(service().post(R"({"function":"register","arg":{"comp_id":1352,"buffer":"/a,\"b\"\nc"},)"
+                               R"("que":{"flags":0,"maxmsg":1,"msgsize":64,"curmsgs":0}})"));
+    PushpullctlResult result{};
+    do {
+        ASSERT_TRUE(service().wait_until_idle());
+        result = run_pushpullctl({"stats", "--json", "--rows", "1"});
+    } while (result.output.find("\"queues\":[{") == std::string::npos);
+    EXPECT_EQ(result.messages, "");
+    EXPECT_THAT(result.output, HasSubstr(R"("queue":"/a,\"b\"?c")"));
+    EXPECT_EQ(service().stop(), 0);
+    mq_unlink("/a,\"b\"\nc");
 }
 
 }  // namespace

@@ -51,8 +51,7 @@ std::string queues(int count) {
 class StatisticsReader : public testing::Test {
 protected:
     void read(const std::string& text, time_t written = kWritten) {
-        std::istringstream stream(text);
-        qo_ctl_read_statistics(stream, "f.csv", written, statistics_);
+        qo_ctl_read_statistics(text, "f.csv", written, statistics_);
     }
     const std::vector<QoCtlStatisticsRow>& complete() {
         qo_ctl_complete_statistics(statistics_);
@@ -163,6 +162,41 @@ TEST_F(StatisticsReader, OfAQueueWhoseNameHasACommaKeepsTheValues) {
     read(header({"/pushpull", "/a,b"}) + row("Jan 05 13:00:00", "1,0,0,0.000000,2,0,0,0.000000"));
     ASSERT_EQ(statistics_.rows.size(), 1U);
     EXPECT_EQ(statistics_.rows[0].queues[1].messages, 2);
+}
+
+TEST_F(StatisticsReader, OfQuotedNamesTakesWhatIsInTheQuotes) {
+    std::string columns = kFixedHeader;
+    for (const char* name : {"/a,b", "/\"\"q\"\"", "/line\nfeed"}) {
+        for (const char* column : {"(Total)", "(Saves)", "(Max)", "(Avg)"}) {
+            columns.append("\"").append(name).append(column).append("\",");
+        }
+    }
+    read(columns + "/plain(Total),/plain(Saves),/plain(Max),/plain(Avg)\n" + row("Jan 05 13:00:00", queues(4)) +
+         "garbage\n");
+    ASSERT_EQ(statistics_.rows.size(), 1U);
+    std::vector<std::string> names;
+    for (const QoCtlQueueSample& queue : statistics_.rows[0].queues) names.push_back(queue.name);
+    EXPECT_THAT(names, ElementsAre("/a,b", "/\"q\"", "/line?feed", "/plain"));
+    EXPECT_EQ(statistics_.rows[0].queues[3].messages, 4);
+    // The header takes five lines.
+    EXPECT_THAT(statistics_.faults, ElementsAre("f.csv:7: a row of 1 columns; skipped"));
+}
+
+TEST_F(StatisticsReader, OfAQuoteThatIsNeverClosedSkipsThatLineOnly) {
+    const std::string torn = std::string(kFixedHeader) + "\"/torn";
+    read("\"torn\n" + torn + "\n" + header({"/pushpull"}) + row("Jan 05 13:00:00", "1,0,0,0.000000") + "x,\"" +
+         row("Jan 05 13:01:00", "1,0,0,0.000000") + row("Jan 05 13:02:00", "1,0,0,0.000000") + "\"");
+    EXPECT_EQ(statistics_.rows.size(), 2U);
+    EXPECT_THAT(statistics_.faults,
+                ElementsAre("f.csv:1: there is no header above it; skipped", "f.csv:5: a row of 20 columns; skipped",
+                            "f.csv:7: a row of 1 columns; skipped"));
+}
+
+TEST_F(StatisticsReader, AMillionQuotesCostNoMoreThanTheirText) {
+    std::string text = kFixedHeader;
+    for (int field = 0; field < 500000; ++field) text += "\"x,";
+    read(text);
+    EXPECT_THAT(statistics_.faults, IsEmpty());
 }
 
 TEST_F(StatisticsReader, ReportsAndSkipsWhatIsNoRow) {

@@ -116,6 +116,7 @@ public:
     void incQueueSaves(eQO_CMP_IDs_ comp_id);
 
     /// The column names of the statistics: "A(Total),A(Saves),A(Max),A(Avg),B(Total)," and so on; "" without queues.
+    /// Names with a comma, a quote, a line feed or a carriage return make quoted columns (RFC 4180).
     std::string getQueueNames();
     /// The values below these names, see QoPushPullMonitoredQueue::getQueueData. All counts start again at zero.
     std::string getQueueData();

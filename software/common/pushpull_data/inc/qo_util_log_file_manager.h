@@ -3,6 +3,7 @@
 #ifndef QO_UTIL_LOG_FILE_MANAGER_H
 #define QO_UTIL_LOG_FILE_MANAGER_H
 
+#include <sys/types.h>
 #include <time.h>
 
 #include <atomic>
@@ -10,6 +11,7 @@
 #include <fstream>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -26,8 +28,9 @@ time_t qo_wall_clock();
 
 /// Writes records to one file in one directory. A file begins with the header, is rotated only when a record is
 /// written, and is archived as "<10-digit Unix time>_<file name>.gz"; archives older than seven days are deleted
-/// at each rotation. The first record of a run archives what an earlier run left. Failures are logged and otherwise
-/// ignored: a record that cannot be written is dropped, and the next rotation tries again.
+/// at each rotation. The first record of a run archives what an earlier run left. A file or directory that was removed
+/// comes back with the next record. Failures are logged and otherwise ignored: a record that cannot be written whole is
+/// dropped and leaves no part of itself in the file; the next one is tried again.
 /// Any thread may write; naming, header and enabling belong to one thread before the first record or between two.
 class QoUtilLogFileManager {
 public:
@@ -47,7 +50,7 @@ public:
     /// Drops records from now on, without a message.
     void disableLogging();
 
-    /// Writes one piece of text, to a new file when the hour or day has changed. Never throws.
+    /// Writes one record, to a new file when the hour or day has changed. Never throws.
     QoUtilLogFileManager& operator<<(std::string& text);
     QoUtilLogFileManager& operator<<(const std::string& text);
     QoUtilLogFileManager& operator<<(std::string_view text);
@@ -63,6 +66,9 @@ private:
     static bool exists(const std::string& path);
     void makeDirectory() const;
     void write(std::string_view text);
+    bool append(std::string_view text);
+    bool cut_back();
+    bool is_in_its_place() const;
     std::string current_log() const;
 
     std::atomic<bool> _logEnabled;
@@ -74,6 +80,10 @@ private:
     std::mutex _logArchiveMutex;  // held while a record is written, with the rotation that it may bring
     eArchiveType_t _archiveTime;
     QoWallClock clock_;
+    dev_t device_ = 0;  // of the current file, with its number there
+    ino_t inode_ = 0;
+    bool header_due_ = false;         // in the current file
+    std::optional<off_t> whole_end_;  // of the last whole record, while part of another may stand behind it
 };
 
 #endif

@@ -412,6 +412,19 @@ TEST_F(QueueFullFailure, QueuesCanBeAddedAndRemovedDuringTheGrace) {
     EXPECT_EQ(monitor_->getQueueNames(), "/b(Total),/b(Saves),/b(Max),/b(Avg)");
 }
 
+TEST_F(QueueFullFailure, NamesThatWouldSplitAColumnAreQuoted) {
+    for (const char* name : {"/plain name;'", "/a,b", "/\"q\"", "/line\nfeed", "/return\r"}) {
+        monitor_->addQueue(name, kComponent, -1);
+    }
+    monitor_->removeQueue(std::string("/a"));
+    EXPECT_EQ(monitor_->getQueueNames(),
+              "/plain name;'(Total),/plain name;'(Saves),/plain name;'(Max),/plain name;'(Avg),"
+              "\"/a,b(Total)\",\"/a,b(Saves)\",\"/a,b(Max)\",\"/a,b(Avg)\","
+              "\"/\"\"q\"\"(Total)\",\"/\"\"q\"\"(Saves)\",\"/\"\"q\"\"(Max)\",\"/\"\"q\"\"(Avg)\","
+              "\"/line\nfeed(Total)\",\"/line\nfeed(Saves)\",\"/line\nfeed(Max)\",\"/line\nfeed(Avg)\","
+              "\"/return\r(Total)\",\"/return\r(Saves)\",\"/return\r(Max)\",\"/return\r(Avg)\"");
+}
+
 TEST_F(QueueFullFailure, ServiceStillThereAfterTheGraceExitsWithStatus255) {
     settings_.restart_grace = milliseconds(20);
     const pid_t child = fork();

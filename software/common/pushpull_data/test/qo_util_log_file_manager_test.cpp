@@ -145,7 +145,8 @@ TEST_F(EnableLogging, TakesADirectoryOrAFileThatExistsAsItIs) {
 TEST_F(EnableLogging, WithAMissingParentDirectoryDropsEveryRecordWithAMessage) {
     directory_ = scratch_.file("missing/log");
     const auto manager = make_manager();
-    EXPECT_THAT(shell_.commands(), ElementsAre("mkdir " + directory_));
+    const std::string attempt = "mkdir " + directory_;
+    EXPECT_THAT(shell_.commands(), ElementsAre(attempt));
     for (int record = 0; record < 2; ++record) {
         log_.clear();
         *manager << "text";
@@ -153,6 +154,7 @@ TEST_F(EnableLogging, WithAMissingParentDirectoryDropsEveryRecordWithAMessage) {
                                               debug_line("file doesn't exist '" + log_path() + "'"),
                                               debug_line("file 'ppstats.csv' is not open")));
     }
+    EXPECT_THAT(shell_.commands(), ElementsAre(attempt, attempt, attempt)) << "each record tries again";
 }
 
 // ---- writing ---------------------------------------------------------------------------------
@@ -204,6 +206,45 @@ TEST_F(LogRecord, ThatCannotBeTimedIsReportedAndTheCallReturns) {
     broken = false;
     manager << "three\n";
     EXPECT_EQ(log_text(), "one\nthree\n");
+}
+
+TEST_F(LogRecord, BringsAFileThatWasRemovedBackWithItsHeader) {
+    const auto manager = make_manager(ArchivePerDay, "header\n");
+    *manager << "one\n";
+    std::filesystem::remove(log_path());
+    *manager << "two\n";
+    EXPECT_EQ(log_text(), "header\ntwo\n");
+    EXPECT_THAT(files(), ElementsAre(kFile));
+    EXPECT_THAT(shell_.commands(), IsEmpty());
+}
+
+TEST_F(LogRecord, ArchivesAFileThatSomebodyPutInThePlaceOfItsOwn) {
+    const auto manager = make_manager(ArchivePerDay, "header\n");
+    *manager << "one\n";
+    write("other", "another file\n");
+    std::filesystem::rename(path("other"), log_path());
+    *manager << "two\n";
+    EXPECT_EQ(log_text(), "header\ntwo\n");
+    EXPECT_EQ(unpacked(kMorning), "another file\n");
+}
+
+TEST_F(LogRecord, GoesToTheEndOfAFileThatSomebodyEmptied) {
+    const auto manager = make_manager();
+    *manager << "one\n";
+    std::filesystem::resize_file(log_path(), 0);
+    *manager << "two\n";
+    EXPECT_EQ(log_text(), "two\n");
+}
+
+TEST_F(LogRecord, AsksForADirectoryThatWasRemovedAgain) {
+    const auto manager = make_manager(ArchivePerDay, "header\n");
+    *manager << "one\n";
+    std::filesystem::remove_all(directory_);
+    *manager << "two\n";
+    EXPECT_THAT(shell_.commands(), ElementsAre("mkdir " + directory_));
+    std::filesystem::create_directory(directory_);
+    *manager << "three\n";
+    EXPECT_EQ(log_text(), "header\nthree\n");
 }
 
 TEST_F(LogRecord, FromManyThreadsStaysWhole) {
@@ -480,6 +521,33 @@ TEST_F(RefusingLogDisk, AFullOneDropsRecordsAndTakesThoseThatComeWhenThereIsRoom
     make_room();
     *manager << "written\n";
     EXPECT_EQ(log_text(), "header\n" + page + "written\n");
+}
+
+TEST_F(RefusingLogDisk, AFullOneKeepsNoPartOfARecordThatItCannotTakeWhole) {
+    const auto manager = make_manager(ArchivePerDay, "header\n");
+    const std::string page(4096 - 10, 'h');
+    *manager << page;  // up to three bytes before the end of a page
+    fill();
+    *manager << "dropped\n";
+    EXPECT_EQ(log_text(), "header\n" + page);
+    *manager << "x\n";  // fits
+    EXPECT_EQ(log_text(), "header\n" + page + "x\n");
+    *manager << "dropped too\n";
+    make_room();
+    *manager << "written\n";
+    EXPECT_EQ(log_text(), "header\n" + page + "x\nwritten\n");
+}
+
+TEST_F(RefusingLogDisk, AFullOneThatCutTheHeaderGetsItBeforeTheNextRecord) {
+    const std::string header = std::string(5000, 'h') + "\n";
+    const auto manager = make_manager(ArchivePerDay, header);
+    fill();
+    std::filesystem::resize_file(path("filler"), std::filesystem::file_size(path("filler")) - 4096);
+    *manager << "dropped\n";
+    EXPECT_EQ(log_text(), "");
+    make_room();
+    *manager << "written\n";
+    EXPECT_EQ(log_text(), header + "written\n");
 }
 
 TEST_F(RefusingLogDisk, AFullOneLosesTheFinishedFileButNotTheNextRecords) {
