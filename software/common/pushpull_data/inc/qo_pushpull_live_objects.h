@@ -3,7 +3,9 @@
 #ifndef QO_PUSHPULL_LIVE_OBJECTS_H
 #define QO_PUSHPULL_LIVE_OBJECTS_H
 
+#include <cstddef>
 #include <mutex>
+#include <new>
 #include <unordered_set>
 
 /// One set for each class of objects. Any thread. Its lock is taken before any lock of the objects.
@@ -34,9 +36,11 @@ private:
         std::mutex mutex;
         std::unordered_set<const Object*> objects;
     };
-    /// Never destroyed: a timer's thread may come after the end of main().
+    /// Never destroyed: a timer's thread may come after the end of main(). Not on the heap: when memory is short, the
+    /// first to come may be the destructor of an object that was never added.
     static Registry& registry() {
-        static auto* const registry = new Registry;
+        alignas(Registry) static std::byte storage[sizeof(Registry)];
+        static auto* const registry = new (storage) Registry;
         return *registry;
     }
 };
