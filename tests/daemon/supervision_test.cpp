@@ -1,8 +1,13 @@
 // A component stops reading, and the soft watchdog restarts the device. By the real clock, from end to end.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/capability.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <syslog.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -27,6 +32,7 @@ using testing::Field;
 using testing::HasSubstr;
 using testing::Matcher;
 using testing::MatchesRegex;
+using testing::Not;
 
 constexpr int32_t kReader = QO_CMPID_TESTPUBLISHER;
 constexpr int32_t kStopped = QO_CMPID_BASE_SIMULATOR;
@@ -47,6 +53,13 @@ protected:
         for (const char* name : {"top", "ps", "pstree"}) {
             std::ofstream(folder + "/" + name, std::ios::app)
                 << "echo 'qo_pushpull seen by " << name << "'\necho\necho 'and its neighbour qo_other'\n";
+        }
+    }
+    // Stops reading, with a full queue.
+    void stop_reading(Component& stopped) {
+        while (stopped.waiting_messages() < 2) {
+            ASSERT_EQ(stopped.api().get(stopped.id(), "/version", "", false), 0);
+            ASSERT_TRUE(service().wait_until_idle());
         }
     }
     size_t count(const QoLogLine& line) {
@@ -76,10 +89,7 @@ TEST_F(Supervision, AQueueFullForTwoMinutesIsReportedAndSignalledAndEndsTheServi
     Component stopped(service(), kStopped, {2, 8192});
     events().clear_log();
     const auto filled = steady_clock::now();
-    while (stopped.waiting_messages() < 2) {
-        ASSERT_EQ(stopped.api().get(stopped.id(), "/version", "", false), 0);
-        ASSERT_TRUE(service().wait_until_idle());
-    }
+    stop_reading(stopped);
     const QoLogLine status{LOG_NOTICE, "QoPushPullMonitoredQueue: Monitored queue " + stopped.queue_name() +
                                            " (component ID " + std::to_string(kStopped) + "): 2 / 2 messages"};
     ASSERT_TRUE(events().wait_for_log(LOG_WARNING, "QoPushPullQueueMonitor: A queue is full"));
@@ -113,6 +123,50 @@ TEST_F(Supervision, AQueueFullForTwoMinutesIsReportedAndSignalledAndEndsTheServi
     EXPECT_GT(steady_clock::now() - filled, seconds(118 + 30));
     ASSERT_TRUE(WIFEXITED(*end)) << "signal " << WTERMSIG(*end);
     EXPECT_EQ(WEXITSTATUS(*end), 255);
+}
+
+TEST_F(Supervision, ADiagnosticThatNeverEndsIsLeftBehindAndHoldsNoRequestMeanwhile) {
+    events().stall_stand_in("top");
+    Component reader(service(), kReader);
+    Component stopped(service(), kStopped, {2, 8192});
+    stop_reading(stopped);
+    ASSERT_TRUE(events().wait_for_command("top -b -n 1", seconds(150)));
+    {
+        const Component newcomer(service(), QO_CMPID_DEMO);
+        EXPECT_THAT(reader.get("/version"), HasSubstr("schemaVersion"));
+    }
+    EXPECT_THAT(events().log(), Not(Contains(Line(LOG_ERR, HasSubstr("was left behind"))))) << "it ran all the while";
+    for (const char* command : {"top -b -n 1 | grep qo", "top -bi -n 1"}) {
+        EXPECT_TRUE(events().wait_for_log(LOG_ERR, std::string("QoPushPullQueueMonitor: System command ") + command +
+                                                       " was left behind after 10000 ms"));
+    }
+    EXPECT_TRUE(events().wait_for_command("pstree "));
+    EXPECT_TRUE(events().wait_for_command("pkill -SIGUSR1 qo_pushpull"));
+}
+
+// Another user's process that keeps writing its own text into the script.
+TEST_F(Supervision, AScriptThatAnotherUserMadeBeforeIsNotRun) {
+    const std::string trace = events().scratch() + "owned";
+    const pid_t stranger = fork();
+    if (stranger == 0) {
+        __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+        __user_cap_data_struct none[2]{};
+        constexpr uid_t kStranger = 54321;
+        if (setresuid(kStranger, kStranger, kStranger) != 0 || syscall(SYS_capset, &header, none) != 0) _exit(1);
+        do {
+            std::ofstream(kScript) << "touch " << trace << '\n';
+            chmod(kScript, 0777);
+        } while (usleep(200) == 0);
+    }
+    Component stopped(service(), kStopped, {2, 8192});
+    stop_reading(stopped);
+    if (waitpid(stranger, nullptr, WNOHANG) != 0) GTEST_SKIP() << "a process may not become another user here";
+    const testing::AssertionResult terminates = events().wait_for_log(LOG_CRIT, kMonitorTerminates, seconds(150));
+    EXPECT_TRUE(terminates);
+    EXPECT_TRUE(events().wait_for_command("pkill -SIGUSR1 qo_pushpull"));
+    kill(stranger, SIGKILL);
+    waitpid(stranger, nullptr, 0);
+    EXPECT_FALSE(std::filesystem::exists(trace)) << "somebody else's script was run by the service";
 }
 
 }  // namespace

@@ -209,7 +209,8 @@ void make_root(const fs::path& root) {
     make_dev(root / "dev");
     make_proc(root / "proc");
     make_scratch(root / "kivo", {"data", "data/logs", "others"});
-    make_scratch(root / "var/volatile", {"tmp"});
+    make_scratch(root / "var/volatile", {});
+    make_directory(root / "var/volatile/tmp", 01777);  // as on the device: for everyone
 }
 
 void enter_root(const fs::path& root) {

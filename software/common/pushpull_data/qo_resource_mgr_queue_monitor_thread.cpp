@@ -1,21 +1,18 @@
 // The thread that looks at the supervised queues, and what it does about one that stays full.
-#include <stdio.h>
-#include <stdlib.h>
+#include <signal.h>
 #include <syslog.h>
+#include <unistd.h>
 
-#include <fstream>
 #include <mutex>
 #include <optional>
-#include <sstream>
 #include <utility>
 
 #include "qo_pushpull_queue_monitor.h"
+#include "qo_pushpull_restart_script.h"
 #include "qo_pushpull_sigterm_mask.h"
 #include "qo_utilities_command.h"
 
 namespace {
-
-constexpr const char* kDiagnosticCommands[] = {"top -b -n 1 | grep qo", "top -bi -n 1", "ps -AF | grep qo", "pstree"};
 
 // SIGUSR1 makes the service log where it is stuck and reboot the device.
 constexpr char kRestartScript[] = "sleep 2;\npkill -SIGUSR1 qo_pushpull\n";
@@ -26,17 +23,10 @@ time_t monotonic_seconds() {
     return now.tv_sec;
 }
 
-void run(const std::string& command) {
-    // A failure is not looked at: the next step is tried whatever became of this one.
-    [[maybe_unused]] const int result = system(command.c_str());
-}
-
-std::optional<std::string> read_whole(const std::string& path) {
-    std::ifstream file(path);
-    if (!file) return std::nullopt;
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
+// Whether the shell did it, and in time.
+bool run(const std::string& command, std::chrono::milliseconds limit) {
+    const QoCommandResult result = qo_run_command(command.c_str(), {limit});
+    return result.end == QoCommandEnd::ended && result.status == 0;
 }
 
 }  // namespace
@@ -78,12 +68,15 @@ void QoPushPullQueueMonitor::monitorThread() {
     while (_runMonitor) {
         pause(settings_.poll);
         qo_reap_commands();
-        if (!_runMonitor || poll_queues()) continue;
+        const bool stuck = _runMonitor && attempt([this] { return !poll_queues(); });
+        if (!stuck) continue;
+        attempt([this] { return report_failure(), true; });
         restart_service();
         pause(settings_.restart_grace);
         if (!_runMonitor.exchange(false)) continue;
         active.unlock();
-        exit(-1);
+        // exit() would wait for locks of a main thread that is stuck, and never come to the end.
+        _exit(-1);
     }
 }
 
@@ -103,7 +96,8 @@ bool QoPushPullQueueMonitor::poll_queues() {
         syslog(LOG_WARNING, "QoPushPullQueueMonitor: A queue is full");
         queue->logStatus();
         if (step == QoFullQueueStep::waiting) continue;
-        report_failure(*queue, now);
+        syslog(LOG_CRIT, "QoPushPullQueueMonitor: Queue full failure detected (queue full for %ld seconds)",
+               static_cast<long>(now - queue->timeFull()));
         return false;
     }
     return true;
@@ -111,38 +105,21 @@ bool QoPushPullQueueMonitor::poll_queues() {
 
 // ---- a queue that stays full -----------------------------------------------------------------
 
-void QoPushPullQueueMonitor::report_failure(const QoPushPullMonitoredQueue& queue, time_t now) {
-    syslog(LOG_CRIT, "QoPushPullQueueMonitor: Queue full failure detected (queue full for %ld seconds)",
-           static_cast<long>(now - queue.timeFull()));
-    for (const char* command : kDiagnosticCommands) systemCommand(command);
-}
-
 void QoPushPullQueueMonitor::restart_service() {
     syslog(LOG_CRIT, "QoPushPullQueueMonitor: Creating termination shellscript");
-    std::ofstream(settings_.restart_script, std::ios::trunc) << kRestartScript;
-    run("chmod +x " + settings_.restart_script);
+    std::optional<QoRestartScript> script;
+    const bool made = attempt([&] {
+        script.emplace(settings_.restart_script);
+        if (!script->write(kRestartScript) || !script->is_ours()) return false;
+        // The file can be run as it is: a failure is not looked at.
+        run("chmod +x " + settings_.restart_script, settings_.command_limit);
+        return true;
+    });
     syslog(LOG_CRIT, "QoPushPullQueueMonitor: Terminating...");
-    run(settings_.restart_script + " &");
-}
-
-void QoPushPullQueueMonitor::systemCommand(const std::string& command) {
-    run(command + " >> " + settings_.command_output);
-    logSystemCommandResult(command);
-}
-
-void QoPushPullQueueMonitor::logSystemCommandResult(const std::string& command) {
-    const std::optional<std::string> output = read_whole(settings_.command_output);
-    if (!output) return;
-    // A file that stays is read again with the next command's output; nothing else comes of it.
-    [[maybe_unused]] const int removed = remove(settings_.command_output.c_str());
-    generateLogOutput(command, *output);
-}
-
-void QoPushPullQueueMonitor::generateLogOutput(const std::string& command, const std::string& output) {
-    syslog(LOG_NOTICE, "---- Output from system command %s ----", command.c_str());
-    std::istringstream lines(output);
-    int number = 0;
-    for (std::string line; std::getline(lines, line);) {
-        if (!line.empty()) syslog(LOG_NOTICE, "%03d: %s", ++number, line.c_str());
-    }
+    const bool started = made && attempt([&] {
+                             return script->is_ours() && run(settings_.restart_script + " &", settings_.command_limit);
+                         });
+    if (started) return;
+    syslog(LOG_CRIT, "QoPushPullQueueMonitor: The service is signalled without the restart script");
+    kill(getpid(), SIGUSR1);
 }

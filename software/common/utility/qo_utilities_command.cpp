@@ -20,7 +20,7 @@ constexpr milliseconds kDeath{200};  // time for what was killed to be gone
 
 // The processes that nobody waits for any more; 0 is a free place. Without a lock: a handler may have interrupted its
 // holder. Half of the places are for those that were left behind.
-std::array<std::atomic<pid_t>, 2 * QO_MOST_STARTED_COMMANDS> unwaited{};
+std::array<std::atomic<pid_t>, size_t{2} * QO_MOST_STARTED_COMMANDS> unwaited{};
 static_assert(std::atomic<pid_t>::is_always_lock_free);
 
 /// The status of a process that has ended; nothing while it runs. It is reaped.

@@ -4,6 +4,7 @@
 
 #include <mqueue.h>
 #include <pthread.h>
+#include <syslog.h>
 #include <time.h>
 
 #include <atomic>
@@ -11,9 +12,11 @@
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 #include "qo_component_ids.h"
 #include "qo_pushpull_constants.h"
@@ -84,6 +87,8 @@ struct QoQueueMonitorSettings {
     std::chrono::milliseconds poll{1000};            // between two looks at the queues
     std::chrono::seconds full_for{120};              // how long a queue may stay full
     std::chrono::milliseconds restart_grace{30000};  // how long a restart may take
+    std::chrono::milliseconds command_limit{10000};  // how long one command may take
+    std::chrono::milliseconds report_limit{60000};   // how long all diagnostics may, whatever they hang in
     std::string command_output = QO_COMMAND_OUTPUT_FILE;
     std::string restart_script = QO_RESTART_SCRIPT_FILE;
 };
@@ -92,7 +97,7 @@ struct QoQueueMonitorSettings {
 /// means that a process has stopped reading: the thread then logs what runs on the device, lets a script send
 /// SIGUSR1 to the service, which reboots the device, and ends the process when that has not happened in time.
 ///
-/// Any thread: every operation takes `_mutexList`, and waits for it while the diagnostics of a failure run.
+/// Any thread: every operation takes `_mutexList`, which is held for a look at the queues and not while commands run.
 class QoPushPullQueueMonitor {
 public:
     /// Starts the thread. SIGTERM is blocked in it.
@@ -129,11 +134,25 @@ private:
     void monitorThread();
     void pause(std::chrono::milliseconds duration);
     bool poll_queues();
-    void report_failure(const QoPushPullMonitoredQueue& queue, time_t now);
     void restart_service();
-    void systemCommand(const std::string& command);
-    void logSystemCommandResult(const std::string& command);
-    static void generateLogOutput(const std::string& command, const std::string& output);
+    void report_failure();
+
+    struct Report;
+    static void run_commands(Report& report) noexcept;
+    static void systemCommand(const Report& report, const char* command);
+    static void logSystemCommandResult(const Report& report, const char* command);
+    static void generateLogOutput(const char* command, std::string_view output, size_t left_out);
+
+    // What a step comes to; false, and a line, when it throws. Nothing may leave a thread.
+    template <typename Step>
+    static bool attempt(const Step& step) {
+        try {
+            return step();
+        } catch (const std::exception& error) {
+            syslog(LOG_CRIT, "QoPushPullQueueMonitor: exception %s", error.what());
+            return false;
+        }
+    }
 
     QoPushpullMutex _mutexList;           // taken after _mutexMonitorActive
     QoPushpullMutex _mutexMonitorActive;  // held by the thread for its whole life

@@ -138,6 +138,8 @@ TEST(MonitorSettings, AreOneSecondTwoMinutesAndHalfAMinuteAndTheFilesOfTheDevice
     EXPECT_EQ(settings.poll, milliseconds(1000));
     EXPECT_EQ(settings.full_for, seconds(120));
     EXPECT_EQ(settings.restart_grace, milliseconds(30000));
+    EXPECT_EQ(settings.command_limit, seconds(10));
+    EXPECT_EQ(settings.report_limit, seconds(60));
     EXPECT_EQ(settings.command_output, "/kivo/data/logs/pushpullCmdResult.txt");
     EXPECT_EQ(settings.restart_script, "/var/volatile/tmp/restartPushPull.sh");
 }
@@ -389,12 +391,6 @@ TEST_F(QueueFullFailure, MoreThan999LinesAreNumberedOn) {
     for (int i = 0; i < 1001; ++i) output += "line\n";
     files_.write("output", output);
     EXPECT_THAT(lines_of_failure(), Contains(QoLogLine{LOG_NOTICE, "1001: line"}));
-}
-
-TEST_F(QueueFullFailure, FailedCommandsAndAScriptThatCannotBeWrittenAreNotLookedAt) {
-    settings_.restart_script = files_.file("missing/restart.sh");
-    shell_.set_result(-1);
-    EXPECT_THAT(lines_of_failure(), ElementsAre(failure_line(0), kScriptMade, kTerminating));
 }
 
 TEST_F(QueueFullFailure, ServiceThatGoesDownDuringTheGraceIsNotEndedByTheMonitor) {
