@@ -27,9 +27,12 @@ function(qo_runnable variable target)
     endif()
 endfunction()
 
-# What a 32-bit C library calls the functions that take a 64-bit time, and so what the linker has to wrap there.
+# What a 32-bit C library calls the functions that take a 64-bit time or file offset, and so what the linker has to wrap
+# there.
 set(QO_TIME64_NAME_time __time64)
 set(QO_TIME64_NAME_mq_timedreceive __mq_timedreceive_time64)
+set(QO_TIME64_NAME_localtime_r __localtime64_r)
+set(QO_TIME64_NAME_mmap mmap64)
 set(QO_TIME64_NAME_mq_timedsend __mq_timedsend_time64)
 set(QO_TIME64_NAME_timer_gettime __timer_gettime64)
 set(QO_TIME64_NAME_timer_settime __timer_settime64)

@@ -1,5 +1,5 @@
-// SIGUSR1 while the service is at work: it often interrupts the logger or the allocator, whose locks the trace and the
-// announcement of the reboot then wait for in vain.
+// SIGUSR1 while the service is at work: it often interrupts the log sender, which goes on all the same, or the
+// allocator, whose lock the trace then waits for in vain.
 #include <gtest/gtest.h>
 #include <signal.h>
 

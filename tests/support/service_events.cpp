@@ -48,15 +48,19 @@ QoServiceEvents::QoServiceEvents() : buffer_(kLargestDatagram, '\0') {
     log_socket_ = bind_datagram_socket(kLogSocket);
     notify_socket_ = bind_datagram_socket(notify_socket());
     make_stand_ins();
-    stop_event_ = eventfd(0, EFD_CLOEXEC);
+    wake_event_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     listener_ = std::thread([this] { listen(); });
 }
 
 QoServiceEvents::~QoServiceEvents() {
-    eventfd_write(stop_event_, 1);
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        ending_ = true;
+    }
+    wake_listener();
     listener_.join();
-    for (const int descriptor : {log_socket_, notify_socket_, command_pipe_, stop_event_}) close(descriptor);
-    unlink(kLogSocket);
+    close_log();
+    for (const int descriptor : {notify_socket_, command_pipe_, wake_event_}) close(descriptor);
 }
 
 std::string QoServiceEvents::stand_in_directory() const { return scratch() + "bin"; }
@@ -76,18 +80,62 @@ void QoServiceEvents::make_stand_ins() {
 }
 
 void QoServiceEvents::listen() {
-    pollfd sources[] = {
-        {log_socket_, POLLIN, 0}, {notify_socket_, POLLIN, 0}, {command_pipe_, POLLIN, 0}, {stop_event_, POLLIN, 0}};
-    while ((sources[3].revents & POLLIN) == 0) {
+    for (;;) {
+        pollfd sources[] = {
+            {-1, POLLIN, 0}, {notify_socket_, POLLIN, 0}, {command_pipe_, POLLIN, 0}, {wake_event_, POLLIN, 0}};
+        {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            if (ending_) return;
+            if (!log_paused_) sources[0].fd = log_socket_;
+        }
         if (poll(sources, std::size(sources), -1) < 0) continue;
+        eventfd_t wakes = 0;
+        eventfd_read(wake_event_, &wakes);
         collect();
         changed_.notify_all();
     }
 }
 
+void QoServiceEvents::wake_listener() { eventfd_write(wake_event_, 1); }
+
+void QoServiceEvents::pause_log() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    log_paused_ = true;
+}
+
+void QoServiceEvents::resume_log() {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        log_paused_ = false;
+    }
+    wake_listener();
+}
+
+void QoServiceEvents::close_log() {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        if (log_socket_ == -1) return;
+        unlink(kLogSocket);
+        close(log_socket_);
+        log_socket_ = -1;
+    }
+    wake_listener();
+}
+
+void QoServiceEvents::open_log() {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        log_socket_ = bind_datagram_socket(kLogSocket);
+        log_paused_ = false;
+    }
+    wake_listener();
+}
+
 std::unique_lock<std::mutex> QoServiceEvents::collect() {
     std::unique_lock<std::mutex> lock(mutex_);
-    drain(log_socket_, buffer_, [this](const std::string& line) { take_log_line(line); });
+    if (log_socket_ != -1 && !log_paused_) {
+        drain(log_socket_, buffer_, [this](const std::string& line) { take_log_line(line); });
+    }
     drain(command_pipe_, buffer_, [this](const std::string& bytes) { take_commands(bytes); });
     drain(notify_socket_, buffer_, [this](const std::string& text) { notifications_.push_back(text); });
     return lock;

@@ -1,6 +1,6 @@
 /// What a running service lets the outside see, collected as it happens: its log lines, its readiness messages and
-/// the shell commands it runs. One thread reads all of them and never stops: a full log socket blocks the service.
-/// What the service did before something that a test has seen of it, an answer or its end, is among what these
+/// the shell commands it runs. One thread reads all of them and never stops, unless a test wants a log reader that
+/// does. What the service did before something that a test has seen of it, an answer or its end, is among what these
 /// functions give back.
 #ifndef QO_TEST_SERVICE_EVENTS_H
 #define QO_TEST_SERVICE_EVENTS_H
@@ -39,6 +39,12 @@ public:
     /// All log lines since the last clear_log(), without "ident: ", line numbers as "@#:".
     std::vector<QoLogLine> log();
     void clear_log();
+    /// The log reader stops: what is sent to it stays in its socket, which fills. Then it goes on.
+    void pause_log();
+    void resume_log();
+    /// The log reader ends, whatever it was doing, and /dev/log goes with it: none, until one is started anew.
+    void close_log();
+    void open_log();
     /// The idents and facilities that were seen, for tests of openlog().
     std::vector<std::string> idents();
     /// All readiness messages so far.
@@ -62,6 +68,8 @@ public:
 private:
     void make_stand_ins();
     void listen();
+    /// Has listen() look again at what it listens to.
+    void wake_listener();
     /// Takes over all that has come. @return the lock under which that is read.
     std::unique_lock<std::mutex> collect();
     void take_log_line(const std::string& datagram);
@@ -72,13 +80,15 @@ private:
     std::string tail_of_log();
 
     QoScratchDirectory scratch_;
-    int log_socket_ = -1;
     int notify_socket_ = -1;
     int command_pipe_ = -1;
-    int stop_event_ = -1;
+    int wake_event_ = -1;
 
     std::mutex mutex_;
     std::condition_variable changed_;
+    bool ending_ = false;                     // guarded by mutex_
+    bool log_paused_ = false;                 // guarded by mutex_
+    int log_socket_ = -1;                     // guarded by mutex_
     std::vector<QoLogLine> log_;              // guarded by mutex_
     std::vector<std::string> idents_;         // guarded by mutex_
     std::vector<std::string> notifications_;  // guarded by mutex_

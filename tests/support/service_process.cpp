@@ -157,7 +157,10 @@ testing::AssertionResult QoServiceProcess::wait_until_idle() {
     if (!done) return done;
     done = events_.wait_for_log(
         LOG_DEBUG, "PushPullData : mq_receive: retval: " + std::to_string(text.size() + 1) + " , msg: " + text);
-    if (!done) return done;
+    return done ? wait_until_receiving() : done;
+}
+
+testing::AssertionResult QoServiceProcess::wait_until_receiving() {
     const auto deadline = std::chrono::steady_clock::now() + kQoPatience;
     while (!waits_for_request()) {
         if (std::chrono::steady_clock::now() > deadline) return testing::AssertionFailure() << "the service is stuck";

@@ -40,8 +40,10 @@ public:
     /// @return its status as waitpid() gives it; nothing when it does not end, and is then killed.
     std::optional<int> run_another(const std::vector<std::string>& arguments = {});
     /// Waits until all requests sent so far are handled and the service waits for the next one. A signal meets it
-    /// there, and nowhere inside syslog(), whose lock the signal's handler needs.
+    /// there, and not in the allocator, whose lock the signal's handler needs.
     testing::AssertionResult wait_until_idle();
+    /// Waits until the service waits for a request: after an answer, until what came with it is done too.
+    testing::AssertionResult wait_until_receiving();
 
     bool running() const;
     pid_t pid() const { return process_; }

@@ -99,8 +99,8 @@ int run_service(const Options& options) {
 // Time for the reboot to be asked for before systemd clears away what the ended service has left running.
 constexpr std::chrono::seconds kRebootLimit{10};
 
-// When the signal has interrupted the logger, the line before the reboot waits for the logger's lock for ever, and so
-// would the service.
+// The line before the reboot waits for nobody, but its time stamp needs the C library's lock around time zones, which
+// the code that the signal interrupted may hold.
 void reboot_unannounced(int) {
     qo_run_command(QO_REBOOT_COMMAND, {kRebootLimit, QoPastLimit::left_running});
     _exit(1);
