@@ -3,6 +3,7 @@
 #include <deque>
 #include <set>
 
+#include "qo_pushpull_file_reader.h"
 #include "qo_pushpull_json.h"
 #include "qo_pushpull_tree_crc.h"
 #include "qo_pushpull_utilities.h"
@@ -90,8 +91,10 @@ private:
 
 QoCtlSavedFile qo_ctl_check_saved_file(const std::string& path) {
     using Verdict = QoCtlSavedFile::Verdict;
-    if (!DoesFileExist(path)) return {Verdict::missing, "", ""};
-    const QoJsonNode tree(ParseJsonFile(path));
+    QoFileReader file(path);
+    if (file.absent()) return {Verdict::missing, "", ""};
+    const QoJsonNode tree(ParseJsonFile(file));
+    if (file.error() != 0) return {Verdict::unreadable, "", ""};
     if (!tree) return {Verdict::unparsable, "", ""};
     const QoTreeCrcCheck check = TakeOutTreeCrc(tree.get());
     if (check.result == QoTreeCrcCheck::Result::missing) return {Verdict::no_crc, "", ""};
@@ -107,6 +110,8 @@ std::string_view qo_ctl_verdict_name(QoCtlSavedFile::Verdict verdict) {
             return "missing";
         case QoCtlSavedFile::Verdict::unparsable:
             return "unparsable";
+        case QoCtlSavedFile::Verdict::unreadable:
+            return "unreadable";
         case QoCtlSavedFile::Verdict::no_crc:
             return "no crc";
         case QoCtlSavedFile::Verdict::crc_mismatch:

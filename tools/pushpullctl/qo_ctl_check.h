@@ -10,7 +10,7 @@
 
 /// What a file would be to the service as its saved tree.
 struct QoCtlSavedFile {
-    enum class Verdict { good, missing, unparsable, no_crc, crc_mismatch } verdict = Verdict::missing;
+    enum class Verdict { good, missing, unreadable, unparsable, no_crc, crc_mismatch } verdict = Verdict::missing;
     std::string stored;      // the text of the member "crc"
     std::string calculated;  // the CRC of the rest; "" when there is nothing to compare with it
 };
@@ -18,7 +18,7 @@ struct QoCtlSavedFile {
 /// Reads the file with the functions that the service uses.
 QoCtlSavedFile qo_ctl_check_saved_file(const std::string& path);
 
-/// "good", "missing", "unparsable", "no crc" or "crc mismatch".
+/// "good", "missing", "unreadable", "unparsable", "no crc" or "crc mismatch".
 std::string_view qo_ctl_verdict_name(QoCtlSavedFile::Verdict verdict);
 
 struct QoCtlMistake {

@@ -2,6 +2,7 @@
 #include "qo_ctl_check.h"
 #include "qo_ctl_commands.h"
 #include "qo_pushpull_constants.h"
+#include "qo_pushpull_file_reader.h"
 #include "qo_pushpull_json.h"
 #include "qo_pushpull_utilities.h"
 
@@ -22,7 +23,9 @@ std::string action_on(Verdict verdict, bool is_back_up) {
         case Verdict::missing:
             return is_back_up ? "starts with the defaults" : "tries the backup";
         case Verdict::unparsable:
-            return "removes it" + then;
+            return "puts it aside as .bad" + then;
+        case Verdict::unreadable:
+            return "keeps it" + then;
         case Verdict::no_crc:
         case Verdict::crc_mismatch:
             return "discards it" + then;
@@ -56,7 +59,9 @@ std::string mistake_report(const QoCtlMistake& mistake, QoCtlStyle style) {
 }
 
 std::vector<QoCtlMistake> mistakes_in(const std::string& path) {
-    const QoJsonNode tree(ParseJsonFile(path));
+    QoFileReader file(path);
+    const QoJsonNode tree(ParseJsonFile(file));
+    if (file.error() != 0) return {{"/", "cannot be read: the service would not start"}};
     if (tree) return qo_ctl_mistakes_in_defaults(tree.get());
     return {{"/", "is no valid JSON, or nested deeper than " + std::to_string(JSON_MAX_PARSE_DEPTH) +
                       " levels: the service would use its built-in defaults"}};
@@ -71,6 +76,10 @@ QoCtlStatus qo_ctl_check_saved(const QoCtlOptions& options, QoCtlSignals& signal
     const QoCtlStyle style = qo_ctl_stdout_style(options);
     const bool is_back_up = path.ends_with(QO_BACKUP_EXTENSION);
     const QoCtlSavedFile file = qo_ctl_check_saved_file(path);
+    if (file.verdict == Verdict::unreadable) {
+        qo_ctl_say(path + ": cannot be read");
+        return QoCtlStatus::usage;
+    }
     std::string text = saved_file_report(path, file, is_back_up, style);
     if (file.verdict == Verdict::good) return qo_ctl_print(text, QoCtlStatus::answered);
     if (!is_back_up) {

@@ -18,11 +18,13 @@
 #include "qo_pushpull_api.h"
 #include "qo_pushpull_constants.h"
 #include "qo_pushpull_datamgr.h"
+#include "qo_pushpull_initializer.h"
 #include "qo_pushpull_life.h"
 #include "qo_pushpull_process_api.h"
 #include "qo_pushpull_queue_claim.h"
 #include "qo_pushpull_queue_monitor.h"
 #include "qo_pushpull_request_wait.h"
+#include "qo_pushpull_set_aside.h"
 #include "qo_pushpull_stats.h"
 #include "qo_pushpull_watchdog.h"
 #include "qo_resource_mgr.h"
@@ -67,8 +69,9 @@ void PushPullData::start_up(const std::string& suffix) {
     [[maybe_unused]] const int32_t api_result = pushpull_api->init(suffix);
     rgw_restart_state = false;
     if (!open_service_queue(suffix)) return end_with_failure();
-    // No step's failure stops the start-up: a service without its saved tree still serves what it has.
-    [[maybe_unused]] const int store_result = data_mgr->Init(pushpull_stats);
+    // Any other failure of this step does not stop the start-up: without its saved tree the service still serves what
+    // it has.
+    if (data_mgr->Init(pushpull_stats) == QO_STORE_TRY_AGAIN) return end_with_failure();
     resource_mgr->init();
     if (pushpull_stats) pushpull_stats->init_stats_collection(resource_mgr);
 }
@@ -205,6 +208,7 @@ int PushPullData::comp_init(eQO_CMP_IDs_ comp_id) {
     const std::string saved_tree = std::string(QO_DATA_DIRECTORY) + QO_SAVED_TREE_FILE;
     for (const std::string& path : {saved_tree, saved_tree + QO_BACKUP_EXTENSION}) {
         if (remove(path.c_str()) != 0) syslog(LOG_INFO, "Error deleting file or file not exist %s\n", path.c_str());
+        qo_remove_set_aside(path);
     }
     data_mgr = std::make_shared<DataMgr>();
     resource_mgr = std::make_shared<ResourceMgr>();

@@ -1,6 +1,7 @@
 // The life of the store. Its operations stand in the siblings of this file, by subject.
 #include "qo_pushpull_datamgr.h"
 
+#include <new>
 #include <utility>
 
 #include "qo_pushpull_initializer.h"
@@ -18,6 +19,8 @@ DataMgr::DataMgr(QoStorePaths paths, QoSaveTimings timings, int64_t max_tree_byt
       mutex_(PTHREAD_MUTEX_INITIALIZER),
       timer_id_(nullptr),
       timer_extend_cnt(0),
+      saved_file_unread_(false),
+      back_up_unread_(false),
       waits_for_retry_(false),
       failed_timed_saves_(0),
       merging_default_tree(false),
@@ -32,6 +35,15 @@ DataMgr::~DataMgr() { Terminate(); }
 
 int DataMgr::Init(std::shared_ptr<QoPushPullStats> stats) {
     _pushpull_stats = std::move(stats);
+    try {
+        return Init();
+    } catch (const std::bad_alloc&) {
+        QO_LOG(LOG_CRIT, "Out of memory while loading the data tree");
+        return QO_STORE_TRY_AGAIN;
+    }
+}
+
+int DataMgr::Init() {
     int result = initializer_->Init();
     if (result != 0) {
         return result;

@@ -1,10 +1,12 @@
 // How the data tree comes back: the saved tree, or its backup, is read at start-up and its CRC is checked.
-#include <stdio.h>
+#include <string.h>
 
 #include <utility>
 
 #include "qo_pushpull_datamgr.h"
+#include "qo_pushpull_file_reader.h"
 #include "qo_pushpull_file_replacement.h"
+#include "qo_pushpull_set_aside.h"
 #include "qo_pushpull_tree_crc.h"
 #include "qo_pushpull_utilities.h"
 
@@ -26,15 +28,19 @@ int DataMgr::CreateDataTree() {
     const std::string saved_file = SavedFile();
     const std::string back_up_file = saved_file + QO_BACKUP_EXTENSION;
     TidyDirectory();
-    const bool saved_file_found = DoesFileExist(saved_file);
-    if (saved_file_found) {
+    QoFileReader saved(saved_file);
+    if (!saved.absent()) {
         QO_LOG(LOG_INFO, "Saved configuration found");
-        data_tree_ = ParseJsonFile(saved_file);
+        data_tree_ = ParseJsonFile(saved);
         if (data_tree_ != nullptr) {
             DoesDataTreeCRCMatch();
+        } else if (saved.error() != 0) {
+            saved_file_unread_ = true;
+            QO_LOG(LOG_CRIT, "Saved configuration %s cannot be read and is kept: errno %d (%s)", saved_file.c_str(),
+                   saved.error(), strerror(saved.error()));
         } else {
             QO_LOG(LOG_CRIT, "Saved configuration cannot be parsed");
-            if (remove(saved_file.c_str()) != 0) {
+            if (!qo_set_aside_bad(saved_file)) {
                 QO_LOG(LOG_CRIT, "Cannot remove invalid file");
             }
         }
@@ -45,20 +51,27 @@ int DataMgr::CreateDataTree() {
         return 0;
     }
 
-    if (!DoesFileExist(back_up_file)) {
+    QoFileReader back_up(back_up_file);
+    if (back_up.absent()) {
         QO_LOG(LOG_INFO, "No back up configuration found");
-        return saved_file_found ? -1 : 0;
+        return saved.absent() ? 0 : -1;
     }
     QO_LOG(LOG_INFO, "Back up saved config found");
-    data_tree_ = ParseJsonFile(back_up_file);
-    if (data_tree_ == nullptr) {
-        QO_LOG(LOG_CRIT, "Saved back up configuration cannot be parsed");
-        if (remove(back_up_file.c_str()) != 0) {
-            QO_LOG(LOG_CRIT, "Cannot remove invalid back up file");
-        }
+    data_tree_ = ParseJsonFile(back_up);
+    if (data_tree_ != nullptr) {
+        return DoesDataTreeCRCMatch() ? 0 : -1;
+    }
+    if (back_up.error() != 0) {
+        back_up_unread_ = true;
+        QO_LOG(LOG_CRIT, "Saved back up configuration %s cannot be read and is kept: errno %d (%s)",
+               back_up_file.c_str(), back_up.error(), strerror(back_up.error()));
         return -1;
     }
-    return DoesDataTreeCRCMatch() ? 0 : -1;
+    QO_LOG(LOG_CRIT, "Saved back up configuration cannot be parsed");
+    if (!qo_set_aside_bad(back_up_file)) {
+        QO_LOG(LOG_CRIT, "Cannot remove invalid back up file");
+    }
+    return -1;
 }
 
 bool DataMgr::DoesDataTreeCRCMatch() {

@@ -1,4 +1,5 @@
 // How the data tree survives: writing it with its CRC and a backup, and the debug dump.
+#include <errno.h>
 #include <stdio.h>
 #include <unistd.h>
 
@@ -14,6 +15,7 @@
 #include "qo_pushpull_json.h"
 #include "qo_pushpull_life.h"
 #include "qo_pushpull_mutex_lock.h"
+#include "qo_pushpull_set_aside.h"
 #include "qo_pushpull_stats.h"
 #include "qo_pushpull_tree_crc.h"
 #include "qo_pushpull_utilities.h"
@@ -144,14 +146,24 @@ int DataMgr::SaveDataTree(bool timer_triggered, bool quiet) {
     }
 
     const QoFileReplacement::Former former = file.keep_former();
-    if (!file.put_in_place()) {
-        if (!quiet) QO_LOG(LOG_ERR, "Couldn't open file to save the data tree");
+    using Former = QoFileReplacement::Former;
+    // What could not be read must not become the backup, which is what was loaded.
+    const bool set_aside = saved_file_unread_ && former != Former::none;
+    const bool only_name = former == Former::lost;
+    if (set_aside && !qo_set_aside_unread(only_name ? path : file.former_name(), path)) {
+        if (!quiet) QO_LOG(LOG_ERR, "Couldn't set aside file %s: %m", path.c_str());
         return -1;
     }
-    if (former == QoFileReplacement::Former::kept) {
-        // Not having a backup does not stop the save, and was logged.
-        [[maybe_unused]] const int backed_up = RenameAsBackUpFile(path, file.former_name());
-    } else if (former == QoFileReplacement::Former::lost) {
+    if (!file.put_in_place()) {
+        if (!quiet) QO_LOG(LOG_ERR, "Couldn't open file to save the data tree");
+        // Without a second name it is missing now, unless only the flush of the directory failed.
+        if (set_aside && only_name && !DoesFileExist(path)) qo_take_back_unread(path);
+        return -1;
+    }
+    saved_file_unread_ = false;
+    if (former == Former::kept && !set_aside) {
+        BackUp(path, file.former_name());
+    } else if (former == Former::lost && !set_aside) {
         QO_LOG(LOG_CRIT, "Back up failed");
     }
     if (_pushpull_stats) {
@@ -166,6 +178,17 @@ int DataMgr::SaveDataTree(bool timer_triggered, bool quiet) {
     timer->cancel();
     QO_LOG(LOG_INFO, "Saved the data tree");
     return 0;
+}
+
+void DataMgr::BackUp(const std::string& path, const std::string& former_name) {
+    const std::string back_up_file = path + QO_BACKUP_EXTENSION;
+    if (back_up_unread_ && !qo_set_aside_unread(back_up_file, back_up_file) && errno != ENOENT) {
+        QO_LOG(LOG_CRIT, "Back up failed, file %s cannot be set aside: %m", back_up_file.c_str());
+        return;
+    }
+    back_up_unread_ = false;
+    // Not having a backup does not stop the save, and was logged.
+    [[maybe_unused]] const int backed_up = RenameAsBackUpFile(path, former_name);
 }
 
 int DataMgr::RenameAsBackUpFile(const std::string& path, const std::string& other_name) {

@@ -1,10 +1,12 @@
 #include "qo_pushpull_initializer.h"
 
+#include <string.h>
 #include <syslog.h>
 
 #include <utility>
 #include <vector>
 
+#include "qo_pushpull_file_reader.h"
 #include "qo_pushpull_json.h"
 #include "qo_pushpull_utilities.h"
 
@@ -29,11 +31,20 @@ JSONNODE* Initializer::default_tree() { return default_tree_; }
 
 int Initializer::CreateDefaultTree() {
     Terminate();
-    const std::string path = defaults_directory_ + QO_DEFAULTS_FILE;
-    if (DoesFileExist(path)) {
-        default_tree_ = ParseJsonFile(path);
-    } else {
+    QoFileReader file(defaults_directory_ + QO_DEFAULTS_FILE);
+    if (file.absent()) {
         QO_LOG(LOG_CRIT, "No json defaults found");
+    } else {
+        default_tree_ = ParseJsonFile(file);
+    }
+    if (file.error() != 0) {
+        QO_LOG(LOG_CRIT, "Defaults file %s cannot be read: errno %d (%s)", file.path().c_str(), file.error(),
+               strerror(file.error()));
+        return QO_STORE_TRY_AGAIN;
+    }
+    if (default_tree_ != nullptr && json_type(default_tree_) != JSON_NODE) {
+        QO_LOG(LOG_CRIT, "Defaults file %s is no JSON object, using the built-in default tree", file.path().c_str());
+        Terminate();
     }
     if (default_tree_ == nullptr) {
         std::string text;

@@ -1,14 +1,15 @@
 #include "qo_pushpull_utilities.h"
 
-#include <sys/stat.h>
+#include <errno.h>
 
 #include <exception>
-#include <fstream>
 #include <list>
 #include <map>
+#include <new>
 #include <ostream>
 #include <sstream>
 
+#include "qo_pushpull_file_reader.h"
 #include "qo_pushpull_json.h"
 
 // ---- CRC-32 ----------------------------------------------------------------------------------
@@ -44,40 +45,32 @@ uint32_t CalcCrc32(std::string text) {
 
 // ---- files -----------------------------------------------------------------------------------
 
-namespace {
-
-// Opening a directory as a stream succeeds, and opening a FIFO waits for a writer for ever.
-// Not by std::filesystem, which on a 32-bit board cannot look at a file that was changed after January 2038.
-bool has_readable_content(const std::string& path) {
-    struct stat status {};
-    return stat(path.c_str(), &status) == 0 && !S_ISDIR(status.st_mode) && !S_ISFIFO(status.st_mode) &&
-           !S_ISSOCK(status.st_mode);
+bool DoesFileExist(const std::string& path) {
+    const QoFileReader file(path);
+    return !file.absent() && file.error() == 0;
 }
-
-std::ifstream open_for_reading(const std::string& path) {
-    std::ifstream file;
-    if (has_readable_content(path)) {
-        file.open(path, std::ios::in | std::ios::binary);
-    } else {
-        file.setstate(std::ios::failbit);
-    }
-    return file;
-}
-
-}  // namespace
-
-bool DoesFileExist(const std::string& path) { return !open_for_reading(path).fail(); }
 
 JSONNODE* ParseJsonFile(const std::string& path) {
-    std::ifstream file = open_for_reading(path);
-    if (file.fail()) {
+    QoFileReader file(path);
+    return ParseJsonFile(file);
+}
+
+JSONNODE* ParseJsonFile(QoFileReader& file) {
+    const auto read = [](char* buffer, size_t size, void* reader) {
+        return static_cast<QoFileReader*>(reader)->read(buffer, size);
+    };
+    QoJsonNode node(json_parse_from(read, &file));
+    if (!node) {
+        file.skip_rest();
+    }
+    if (file.error() == ENOMEM) {
+        throw std::bad_alloc();
+    }
+    if (file.absent() || file.error() != 0) {
         return nullptr;
     }
-    std::ostringstream content;
-    content << file.rdbuf();
-    QoJsonNode node = qo_json_parse(content.view());
     if (!node) {
-        QO_LOG(LOG_ERR, "JSON in file %s is invalid json", path.c_str());
+        QO_LOG(LOG_ERR, "JSON in file %s is invalid json", file.path().c_str());
     }
     return node.release();
 }

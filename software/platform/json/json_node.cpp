@@ -6,6 +6,8 @@
 #include <string>
 #include <utility>
 
+#include "json_allocator.h"
+
 namespace {
 
 using qo_json::NodePtr;
@@ -173,8 +175,7 @@ void json_set_n(JSONNODE* destination, const JSONNODE* source) {
 void json_free(void* text) { std::free(text); }
 
 char* qo_json::copy_out(std::string_view bytes) {
-    auto* copy = static_cast<char*>(std::malloc(bytes.size() + 1));
-    if (copy == nullptr) std::abort();
+    auto* copy = static_cast<char*>(reallocate(nullptr, bytes.size() + 1));
     if (!bytes.empty()) std::memcpy(copy, bytes.data(), bytes.size());
     copy[bytes.size()] = '\0';
     return copy;

@@ -8,6 +8,7 @@
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 
+#include "json_allocator.h"
 #include "json_node.h"
 #include "json_number.h"
 
@@ -110,7 +111,7 @@ public:
 
 private:
     bool add(char type) {
-        pending_.emplace_back(new JSONNODE(type));
+        pending_.push_back(NodePtr(new JSONNODE(type)));
         pending_.back()->name = std::exchange(next_name_, Text());
         return true;
     }
@@ -133,16 +134,72 @@ private:
     std::vector<NodePtr> pending_;
 };
 
+/// A text that comes piece by piece, as the reader wants to see it: the end looks like a NUL.
+class PieceStream {
+public:
+    using Ch = char;
+
+    PieceStream(json_reader read, void* context) : read_(read), context_(context), piece_(kPiece) { refill(); }
+
+    Ch Peek() const { return *current_; }
+    Ch Take() {
+        const Ch taken = *current_;
+        if (!at_end_ && ++current_ == end_) refill();
+        return taken;
+    }
+    size_t Tell() const { return passed_ + static_cast<size_t>(current_ - piece_.data()); }
+    /// False also where the text has a NUL, and when it is too long.
+    bool at_end() const { return at_end_ && !too_long_; }
+
+    // Never called by a reader that copies what it reads.
+    Ch* PutBegin() { return nullptr; }
+    void Put(Ch) {}
+    void Flush() {}
+    size_t PutEnd(Ch*) { return 0; }
+
+private:
+    static constexpr size_t kPiece = 65536;  // bytes
+
+    void refill() {
+        passed_ += length_;
+        length_ = read_(piece_.data(), piece_.size(), context_);
+        too_long_ = length_ > qo_json::kMaxTextLength - passed_;
+        at_end_ = length_ == 0 || too_long_;
+        if (at_end_) {
+            length_ = 0;
+            piece_.front() = '\0';
+        }
+        current_ = piece_.data();
+        end_ = current_ + length_;
+    }
+
+    json_reader read_;
+    void* context_;
+    std::vector<char> piece_;
+    const char* current_ = nullptr;
+    const char* end_ = nullptr;
+    size_t length_ = 0;  // of the piece
+    size_t passed_ = 0;  // bytes before the piece
+    bool at_end_ = false;
+    bool too_long_ = false;
+};
+
+/// Whether the stream has one JSON text that `handler` accepts. What stands behind it, if it is not white space, begins
+/// with a NUL, which looks to the reader like the end.
+template <typename Stream, typename Handler>
+bool accepts(Stream& stream, Handler& handler) {
+    constexpr unsigned kFlags =
+        rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag | rapidjson::kParseValidateEncodingFlag;
+    rapidjson::GenericReader<rapidjson::UTF8<>, rapidjson::UTF8<>, qo_json::Allocator> reader;
+    return !reader.template Parse<kFlags>(stream, handler).IsError();
+}
+
 /// Whether all of `text` is one JSON text that `handler` accepts.
 template <typename Handler>
 bool read(std::string_view text, Handler& handler) {
-    constexpr unsigned kFlags =
-        rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag | rapidjson::kParseValidateEncodingFlag;
     if (text.size() > qo_json::kMaxTextLength) return false;
     rapidjson::MemoryStream stream(text.data(), text.size());
-    rapidjson::Reader reader;
-    // A NUL byte looks to the reader like the end, so what stands behind it is left over.
-    return !reader.Parse<kFlags>(stream, handler).IsError() && stream.Tell() == text.size();
+    return accepts(stream, handler) && stream.Tell() == text.size();
 }
 
 }  // namespace
@@ -151,6 +208,13 @@ JSONNODE* json_parse_n(const char* text, size_t length) {
     TreeBuilder builder;
     if (text == nullptr || !read({text, length}, builder)) return nullptr;
     return builder.take_root().release();
+}
+
+JSONNODE* json_parse_from(json_reader reader, void* context) {
+    if (reader == nullptr) return nullptr;
+    TreeBuilder builder;
+    PieceStream stream(reader, context);
+    return accepts(stream, builder) && stream.at_end() ? builder.take_root().release() : nullptr;
 }
 
 JSONNODE* json_parse(const char* text) { return text == nullptr ? nullptr : json_parse_n(text, std::strlen(text)); }

@@ -6,6 +6,7 @@
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/writer.h>
 
+#include "json_allocator.h"
 #include "json_node.h"
 
 namespace qo_json {
@@ -50,9 +51,7 @@ private:
         constexpr size_t kFirstCapacity = 256;
         size_t capacity = capacity_ == 0 ? kFirstCapacity : capacity_ + capacity_ / 2;
         if (capacity < wanted) capacity = wanted;
-        void* grown = std::realloc(bytes_, capacity);
-        if (grown == nullptr) std::abort();
-        bytes_ = static_cast<char*>(grown);
+        bytes_ = static_cast<char*>(reallocate(bytes_, capacity));
         capacity_ = capacity;
     }
 
@@ -132,20 +131,76 @@ char* write_text(Writer& writer, TextOutput& output, const JSONNODE* node, size_
     return node == nullptr ? nullptr : output.release();
 }
 
+/// Hands the text on in pieces.
+class PieceOutput {
+public:
+    using Ch = char;
+
+    PieceOutput(json_writer write, void* context) : write_(write), context_(context), piece_(kPiece) {}
+
+    void Put(char c) {
+        if (size_ == kPiece) hand_on();
+        piece_[size_++] = c;
+    }
+    void put_repeated(char c, size_t count) {
+        for (; count > 0; --count) Put(c);
+    }
+    void Flush() {}
+
+    /// @return whether all was taken.
+    bool finish() {
+        hand_on();
+        return taken_;
+    }
+
+private:
+    static constexpr size_t kPiece = 65536;  // bytes
+
+    void hand_on() {
+        taken_ = taken_ && (size_ == 0 || write_(piece_.data(), size_, context_) != 0);
+        size_ = 0;
+    }
+
+    json_writer write_;
+    void* context_;
+    std::vector<char> piece_;
+    size_t size_ = 0;
+    bool taken_ = true;
+};
+
+void PutN(PieceOutput& output, char c, size_t count) {
+    output.put_repeated(c, count < JSON_MAX_INDENT ? count : JSON_MAX_INDENT);
+}
+
+template <typename Output>
+using CompactWriter = rapidjson::Writer<Output, rapidjson::UTF8<>, rapidjson::UTF8<>, Allocator>;
+
+template <typename Output>
+using FormattedWriter = rapidjson::PrettyWriter<Output, rapidjson::UTF8<>, rapidjson::UTF8<>, Allocator>;
+
 }  // namespace
 }  // namespace qo_json
 
 char* json_write_n(const JSONNODE* node, size_t* length) {
     qo_json::TextOutput output;
-    rapidjson::Writer<qo_json::TextOutput> writer(output);
+    qo_json::CompactWriter<qo_json::TextOutput> writer(output);
     return qo_json::write_text(writer, output, node, length);
 }
 
 char* json_write_formatted_n(const JSONNODE* node, size_t* length) {
     qo_json::TextOutput output;
-    rapidjson::PrettyWriter<qo_json::TextOutput> writer(output);
+    qo_json::FormattedWriter<qo_json::TextOutput> writer(output);
     writer.SetIndent('\t', 1);
     return qo_json::write_text(writer, output, node, length);
+}
+
+int json_write_formatted_to(const JSONNODE* node, json_writer write, void* context) {
+    if (node == nullptr || write == nullptr) return 0;
+    qo_json::PieceOutput output(write, context);
+    qo_json::FormattedWriter<qo_json::PieceOutput> writer(output);
+    writer.SetIndent('\t', 1);
+    qo_json::write_tree(writer, node);
+    return output.finish() ? 1 : 0;
 }
 
 char* json_write(const JSONNODE* node) { return json_write_n(node, nullptr); }

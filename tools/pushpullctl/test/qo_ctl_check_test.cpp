@@ -75,7 +75,7 @@ TEST_F(CheckSaved, AGoodFileIsLoadedAndEndsWith0) {
 
 TEST_F(CheckSaved, ADamagedFileEndsWith1AndItsBackupIsLookedAt) {
     scratch_.write("saved_tree.json", "{");
-    EXPECT_THAT(check().output, AllOf(HasSubstr(R"("service":"removes it and tries the backup")"),
+    EXPECT_THAT(check().output, AllOf(HasSubstr(R"("service":"puts it aside as .bad and tries the backup")"),
                                       HasSubstr(R"("service":"starts with the defaults")")));
     scratch_.write("saved_tree.json.bak", R"({"a":1})");
     EXPECT_THAT(check().output, HasSubstr(R"("service":"discards it and starts with the defaults")"));

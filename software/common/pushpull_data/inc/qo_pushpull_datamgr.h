@@ -65,6 +65,9 @@ public:
     /// tree and the default tree. Once, before any other operation.
     /// @param stats counts the saves; may be null. Kept.
     /// @return 0, or the result of the step that failed: default tree, subscription tree, merge, mutex.
+    ///         QO_STORE_TRY_AGAIN (qo_pushpull_initializer.h) for want of memory, and when the defaults file is there
+    ///         but cannot be read: a tree made without it would be saved over one that was made with it. The files are
+    ///         as they were.
     int Init(std::shared_ptr<QoPushPullStats> stats);
     /// The store has no loop of its own. @return -1, always; callers ignore it.
     int Execute();
@@ -72,7 +75,9 @@ public:
     /// the trees and the mutex. Takes `mutex_`. Only another call, which does nothing, or the destructor may follow.
     /// @return 0.
     int Terminate();
-    /// Loads the saved tree, or its backup, into the data tree. Called by Init, before any lock is needed.
+    /// Loads the saved tree, or its backup, into the data tree. Called by Init, before any lock is needed. A file that
+    /// was read whole and is no JSON is set aside; one that could not be read is left where it is, and set aside by the
+    /// save that would overwrite it.
     /// @return 0 with a tree loaded or no file there at all; -1 when files exist that gave no tree.
     int CreateDataTree();
     /// Takes the "crc" member out of the data tree just loaded and compares it with the CRC of the rest. A
@@ -319,6 +324,10 @@ private:
     void TidyDirectory() const;
     /// The save itself, while no other is under way. @param quiet leaves out the line that tells of a failure.
     int SaveDataTree(bool timer_triggered, bool quiet);
+    /// The steps of Init. Throws std::bad_alloc.
+    int Init();
+    /// Makes the former saved file the backup. A backup that could not be read at the start is set aside before.
+    void BackUp(const std::string& path, const std::string& former_name);
     /// Lets the timer whose save has failed expire once more. Takes `mutex_`.
     void ArmRetry();
     bool IsSavePending();
@@ -338,7 +347,9 @@ private:
     pthread_mutex_t mutex_;                            // itself
     timer_t timer_id_;                                 // 0 when none is pending; guarded by mutex_
     int32_t timer_extend_cnt;                          // times the pending timer was put off; guarded by mutex_
-    bool waits_for_retry_;              // the pending timer is that of a save that failed; guarded by mutex_
+    bool saved_file_unread_;  // could not be read and stands where it was; start-up, then only touched during a save
+    bool back_up_unread_;     // likewise
+    bool waits_for_retry_;    // the pending timer is that of a save that failed; guarded by mutex_
     unsigned long failed_timed_saves_;  // since the last one that succeeded; only touched during a save
     bool merging_default_tree;          // main thread only, under mutex_ while requests are served
     bool check_for_modified_node;       // main thread only, under mutex_ while a publish runs

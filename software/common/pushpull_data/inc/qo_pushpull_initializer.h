@@ -11,10 +11,13 @@
 /// specific endpoints in it are reserved documentation names; a site's own come with its defaults file.
 void getDefaultTree(std::string& text);
 
-/// Owner of the default tree, which is a site's defaults file ("defaults.json", whole) or, when that is missing
-/// or does not parse, the built-in tree. The tree does not change between Init and Terminate.
-/// Main thread, but for IsNodeNonPersistent and TrimNonPersistentData: they touch only the node that they are
-/// given and may run on any thread.
+/// A result of creating a tree: the process is to end with a failure and to be started anew.
+inline constexpr int QO_STORE_TRY_AGAIN = -2;
+
+/// Owner of the default tree, which is a site's defaults file ("defaults.json", whole) or, when that is missing, does
+/// not parse or is no object, the built-in tree. The tree does not change between Init and Terminate. Main thread, but
+/// for IsNodeNonPersistent and TrimNonPersistentData: they touch only the node that they are given and may run on any
+/// thread.
 class Initializer {
 public:
     /// Holds no tree yet. `defaults_directory` is where the defaults file is looked for and ends in "/".
@@ -29,7 +32,8 @@ public:
     /// Does nothing. @return always -1
     int Execute();
     /// Builds the tree, in place of one that was built before, and logs where it could not be taken from.
-    /// @return 0; -1 when neither source gave a tree, there is none then
+    /// @return 0; -1 when neither source gave a tree; QO_STORE_TRY_AGAIN when the defaults file is there but cannot be
+    ///         read. There is no tree then.
     int CreateDefaultTree();
     /// The root of the tree, which stays the Initializer's; null before Init, after a failure and after Terminate.
     JSONNODE* default_tree();

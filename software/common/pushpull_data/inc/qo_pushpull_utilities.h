@@ -1,5 +1,5 @@
 /// JSON and file helpers of the data tree store. Free functions without state; any thread. None of them
-/// throws or takes ownership of what it is given.
+/// throws, but for want of memory, or takes ownership of what it is given.
 #ifndef QO_PUSHPULL_UTILITIES_H
 #define QO_PUSHPULL_UTILITIES_H
 
@@ -11,6 +11,8 @@
 #include <string>
 
 #include "qo_json.h"
+
+class QoFileReader;
 
 /// Logs with the store's prefix: the function's name and the line. Not for use inside a lambda, whose
 /// function name would be wrong.
@@ -49,8 +51,11 @@ void ConvertIntToString(long value, std::ostream& stream);
 /// build. Costs at most the product of both sizes, and for objects without arrays their sum per level.
 bool qo_json_subset_equal(const JSONNODE* a, const JSONNODE* b);
 
-/// Parses a whole file; the caller owns the node. Null when the file cannot be opened (nothing is logged) and
-/// when it does not hold one valid JSON text (logged at LOG_ERR).
+/// Parses a whole file; the caller owns the node. Null when the file cannot be opened or read to its end (nothing is
+/// logged) and when it does not hold one valid JSON text (logged at LOG_ERR). The text is not kept in memory as a
+/// whole. The first form does not tell the two apart: of a file whose content matters, ask the reader's error(). Throws
+/// std::bad_alloc for want of memory, also the kernel's.
 JSONNODE* ParseJsonFile(const std::string& path);
+JSONNODE* ParseJsonFile(QoFileReader& file);
 
 #endif

@@ -425,12 +425,6 @@ TEST_F(UpdateNode, IntoAnEmptyTreeAddsMembers) {
     EXPECT_EQ(tree(), R"({"a":{"b":1}})");
 }
 
-TEST_F(UpdateNode, ATreeThatWasALeafBecomesAnObject) {
-    load("5");
-    EXPECT_EQ(publish(R"({"a":1})"), 0);
-    EXPECT_EQ(tree(), R"({"a":1})");
-}
-
 // ---- change detection ----
 
 /// Component 7 wants changes only; tells whether it would be told of a publish.

@@ -199,6 +199,7 @@ TEST_F(LoadSavedTree, AnUnparsableFileIsRemovedAndTheBackupTried) {
                                 critical_line("CreateDataTree@#: Saved configuration cannot be parsed"), kBackupFound));
         EXPECT_EQ(tree(), R"({"a":7})");
         EXPECT_FALSE(scratch_.has(kSaved));
+        EXPECT_EQ(scratch_.read(kSaved + std::string(".bad")), garbage);
     }
 }
 
@@ -208,7 +209,7 @@ TEST_F(LoadSavedTree, AnUnparsableBackupIsRemoved) {
     EXPECT_THAT(said_, ElementsAre(kNoSaved, kBackupFound,
                                    error_line("ParseJsonFile@#: JSON in file " + path + " is invalid json"),
                                    critical_line("CreateDataTree@#: Saved back up configuration cannot be parsed")));
-    EXPECT_THAT(files(), IsEmpty());
+    EXPECT_EQ(files(), (std::map<std::string, std::string>{{kBackup + std::string(".bad"), "{"}}));
 }
 
 TEST_F(LoadSavedTree, OnlyABackupIsEnough) {

@@ -150,14 +150,6 @@ TEST_F(AddSubscriber, BeforeInitFails) {
                 ElementsAre(error_line("ValidateAndAddSubscription@#: No subscription tree"), kSubscriptionFailed));
 }
 
-TEST_F(AddSubscriber, ToARootThatTakesNoEntriesFails) {
-    load("5");
-    EXPECT_EQ(subscribe(5, "/"), -1);
-    EXPECT_THAT(said_, ElementsAre(debug_line("JsonPtrToNode@#: Root path or dangling / or back to back slashes //"),
-                                   error_line("ValidateAndAddSubscription@#: json_new/json_duplicate failed"),
-                                   warning_line("AddSubscriber@#: Subscription failed")));
-}
-
 TEST_F(AddSubscriber, NullSkeletonIsRefused) {
     log_.clear();
     EXPECT_EQ(store_->ValidateAndAddSubscription(nullptr, QO_CMPID_DEMO, false), -1);

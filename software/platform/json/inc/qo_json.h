@@ -20,7 +20,7 @@
 ///   json_insert_multi.
 /// - Depth: a text nested deeper than JSON_MAX_PARSE_DEPTH is invalid JSON. Trees built by calls may
 ///   be of any depth; no function recurses over the depth of a tree.
-/// - Memory exhaustion ends the process, as it does for the service that this library serves.
+/// - Memory exhaustion throws std::bad_alloc, the one exception to "nothing throws"; what was being built is released.
 /// - Threads: a tree may be read by several threads at once as long as none changes it. json_find,
 ///   json_find_n and json_pop_back may build the member index of the node that they search and so
 ///   count as a change of that one node's index, not of its children, names or values: another
@@ -81,6 +81,11 @@ JSONNODE* json_new_b(const char* name, int value);
 JSONNODE* json_parse(const char* text);
 /// Addition: json_parse of `length` bytes. A NUL byte outside a string escape is invalid JSON.
 JSONNODE* json_parse_n(const char* text, size_t length);
+/// Puts the next bytes of a text into `buffer`, at most `size`. @return how many; 0 at its end.
+typedef size_t (*json_reader)(char* buffer, size_t size, void* context);
+/// Addition: json_parse_n of a text that `reader` gives piece by piece, so that it is never in memory as a whole. The
+/// reader is not called again after its 0, nor after the text has proved to be invalid.
+JSONNODE* json_parse_from(json_reader reader, void* context);
 /// 1 when json_parse would give a node, else 0.
 int json_is_valid(const char* text);
 /// Addition: json_is_valid of `length` bytes.
@@ -186,6 +191,11 @@ char* json_write_formatted(const JSONNODE* node);
 /// Additions: the two writers, which also give the text's length in bytes through `length` unless null.
 char* json_write_n(const JSONNODE* node, size_t* length);
 char* json_write_formatted_n(const JSONNODE* node, size_t* length);
+/// Takes the next bytes of a text. @return 0 to be called no more, else anything but 0.
+typedef int (*json_writer)(const char* bytes, size_t length, void* context);
+/// Addition: hands what json_write_formatted would give to `writer` piece by piece, so that it is never in memory as a
+/// whole. @return 1 when the writer has taken all of it, else 0, also when an argument but `context` is null.
+int json_write_formatted_to(const JSONNODE* node, json_writer writer, void* context);
 /// Releases a text that this library returned. Null is allowed.
 void json_free(void* text);
 
