@@ -9,6 +9,7 @@
 #include <chrono>
 #include <functional>
 #include <iostream>
+#include <map>
 
 #include "component.h"
 #include "service_process.h"
@@ -413,6 +414,112 @@ const Attack kAttacks[] = {
 
 INSTANTIATE_TEST_SUITE_P(All, HostileMessage, testing::ValuesIn(kAttacks),
                          [](const testing::TestParamInfo<Attack>& parameter) { return parameter.param.name; });
+
+// ---- what one message may write to the log ----
+
+/// Requests that give the service the same thing to say ten thousands of times, with the text of some of what it says.
+struct Flood {
+    std::string name;
+    std::function<std::string()> message;
+    std::vector<std::string> kinds;
+};
+void PrintTo(const Flood& flood, std::ostream* stream) { *stream << flood.name; }
+
+class HostileFlood : public Hostile, public testing::WithParamInterface<Flood> {
+protected:
+    static constexpr long kLinesOfAKind = 1000;
+
+    void SetUp() override {
+        Hostile::SetUp();
+        if (IsSkipped()) return;
+        // No answer fits in this queue, so that none of them waits for room.
+        attacker_.reset();
+        attacker_.emplace(service(), kAttacker, Component::Queue{1, 4});
+        ASSERT_TRUE(service().wait_until_idle());
+        events().clear_log();
+    }
+};
+
+TEST_P(HostileFlood, WritesAThousandLinesOfEachKindAndThenTheNumberOfTheOthers) {
+    ASSERT_TRUE(service().post(GetParam().message()));
+    expect_answer();
+    std::map<std::pair<int, std::string>, long> lines;
+    long numbers = 0;
+    for (const QoLogLine& line : events().log()) {
+        // The next request is the witness's.
+        if (line.text.starts_with("PushPullData : mq_receive:") && line.text.find("alive") != std::string::npos) break;
+        ++lines[{line.level, line.text}];
+        const bool number = line.text.find(" more lines of this request: ") != std::string::npos;
+        numbers += number ? 1 : 0;
+    }
+    long full = 0;
+    for (const auto& [line, count] : lines) {
+        EXPECT_LE(count, kLinesOfAKind) << line.second;
+        full += count == kLinesOfAKind ? 1 : 0;
+    }
+    EXPECT_EQ(numbers, full);
+    for (const std::string& kind : GetParam().kinds) {
+        const auto tells = [&](const auto& entry) {
+            return entry.first.second.ends_with(" more lines of this request: " + kind);
+        };
+        EXPECT_EQ(std::count_if(lines.begin(), lines.end(), tells), 1) << kind;
+    }
+    expect_unchanged_tree();
+}
+
+const Flood kFloods[] = {
+    {"GetOfMissingNodes",
+     [] { return request("get", repeated("/x;", kPayload)); },
+     {"PushPull:%s@%d: Read path incorrect", "PushPull:%s@%d: Read failed",
+      "comp_get: ReadNode failed OR json_size is zero, node = %s", " comp_get : comp_notify Failed",
+      "Send message from pushpull to \"%s\" queue : mq_send: failed:, ERR_CODE : %d, msg size = %d",
+      "pushpull : normal GET"}},
+    {"GetOfTheWholeTree",
+     [] { return request("get", repeated("/;", kPayload)); },
+     {"PushPull:%s@%d: Cannot read the entire tree",
+      "PushPull:%s@%d: Root path or dangling / or back to back slashes //"}},
+    {"GetWithoutSlash",
+     [] { return request("get", repeated("x;", kPayload)); },
+     {"PushPull:%s@%d: Incorrect JSON pointer, ptr should start with /"}},
+    {"GetOfPositionsThatAreNone",
+     [] { return request("get", repeated("/error/x;", kPayload)); },
+     {"PushPull:%s@%d: Exception %s"}},
+    {"GetOfSizesOfPositions",
+     [] { return request("get", repeated("/a/1/size;", kPayload)); },
+     {"PushPull:%s@%d:out =%d,Read path incorrect"}},
+    {"PackedGet",
+     [] { return request("get", repeated("/x;", kPayload), R"(,"pack_and_send":true)"); },
+     {"pushpull : MessageQueue: GET : packing error", "comp_get : pack and send buff"}},
+    {"SubscribeToMissingNodes",
+     [] { return request("subscribe", repeated("/x;", kPayload)); },
+     {"PushPull:%s@%d: Subscription failed",
+      "comp_subscribe : Subscription Failed for \"%s\", comp_id = %d, ret_val = %ld, ERR_CODE = %d"}},
+    {"SubscribeAgain",
+     [] { return request("subscribe", repeated("/usb;", kPayload)); },
+     {"PushPull:%s@%d: Component already subscribed", "comp_subscribe : Subscription Passed for \"%s\", comp_id = %d"}},
+    {"UnsubscribeFromMissingNodes",
+     [] { return request("unsubscribe", repeated("/x;", kPayload)); },
+     {"PushPull:%s@%d: Unsubscribe node not found ",
+      "comp_unsubscribe : Unsubscription Failed for \"%s\", comp_id = %d, ret_val = %ld, ERR_CODE = %d"}},
+};
+
+INSTANTIATE_TEST_SUITE_P(All, HostileFlood, testing::ValuesIn(kFloods),
+                         [](const testing::TestParamInfo<Flood>& parameter) { return parameter.param.name; });
+
+TEST_F(Hostile, APublishOfThousandsOfElementsWithoutAPlaceLogsAThousandOfThem) {
+    const std::string elements = [] {
+        std::string text;
+        for (int id = 0; id < 9000; ++id) text += "{\"id\":" + std::to_string(id) + "},";
+        text.pop_back();
+        return text;
+    }();
+    // The decision to save looks for the array in the first element, which has none.
+    send({request("publish", R"({"fresh":[{"id":1,"list":[)" + elements + "]}]}")});
+    const std::vector<QoLogLine> log = events().log();
+    const auto is_null = [](const QoLogLine& line) { return line.text.ends_with("@#: Null node"); };
+    EXPECT_EQ(std::count_if(log.begin(), log.end(), is_null), 1000);
+    EXPECT_TRUE(events().wait_for_log(LOG_ERR, "PushPull: 8001 more lines of this request: PushPull:%s@%d: Null node"));
+}
 
 // ---- messages that are taken, and what they may cost ----
 

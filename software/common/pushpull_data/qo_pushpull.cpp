@@ -28,6 +28,7 @@
 #include "qo_pushpull_stats.h"
 #include "qo_pushpull_watchdog.h"
 #include "qo_resource_mgr.h"
+#include "qo_utilities_log_budget.h"
 #include "qo_utilities_time.h"
 
 // ---- life ------------------------------------------------------------------------------------
@@ -180,6 +181,7 @@ int PushPullData::execute() {
 
 std::optional<int> PushPullData::handle_message(const char* message, ssize_t received, std::string& text,
                                                 QoProcessApi& request, double started_at) {
+    const QoLogBudget budget;
     if (received <= 0) {
         syslog(LOG_ERR, "parseJSON failed in pushpull recv retval= %d, precv_string->length() = %d , ERR_CODE = %d",
                static_cast<int>(received), static_cast<int>(text.length()), QO_ERR_QUEUE_RECEIVE);
