@@ -26,27 +26,58 @@ namespace {
 /// before the mutex of a store, which is let go while the disk works.
 std::mutex saving_mutex;
 
-/// The text of the saved file: the formatted text of the tree, with its CRC as first member. Nothing for a tree
-/// that is no object.
-std::optional<std::string> saved_text(const QoJsonNode tree) {
-    if (json_type(tree.get()) != JSON_NODE) {
-        return std::nullopt;
-    }
-    const std::string text = qo_json_write_formatted(tree.get());
+/// What the file of a tree that is not empty begins with: all up to the value of its member "crc", which comes first,
+/// and the comma behind it. Nothing when that member cannot be made.
+std::optional<std::string> text_of_crc(const std::string& digits) {
     const QoJsonNode crc_alone(json_new(JSON_NODE));
     // Refused only when the member could not be made.
-    if (json_push_back(crc_alone.get(), json_new_a("crc", FormatTreeCrc(CalcCrc32(text)).c_str())) == 0) {
+    if (json_push_back(crc_alone.get(), json_new_a("crc", digits.c_str())) == 0) {
         return std::nullopt;
     }
-    std::string whole = qo_json_write_formatted(crc_alone.get());
-    if (json_empty(tree.get()) == 0) {
-        // The same bytes as inserting the member into the tree and writing that, without writing it twice.
-        constexpr std::string_view closing = "\n}";
-        whole.resize(whole.size() - closing.size());
-        whole += ',';
-        whole.append(text, 1);
+    constexpr std::string_view closing = "\n}";
+    std::string text = qo_json_write_formatted(crc_alone.get());
+    text.resize(text.size() - closing.size());
+    return text;
+}
+
+/// Appends the text of the tree, which is an object, without its opening brace, so that it can follow the member "crc".
+/// @return the CRC of the whole text; nothing when the disk refused it.
+std::optional<uint32_t> append_tree(QoFileReplacement& file, const JSONNODE* tree) {
+    const bool is_empty = json_empty(tree) != 0;
+    uint32_t crc = QO_CRC32_START;
+    bool first = true;
+    const bool written = qo_json_write_formatted_to(tree, [&](std::string_view piece) {
+        crc = qo_crc32_update(crc, piece);
+        if (std::exchange(first, false)) piece.remove_prefix(1);
+        return file.append(is_empty ? "\n}" : piece);
+    });
+    return written ? std::optional(crc) : std::nullopt;
+}
+
+enum class Written { whole, no_crc, refused };
+
+/// Writes the saved file of a tree: its formatted text with the CRC of that as first member. Only pieces of it are in
+/// memory, so the CRC is known when the text is written: its digits are put in then. When there are fewer than
+/// expected, because the first ones are 0, the text is written a second time.
+Written write_saved_text(QoFileReplacement& file, const JSONNODE* tree) {
+    if (json_type(tree) != JSON_NODE) {
+        return Written::no_crc;
     }
-    return whole;
+    for (std::string digits(8, '0');;) {
+        const std::optional<std::string> beginning = text_of_crc(digits);
+        if (!beginning) return Written::no_crc;
+        if (!file.restart() || !file.append(*beginning) || (json_empty(tree) == 0 && !file.append(","))) {
+            return Written::refused;
+        }
+        const std::optional<uint32_t> crc = append_tree(file, tree);
+        if (!crc) return Written::refused;
+        const std::string calculated = FormatTreeCrc(*crc);
+        if (calculated.size() == digits.size()) {
+            const auto at = static_cast<off_t>(beginning->rfind(digits));
+            return file.overwrite(at, calculated) && file.flush() ? Written::whole : Written::refused;
+        }
+        digits = calculated;
+    }
 }
 
 }  // namespace
@@ -134,16 +165,16 @@ int DataMgr::SaveDataTree(bool timer_triggered, bool quiet) {
     qo_report_life();
     initializer_->TrimNonPersistentData(copy.get());
     qo_report_life();
-    const std::optional<std::string> text = saved_text(std::move(copy));
-    qo_report_life();
-    if (!text) {
+    const Written written = write_saved_text(file, copy.get());
+    if (written == Written::no_crc) {
         if (!quiet) QO_LOG(LOG_ERR, "json new failed.");
         return -1;
     }
-    if (!file.write(*text)) {
+    if (written == Written::refused) {
         if (!quiet) QO_LOG(LOG_ERR, "Couldn't write file to save the data tree: %m");
         return -1;
     }
+    copy.reset();
 
     const QoFileReplacement::Former former = file.keep_former();
     using Former = QoFileReplacement::Former;
@@ -220,7 +251,8 @@ int DataMgr::SaveActiveTreeForDebug() {
         QO_LOG(LOG_ERR, "Save Active Tree: No data tree available to save");
         return -1;
     }
-    if (!file.write(qo_json_write_formatted(data_tree_))) {
+    const auto append = [&file](std::string_view piece) { return file.append(piece); };
+    if (!qo_json_write_formatted_to(data_tree_, append) || !file.flush()) {
         QO_LOG(LOG_ERR, "Couldn't write file to save the active data tree: %m");
         return -1;
     }

@@ -37,7 +37,7 @@ bool write_all(int descriptor, std::string_view text) {
     return true;
 }
 
-bool flush(int descriptor) {
+bool flush_file(int descriptor) {
     const bool flushed = fsync(descriptor) == 0;
     qo_report_life();
     return flushed;
@@ -58,7 +58,7 @@ bool flush_directory_of(const std::string& path) {
     const QoDescriptor descriptor(
         ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     // A file system that cannot flush a directory says EINVAL; it has nothing to flush then.
-    return descriptor && (flush(descriptor.get()) || errno == EINVAL);
+    return descriptor && (flush_file(descriptor.get()) || errno == EINVAL);
 }
 
 // ---- names that tell whether their process lives ----
@@ -151,9 +151,26 @@ bool QoFileReplacement::open() {
     return !new_name_.empty();
 }
 
-bool QoFileReplacement::write(std::string_view text) {
-    return write_all(new_file_.get(), text) && flush(new_file_.get());
+bool QoFileReplacement::append(std::string_view text) { return write_all(new_file_.get(), text); }
+
+bool QoFileReplacement::overwrite(off_t at, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = pwrite(new_file_.get(), text.data(), text.size(), at);
+        if (written < 0 && errno != EINTR) {
+            return false;
+        }
+        const ssize_t done = written < 0 ? 0 : written;
+        text.remove_prefix(static_cast<size_t>(done));
+        at += done;
+    }
+    return true;
 }
+
+bool QoFileReplacement::restart() {
+    return lseek(new_file_.get(), 0, SEEK_SET) == 0 && ftruncate(new_file_.get(), 0) == 0;
+}
+
+bool QoFileReplacement::flush() { return flush_file(new_file_.get()); }
 
 QoFileReplacement::Former QoFileReplacement::keep_former() {
     close_to_others(path_);
@@ -181,7 +198,7 @@ QoFileReplacement::Former QoFileReplacement::copy_former() {
     const auto make = [mode](const std::string& name, QoDescriptor& file) { return make_new_file(name, mode, file); };
     former_name_ = claim(path_ + kFormerExtension, make, former_file_);
     const bool copied =
-        !former_name_.empty() && copy_all(former.get(), former_file_.get()) && flush(former_file_.get());
+        !former_name_.empty() && copy_all(former.get(), former_file_.get()) && flush_file(former_file_.get());
     return copied ? Former::kept : Former::lost;
 }
 

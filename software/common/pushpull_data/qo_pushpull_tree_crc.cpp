@@ -39,7 +39,11 @@ QoTreeCrcCheck TakeOutTreeCrc(JSONNODE* tree) {
         return check;
     }
     check.stored = qo_json_string(member.get());
-    check.calculated = CalcCrc32(qo_json_write_formatted(tree));
+    check.calculated = QO_CRC32_START;
+    qo_json_write_formatted_to(tree, [&check](std::string_view piece) {
+        check.calculated = qo_crc32_update(check.calculated, piece);
+        return true;
+    });
     check.result =
         parse_crc(check.stored) == check.calculated ? QoTreeCrcCheck::Result::match : QoTreeCrcCheck::Result::mismatch;
     return check;

@@ -34,12 +34,13 @@ constexpr std::array<uint32_t, 256> make_crc32_table() {
 
 constexpr std::array<uint32_t, 256> QO_PUSHPULL_CRC32_TABLE_04C11DB7 = make_crc32_table();
 
-uint32_t CalcCrc32(std::string text) {
-    uint32_t crc = 0xFFFFFFFF;
+// Deliberate: no final inversion. Saved tree files carry this value.
+uint32_t CalcCrc32(std::string text) { return qo_crc32_update(QO_CRC32_START, text); }
+
+uint32_t qo_crc32_update(uint32_t crc, std::string_view text) {
     for (const char byte : text) {
         crc = QO_PUSHPULL_CRC32_TABLE_04C11DB7[(static_cast<unsigned char>(byte) ^ crc) & 0xFFU] ^ (crc >> 8U);
     }
-    // Deliberate: no final inversion. Saved tree files carry this value.
     return crc;
 }
 

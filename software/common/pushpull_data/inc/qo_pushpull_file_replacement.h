@@ -1,6 +1,8 @@
 #ifndef QO_PUSHPULL_FILE_REPLACEMENT_H
 #define QO_PUSHPULL_FILE_REPLACEMENT_H
 
+#include <sys/types.h>
+
 #include <string>
 #include <string_view>
 
@@ -8,8 +10,9 @@
 
 /// A new version of a file, written under a name of its own in the same directory and put in place only when it
 /// is whole and on the disk: at every instant, a loss of power included, the path holds the former version or the
-/// new one. Steps in order: open, write, keep_former if wanted, put_in_place. After a step that failed (errno tells
-/// why) the path and what else lies in the directory are as they were, and the destructor removes the rest.
+/// new one. Steps in order: open, append and overwrite, flush, keep_former if wanted, put_in_place. After a step that
+/// failed (errno tells why) the path and what else lies in the directory are as they were, and the destructor removes
+/// the rest.
 ///
 /// Any number of replacements of one path may be under way, in any process: each has names of its own, and a lock on
 /// what is under them tells remove_strays that its process lives. Nothing waits for a lock.
@@ -24,8 +27,14 @@ public:
 
     /// Creates the new version.
     bool open();
-    /// Writes the whole text and flushes it to the disk.
-    bool write(std::string_view text);
+    /// Writes more text behind what was written so far.
+    bool append(std::string_view text);
+    /// Replaces bytes that were written.
+    bool overwrite(off_t at, std::string_view text);
+    /// Takes back all that was written.
+    bool restart();
+    /// Waits until all that was written is on the disk.
+    bool flush();
 
     enum class Former { none, kept, lost };
     /// Gives the former version a second name, so that it outlives put_in_place, and takes from others the right to

@@ -77,6 +77,15 @@ inline std::string qo_json_write_formatted(const JSONNODE* node) {
     return text ? std::string(text.get(), length) : std::string();
 }
 
+/// Hands the formatted text to `take(piece)` piece by piece. @return whether every call of it gave true.
+template <typename Take>
+bool qo_json_write_formatted_to(const JSONNODE* node, Take take) {
+    const auto call = [](const char* bytes, size_t length, void* context) {
+        return (*static_cast<Take*>(context))(std::string_view(bytes, length)) ? 1 : 0;
+    };
+    return json_write_formatted_to(node, call, &take) != 0;
+}
+
 /// Null when the text is not valid JSON.
 inline QoJsonNode qo_json_parse(std::string_view text) { return QoJsonNode(json_parse_n(text.data(), text.size())); }
 

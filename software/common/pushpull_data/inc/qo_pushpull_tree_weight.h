@@ -1,5 +1,5 @@
-/// What a tree takes of the memory, near enough to bound its growth. Header only; for the thread that may read the
-/// tree. The sums are exact in themselves: what a part adds is what its removal gives back.
+/// What a tree takes of the memory and, saved, of the disk, near enough to bound its growth. Header only; for the
+/// thread that may read the tree. The sums are exact in themselves: what a part adds is what its removal gives back.
 #ifndef QO_PUSHPULL_TREE_WEIGHT_H
 #define QO_PUSHPULL_TREE_WEIGHT_H
 
@@ -12,12 +12,31 @@
 /// Bytes of a node with short texts: the node, its place in its parent and in the parent's index of names.
 inline constexpr int64_t kQoNodeBytes = 128;
 
-/// Texts up to this length stand in the node itself, so that a number can change freely in a tree that is full.
+/// Texts written with up to this length stand in the node itself, so that a number can change freely in a tree that is
+/// full.
 inline constexpr size_t kQoShortText = 15;  // bytes
+
+/// Bytes that a text takes where it takes most, in a file: quotes, backslashes and control characters are escaped
+/// there.
+inline size_t qo_written_length(std::string_view text) {
+    constexpr std::string_view kShortEscapes = "\b\f\n\r\t\"\\";
+    constexpr unsigned char kFirstPrintable = 0x20;
+    constexpr size_t kLongEscape = 6;  // "\u001f"
+    size_t length = 0;
+    for (const char c : text) {
+        if (kShortEscapes.find(c) != std::string_view::npos) {
+            length += 2;
+        } else {
+            length += static_cast<unsigned char>(c) < kFirstPrintable ? kLongEscape : 1;
+        }
+    }
+    return length;
+}
 
 /// Bytes of a name or value.
 inline int64_t qo_text_weight(std::string_view text) {
-    return text.size() > kQoShortText ? static_cast<int64_t>(text.size()) : 0;
+    const size_t length = qo_written_length(text);
+    return length > kQoShortText ? static_cast<int64_t>(length) : 0;
 }
 
 /// Bytes of a node's value.

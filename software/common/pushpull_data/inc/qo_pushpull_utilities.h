@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <string>
+#include <string_view>
 
 #include "qo_json.h"
 
@@ -39,6 +40,10 @@ void PrintJsonName(const JSONNODE* node);
 /// The CRC-32 that saved tree files carry, over every byte of `text`: the complement of the usual CRC-32,
 /// 0x340BC6D9 for "123456789" and 0xFFFFFFFF for an empty text.
 uint32_t CalcCrc32(std::string text);
+
+/// CalcCrc32 of a text that comes piece by piece: begin with QO_CRC32_START, hand the result on to the next piece.
+inline constexpr uint32_t QO_CRC32_START = 0xFFFFFFFF;
+uint32_t qo_crc32_update(uint32_t crc, std::string_view text);
 
 /// Writes `value` in decimal into `stream`, with the stream's own format flags. A stream that throws is
 /// logged at LOG_ERR; what it then holds is the stream's affair.

@@ -696,7 +696,7 @@ TEST_F(SharedDirectory, ASecondServiceThatStartsAtAnyPointOfASaveWithoutHardLink
 TEST_F(SharedDirectory, TwoSavesOfProcessesWithTheSameNumberDoNotMeet) {
     QoFileReplacement first(scratch_.file(kSaved));
     ASSERT_TRUE(first.open());
-    ASSERT_TRUE(first.write("first"));
+    ASSERT_TRUE(first.append("first") && first.flush());
     EXPECT_EQ(first.keep_former(), QoFileReplacement::Former::kept);
     EXPECT_EQ(save(), 0);
     EXPECT_EQ(scratch_.read(kSaved), saved_text_of(R"({"a":2})"));

@@ -229,3 +229,58 @@ TEST(JsonParse, ATextStopsAtItsNul) {
     EXPECT_EQ(json_is_valid("[1]"), 1);
     EXPECT_EQ(json_is_valid("[1"), 0);
 }
+
+// ---- a text that comes piece by piece ----
+
+/// Gives a text in pieces of a size, and counts how often it was asked.
+struct Pieces {
+    std::string text;
+    size_t size;
+    size_t given = 0;
+    int asked = 0;
+
+    static size_t read(char* buffer, size_t size, void* context) {
+        auto& pieces = *static_cast<Pieces*>(context);
+        ++pieces.asked;
+        const size_t length = pieces.text.copy(buffer, std::min(size, pieces.size), pieces.given);
+        pieces.given += length;
+        return length;
+    }
+};
+
+Json parse_in_pieces(const std::string& text, size_t size) {
+    Pieces pieces{text, size};
+    return Json(json_parse_from(Pieces::read, &pieces));
+}
+
+TEST(JsonParse, InPiecesOfAnySizeGivesWhatTheWholeTextGives) {
+    std::string large = R"(["first")";
+    for (int i = 0; i < 30000; ++i) large += R"(,{"name":"of some length \u00e9 \ud83d\ude00","number":-12.50e3})";
+    large += "]";
+    const std::string text = " {\"a\":[1,-2.5e3,\"x\\u00e9\\n\xC3\xA9\",true,false,null,{\"b\":{}}],\"\":\"\"}\n ";
+    for (const size_t size : {1, 2, 3, 7, 65535, 65536, 1 << 20}) {
+        EXPECT_EQ(compact(parse_in_pieces(text, size)), compact(parse(text))) << size;
+        EXPECT_EQ(compact(parse_in_pieces(large, size)), compact(parse(large))) << size;
+    }
+    EXPECT_EQ(compact(parse_in_pieces("7", 1)), "7");
+}
+
+TEST(JsonParse, InPiecesRefusesWhatTheWholeTextIsRefusedFor) {
+    for (const std::string& text :
+         {std::string(), std::string(" "), std::string("{"), std::string("[1] x"), std::string("[1]\0", 4),
+          std::string("[1]\0 ", 5), std::string("[\0]", 3), std::string("\"\xC3"), std::string("\"\xED\xA0\x80\""),
+          std::string("1e999"), std::string(1000, '['), std::string("\xEF\xBB\xBF{}")}) {
+        for (const size_t size : {1, 2, 65536}) EXPECT_FALSE(parse_in_pieces(text, size)) << text;
+    }
+    EXPECT_EQ(json_parse_from(nullptr, nullptr), nullptr);
+}
+
+TEST(JsonParse, InPiecesAsksNoMoreOnceTheTextIsInvalid) {
+    Pieces pieces{"}" + std::string(1 << 20, ' '), 100};
+    EXPECT_EQ(json_parse_from(Pieces::read, &pieces), nullptr);
+    EXPECT_EQ(pieces.asked, 1);
+    Pieces good{"[]", 100};
+    const Json tree(json_parse_from(Pieces::read, &good));
+    EXPECT_EQ(compact(tree), "[]");
+    EXPECT_EQ(good.asked, 2) << "its end was not asked for, or asked for again";
+}

@@ -126,3 +126,31 @@ TEST(JsonWrite, LongTextsAndManyMembersAreWrittenWhole) {
     for (int i = 1; i < 50'000; ++i) array += "," + std::to_string(i);
     EXPECT_EQ(compact(parse(array + "]")), array + "]");
 }
+
+TEST(JsonWrite, InPiecesGivesTheSameBytes) {
+    std::string array = "[0";
+    for (int i = 1; i < 50'000; ++i) array += ",{\"name\":\"" + std::to_string(i) + "\\u0001\"}";
+    const Json large = parse(array + "]");
+    const Json deep = parse(nested(100, "[", "{}", "]"));
+    const Json value = parse("7");
+    for (const Json* tree : {&large, &deep, &value}) {
+        std::string text;
+        const auto append = [](const char* bytes, size_t length, void* context) {
+            static_cast<std::string*>(context)->append(bytes, length);
+            return 1;
+        };
+        EXPECT_EQ(json_write_formatted_to(tree->get(), append, &text), 1);
+        EXPECT_EQ(text, formatted(tree->get()));
+    }
+}
+
+TEST(JsonWrite, InPiecesEndsWhenTheTakerRefuses) {
+    const Json tree(json_new_a(nullptr, std::string(1'000'000, 'x').c_str()));
+    int calls = 0;
+    const auto refuse_second = [](const char*, size_t, void* context) -> int {
+        return ++*static_cast<int*>(context) < 2 ? 1 : 0;
+    };
+    EXPECT_EQ(json_write_formatted_to(tree.get(), refuse_second, &calls), 0);
+    EXPECT_EQ(calls, 2);
+    EXPECT_EQ(json_write_formatted_to(nullptr, nullptr, nullptr), 0);
+}
