@@ -506,6 +506,16 @@ const Flood kFloods[] = {
 INSTANTIATE_TEST_SUITE_P(All, HostileFlood, testing::ValuesIn(kFloods),
                          [](const testing::TestParamInfo<Flood>& parameter) { return parameter.param.name; });
 
+TEST_F(Hostile, APackedGetWithALongSenderIdWritesAMebibyteOfItToTheLog) {
+    const std::string sender(130000, 's');
+    send({request("get", repeated("/x;", 120000), R"(,"pack_and_send":true,"sender_id":")" + sender + "\"")});
+    const std::vector<QoLogLine> log = events().log();
+    size_t bytes = 0;
+    for (const QoLogLine& line : log) bytes += line.text.starts_with("comp_get : buff offset") ? line.text.size() : 0;
+    EXPECT_LT(bytes, 2 * size_t{1024} * 1024);
+    EXPECT_GT(bytes, size_t{1024} * 1024);
+}
+
 TEST_F(Hostile, APublishOfThousandsOfElementsWithoutAPlaceLogsAThousandOfThem) {
     const std::string elements = [] {
         std::string text;

@@ -182,9 +182,9 @@ void QoLogSender::open(const char* ident, int options, int facility) {
 
 int QoLogSender::set_mask(int mask) { return mask == 0 ? mask_.load() : mask_.exchange(mask); }
 
-void QoLogSender::write(int priority, const char* format, va_list arguments) {
+size_t QoLogSender::write(int priority, const char* format, va_list arguments) {
     const ErrnoKeeper keeper;
-    if ((LOG_MASK(LOG_PRI(priority)) & mask_) == 0) return;
+    if ((LOG_MASK(LOG_PRI(priority)) & mask_) == 0) return 0;
     va_list again;
     va_copy(again, arguments);
     char on_stack[kTextOnStack];
@@ -204,6 +204,7 @@ void QoLogSender::write(int priority, const char* format, va_list arguments) {
         }
     }
     va_end(again);
+    return static_cast<size_t>(std::max(formatted, 0));
 }
 
 void QoLogSender::write(int priority, const iovec* pieces, size_t count) {

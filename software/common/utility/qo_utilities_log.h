@@ -50,7 +50,8 @@ public:
     /// One line, formatted as by printf, "%m" included. One that is longer than a few kilobytes is put together in
     /// pages from the kernel; when it has none the line is cut.
     /// @param priority a level, and a facility unless that of open() is meant
-    void write(int priority, const char* format, va_list arguments) __attribute__((format(printf, 3, 0)));
+    /// @return bytes of the text; 0 when its level is not in the mask
+    size_t write(int priority, const char* format, va_list arguments) __attribute__((format(printf, 3, 0)));
     /// One line whose text is ready, in pieces that follow each other. Nothing is copied.
     /// @param count kMaxPieces at most; more are left out
     void write(int priority, const iovec* pieces, size_t count);

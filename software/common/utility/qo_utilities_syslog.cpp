@@ -12,7 +12,7 @@
 namespace {
 
 __attribute__((format(printf, 2, 0))) void write_line(int priority, const char* format, va_list arguments) {
-    if (QoLogBudget::take(priority, format)) qo_log().write(priority, format, arguments);
+    if (QoLogBudget::take(priority, format)) QoLogBudget::spend(format, qo_log().write(priority, format, arguments));
 }
 
 }  // namespace

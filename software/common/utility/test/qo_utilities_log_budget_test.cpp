@@ -51,6 +51,21 @@ TEST_F(LogBudget, WithinItsLimitLogsNothing) {
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
+TEST_F(LogBudget, LongLinesOfAKindEndAtAMebibyte) {
+    {
+        const QoLogBudget budget;
+        int allowed = 0;
+        for (int line = 0; line < 1000; ++line) {
+            if (!QoLogBudget::take(LOG_DEBUG, "long %s")) continue;
+            ++allowed;
+            QoLogBudget::spend("long %s", 130000);
+        }
+        EXPECT_EQ(allowed, 9);
+        EXPECT_TRUE(QoLogBudget::take(LOG_DEBUG, "short"));
+    }
+    EXPECT_THAT(log_.lines(), ElementsAre(QoLogLine{LOG_DEBUG, "PushPull: 991 more lines of this request: long %s"}));
+}
+
 TEST_F(LogBudget, TheSameTextAtTwoPlacesIsOneKind) {
     const std::string here = "the text";
     const std::string there = "the text";
