@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <ostream>
@@ -26,12 +27,12 @@ void write_copy(int descriptor, const QoLogLine& line) {
 
 // A test may let allocations fail: the line is lost then, and nothing is thrown, which syslog() never does.
 __attribute__((format(printf, 2, 0))) void capture(int priority, const char* format, va_list arguments) try {
-    char* text = nullptr;
+    char* printed = nullptr;
     // The analyzer does not see that the callers started the list.
-    if (vasprintf(&text, format, arguments) < 0) abort();  // NOLINT(clang-analyzer-valist.Uninitialized)
+    if (vasprintf(&printed, format, arguments) < 0) abort();  // NOLINT(clang-analyzer-valist.Uninitialized)
+    const std::unique_ptr<char, decltype(&free)> text(printed, &free);
     const std::lock_guard<std::mutex> guard(capture_mutex);
-    captured_lines.push_back({LOG_PRI(priority), qo_without_line_number(text)});
-    free(text);
+    captured_lines.push_back({LOG_PRI(priority), qo_without_line_number(text.get())});
     if (copy_descriptor >= 0) write_copy(copy_descriptor, captured_lines.back());
 } catch (const std::bad_alloc&) {
 }

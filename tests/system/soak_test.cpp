@@ -52,16 +52,16 @@ struct Holding {
     size_t queues = 0;
 };
 
-/// The least that it held in a while: what is in use for a moment only does not count.
-Holding least_of(const std::vector<Holding>& held, size_t begin, size_t end) {
-    Holding least = held.at(begin);
-    for (size_t i = begin; i < end; ++i) {
-        least.memory = std::min(least.memory, held[i].memory);
-        least.descriptors = std::min(least.descriptors, held[i].descriptors);
-        least.threads = std::min(least.threads, held[i].threads);
-        least.queues = std::min(least.queues, held[i].queues);
-    }
-    return least;
+/// What it mostly held in a while: what is in use, or not, for a moment only does not count.
+Holding median_of(const std::vector<Holding>& held, size_t begin, size_t end) {
+    const auto median = [&](size_t Holding::*part) {
+        std::vector<size_t> values;
+        for (size_t i = begin; i < end; ++i) values.push_back(held.at(i).*part);
+        std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2), values.end());
+        return values[values.size() / 2];
+    };
+    return {median(&Holding::memory), median(&Holding::descriptors), median(&Holding::threads),
+            median(&Holding::queues)};
 }
 
 bool has_grown(const Holding& first, const Holding& second) {
@@ -218,7 +218,7 @@ protected:
     }
     void post_hostile() {
         std::string bytes;
-        switch (random_below(6)) {
+        switch (random_below(7)) {
             case 0:
                 return post_publish(one_of(objects_of_corpus_));
             case 1:
@@ -228,13 +228,16 @@ protected:
             case 3:
                 return post(request("publish", std::string(random_below(60000), '{')));
             case 4:
+                return post(request("register", std::string(random_below(400), '/')));
+            case 5:
                 bytes = one_of(requests_of_corpus_);
                 break;
             default:
                 bytes = mutated(one_of(requests_of_corpus_));
         }
-        // These end the service, or make a restart of everybody necessary.
-        if (bytes.find("exit") == std::string::npos && bytes.find("init") == std::string::npos) post(bytes);
+        // These end the service, make a restart of everybody necessary, or make queues that nobody reads.
+        const auto names = [&bytes](const char* word) { return bytes.find(word) != std::string::npos; };
+        if (!names("exit") && !names("init") && !names("register")) post(bytes);
     }
     // Not of a publish: each would bring a name that the tree does not know.
     std::string mutated(std::string bytes) {
@@ -294,8 +297,8 @@ protected:
         }
         const size_t warm = held.size() / 4;
         const size_t middle = warm + (held.size() - warm) / 2;
-        const Holding first = least_of(held, warm, middle);
-        const Holding second = least_of(held, middle, held.size());
+        const Holding first = median_of(held, warm, middle);
+        const Holding second = median_of(held, middle, held.size());
         std::cout << requests_ << " requests, " << restarts_ << " restarts, " << saves_ << " saves, " << resets_
                   << " resets, " << rotations() << " rotations, memory " << first.memory << " -> " << second.memory
                   << " KiB, descriptors " << first.descriptors << " -> " << second.descriptors << ", threads "

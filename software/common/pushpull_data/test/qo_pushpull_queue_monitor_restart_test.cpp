@@ -16,6 +16,7 @@
 #include <condition_variable>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -301,6 +302,14 @@ TEST_F(RestartScript, IsNeverTheOneOfAUserWhoRacesForThePath) {
 
 namespace {
 
+// Outlives the test in a thread that was left behind.
+struct Hold {
+    std::mutex mutex;
+    std::condition_variable released;
+    bool reached = false;  // guarded by mutex
+    bool release = false;  // guarded by mutex
+};
+
 class Restart : public RestartScript {
 protected:
     Restart() {
@@ -340,25 +349,25 @@ protected:
     }
     // Holds whoever starts the commands that begin like this, until release().
     void hold(const std::string& start) {
-        shell_.replace_start([this, start](const char* command, rlim_t) {
-            std::unique_lock lock(held_mutex_);
+        shell_.replace_start([hold = hold_, start](const char* command, rlim_t) {
+            std::unique_lock lock(hold->mutex);
             if (std::string(command).starts_with(start)) {
-                held_ = true;
-                released_.wait(lock, [this] { return release_; });
+                hold->reached = true;
+                hold->released.wait(lock, [&hold] { return hold->release; });
             }
             return __real_qo_start_shell("true", RLIM_INFINITY);
         });
     }
     bool held() {
         return wait_until([this] {
-            const std::lock_guard lock(held_mutex_);
-            return held_;
+            const std::lock_guard lock(hold_->mutex);
+            return hold_->reached;
         });
     }
     void release() {
-        const std::lock_guard lock(held_mutex_);
-        release_ = true;
-        released_.notify_all();
+        const std::lock_guard lock(hold_->mutex);
+        hold_->release = true;
+        hold_->released.notify_all();
     }
 
     const QoScratchQueue queue_{"/a", 2, 16};
@@ -367,10 +376,7 @@ protected:
 
 private:
     struct sigaction before_ {};
-    std::mutex held_mutex_;
-    std::condition_variable released_;
-    bool held_ = false;     // guarded by held_mutex_
-    bool release_ = false;  // guarded by held_mutex_
+    const std::shared_ptr<Hold> hold_ = std::make_shared<Hold>();
 };
 
 }  // namespace

@@ -408,7 +408,8 @@ TEST_F(QueueFullFailure, QueuesCanBeAddedAndRemovedDuringTheGrace) {
     EXPECT_EQ(monitor_->getQueueNames(), "/b(Total),/b(Saves),/b(Max),/b(Avg)");
 }
 
-TEST_F(QueueFullFailure, NamesThatWouldSplitAColumnAreQuoted) {
+TEST_F(MonitorThread, NamesThatWouldSplitAColumnAreQuoted) {
+    start();
     for (const char* name : {"/plain name;'", "/a,b", "/\"q\"", "/line\nfeed", "/return\r"}) {
         monitor_->addQueue(name, kComponent, -1);
     }
