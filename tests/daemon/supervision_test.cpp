@@ -169,4 +169,21 @@ TEST_F(Supervision, AScriptThatAnotherUserMadeBeforeIsNotRun) {
     EXPECT_FALSE(std::filesystem::exists(trace)) << "somebody else's script was run by the service";
 }
 
+// The monitor has lines to log at each of its looks, and so has everyone else.
+TEST_F(Supervision, AQueueFullForTwoMinutesRestartsTheDeviceAlthoughTheLogReaderStopped) {
+    constexpr int kMoreThanItsSocketHolds = 1000;
+    print_from_stand_ins();
+    Component reader(service(), kReader);
+    Component stopped(service(), kStopped, {2, 8192});
+    stop_reading(stopped);
+    events().pause_log();
+    for (int line = 0; line < kMoreThanItsSocketHolds; ++line) ASSERT_TRUE(service().post("{}"));
+    ASSERT_TRUE(events().wait_for_command("reboot now", seconds(180)));
+    EXPECT_THAT(reader.get("/version"), HasSubstr("schemaVersion"));
+    const std::optional<int> end = service().wait_for_end(seconds(60));
+    ASSERT_TRUE(end) << "the service goes on";
+    ASSERT_TRUE(WIFEXITED(*end)) << "signal " << WTERMSIG(*end);
+    EXPECT_EQ(WEXITSTATUS(*end), 255);
+}
+
 }  // namespace

@@ -87,6 +87,7 @@ void QoServiceEvents::listen() {
             const std::lock_guard<std::mutex> lock(mutex_);
             if (ending_) return;
             if (!log_paused_) sources[0].fd = log_socket_;
+            if (notifications_paused_) sources[1].fd = -1;
         }
         if (poll(sources, std::size(sources), -1) < 0) continue;
         eventfd_t wakes = 0;
@@ -107,6 +108,19 @@ void QoServiceEvents::resume_log() {
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         log_paused_ = false;
+    }
+    wake_listener();
+}
+
+void QoServiceEvents::pause_notifications() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    notifications_paused_ = true;
+}
+
+void QoServiceEvents::resume_notifications() {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        notifications_paused_ = false;
     }
     wake_listener();
 }
@@ -137,7 +151,8 @@ std::unique_lock<std::mutex> QoServiceEvents::collect() {
         drain(log_socket_, buffer_, [this](const std::string& line) { take_log_line(line); });
     }
     drain(command_pipe_, buffer_, [this](const std::string& bytes) { take_commands(bytes); });
-    drain(notify_socket_, buffer_, [this](const std::string& text) { notifications_.push_back(text); });
+    if (!notifications_paused_)
+        drain(notify_socket_, buffer_, [this](const std::string& text) { notifications_.push_back(text); });
     return lock;
 }
 

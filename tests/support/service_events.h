@@ -45,6 +45,9 @@ public:
     /// The log reader ends, whatever it was doing, and /dev/log goes with it: none, until one is started anew.
     void close_log();
     void open_log();
+    /// systemd stops reading what the service notifies it of, and goes on.
+    void pause_notifications();
+    void resume_notifications();
     /// The idents and facilities that were seen, for tests of openlog().
     std::vector<std::string> idents();
     /// All readiness messages so far.
@@ -88,6 +91,7 @@ private:
     std::condition_variable changed_;
     bool ending_ = false;                     // guarded by mutex_
     bool log_paused_ = false;                 // guarded by mutex_
+    bool notifications_paused_ = false;       // guarded by mutex_
     int log_socket_ = -1;                     // guarded by mutex_
     std::vector<QoLogLine> log_;              // guarded by mutex_
     std::vector<std::string> idents_;         // guarded by mutex_

@@ -1,17 +1,16 @@
 #include "qo_pushpull.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <syslog.h>
-#include <systemd/sd-daemon.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <exception>
-#include <iostream>
 #include <utility>
 #include <vector>
 
@@ -20,6 +19,7 @@
 #include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_initializer.h"
 #include "qo_pushpull_life.h"
+#include "qo_pushpull_notify.h"
 #include "qo_pushpull_process_api.h"
 #include "qo_pushpull_queue_claim.h"
 #include "qo_pushpull_queue_monitor.h"
@@ -30,6 +30,13 @@
 #include "qo_resource_mgr.h"
 #include "qo_utilities_log_budget.h"
 #include "qo_utilities_time.h"
+
+namespace {
+
+// A start that systemd does not hear of ends after its time for starts; it may be busy for a while.
+constexpr std::chrono::seconds kSystemdPatience{5};
+
+}  // namespace
 
 // ---- life ------------------------------------------------------------------------------------
 
@@ -61,7 +68,8 @@ void PushPullData::init(std::string suffix) {
         end_with_failure();
     }
     if (must_end_) return;
-    [[maybe_unused]] const int notify_result = sd_notify(0, "READY=1");
+    const int notified = qo_notify_systemd("READY=1", kSystemdPatience);
+    if (notified < 0) syslog(LOG_ERR, "PushPullData: systemd does not take READY=1, errno %d", -notified);
 }
 
 void PushPullData::start_up(const std::string& suffix) {
@@ -116,6 +124,19 @@ void PushPullData::close_service_queue() {
 
 // ---- SIGTERM ---------------------------------------------------------------------------------
 
+namespace {
+
+// On standard output, unless its reader has let it fill up or has ended: the process is to end as it should all the
+// same.
+void announce_exit() {
+    constexpr char kText[] = "Pushpull About to Exit\n";
+    pollfd output{STDOUT_FILENO, POLLOUT, 0};
+    if (poll(&output, 1, 0) != 1 || output.revents != POLLOUT) return;
+    [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, kText, sizeof kText - 1);
+}
+
+}  // namespace
+
 void PushPullData::SignalHandler(int signal_number) {
     // A timer's notification thread starts with no signal blocked, so SIGTERM may be delivered to it while the main
     // thread holds a lock that this handler needs. The main thread takes it when it waits for a request.
@@ -127,7 +148,7 @@ void PushPullData::SignalHandler(int signal_number) {
     // A failure shows in the posts, which open the queue again.
     [[maybe_unused]] const int32_t init_result = api->init("");
     const std::string act = "true";
-    std::cout << "Pushpull About to Exit" << std::endl;
+    announce_exit();
     syslog(LOG_WARNING, "Pushpull About to Exit \n");
     if (signal_number != SIGTERM) {
         [[maybe_unused]] const int32_t terminate_result = api->terminate();

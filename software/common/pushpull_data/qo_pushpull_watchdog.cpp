@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "qo_pushpull_descriptor.h"
+#include "qo_pushpull_notify.h"
 
 namespace {
 
@@ -31,9 +31,8 @@ void QoServiceWatchdog::report() noexcept {
     const Clock::time_point now = Clock::now();
     if (now < next_) return;
     next_ = now + interval_;
-    const QoKeptErrno kept;
     // A report that is lost is made up for by the next one.
-    [[maybe_unused]] const int result = sd_notify(0, "WATCHDOG=1");
+    [[maybe_unused]] const int result = qo_notify_systemd("WATCHDOG=1", std::chrono::milliseconds(0));
 }
 
 std::optional<std::chrono::milliseconds> QoServiceWatchdog::longest_wait() const {
