@@ -1,7 +1,13 @@
 // The service when memory runs short and stays short.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/wait.h>
+#include <syslog.h>
+
+#include <filesystem>
+#include <fstream>
+#include <thread>
 
 #include "faults.h"
 #include "service_process.h"
@@ -43,6 +49,70 @@ TEST_F(MemoryShortage, FromAnyPointOfTheStartOnEndsItAndCrashesNothing) {
         faults.clear();
         ASSERT_TRUE(status);
         EXPECT_TRUE(WIFEXITED(*status)) << "status " << *status;
+    }
+}
+
+bool appears(const std::string& file) {
+    const auto deadline = std::chrono::steady_clock::now() + kQoPatience;
+    while (!std::filesystem::exists(file) && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return std::filesystem::exists(file);
+}
+
+// Each of the allocations that come before the first row and while it is written.
+TEST_F(MemoryShortage, AtTheFirstRowOfTheStatisticsOnlyPutsItOff) {
+    const std::string folder = "/kivo/data/logs/ppstat";
+    std::ofstream("/kivo/data/pushpull_stats.cfg") << "1\n";
+    QoFaults faults(service());
+    service().make_queue();
+    for (uint64_t call = 0; call < 30; ++call) {
+        SCOPED_TRACE("allocation " + std::to_string(call) + " of the timer's threads");
+        std::filesystem::remove_all(folder);
+        faults.clear();
+        faults.add({.calls = kQoTimer, .act = QoFaultAct::kHasten, .last = kQoAlways, .milliseconds = 10});
+        faults.add({.calls = kQoAllocate, .first = call, .threads = QoFaultThreads::kOthers});
+        faults.arm();
+        ASSERT_TRUE(service().start_and_wait({"-l"}));
+        ASSERT_TRUE(appears(folder + "/ppstats.csv"));
+        EXPECT_EQ(service().stop(), 0);
+    }
+}
+
+/// The allocations of a start before it looks into its data directory.
+uint64_t allocations_before_directory(QoServiceProcess& service, QoFaults& faults) {
+    const size_t allocations = faults.add({.calls = kQoAllocate, .first = kQoAlways});
+    const size_t looks = faults.add(
+        {.calls = kQoOpen | kQoDirectory, .path = "/kivo/data", .act = QoFaultAct::kSlow, .milliseconds = 200});
+    faults.arm();
+    service.start();
+    while (service.running() && faults.hits(looks) == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    const uint64_t before = faults.seen(allocations);
+    service.send_signal(SIGKILL);
+    EXPECT_TRUE(service.wait_for_end());
+    faults.clear();
+    return before;
+}
+
+TEST_F(MemoryShortage, WhileTheDataDirectoryIsReadEndsTheStartWithoutACrash) {
+    QoFaults faults(service());
+    service().make_queue();
+    const uint64_t before = allocations_before_directory(service(), faults);
+    ASSERT_GT(before, 100U);
+    for (uint64_t call = before - 10; call < before + 20; ++call) {
+        SCOPED_TRACE("allocation " + std::to_string(call));
+        const size_t notifications = events().notifications().size();
+        faults.clear();
+        faults.add({.calls = kQoAllocate, .first = call});
+        faults.arm();
+        service().start();
+        while (service().running() && events().notifications().size() == notifications) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        if (events().notifications().size() > notifications) service().send_signal(SIGKILL);
+        const std::optional<int> status = service().wait_for_end();
+        ASSERT_TRUE(status);
+        EXPECT_FALSE(WIFSIGNALED(*status) && WTERMSIG(*status) != SIGKILL) << "signal " << WTERMSIG(*status);
     }
 }
 

@@ -344,7 +344,7 @@ QO_HOOK(int, fsync, (int file), (file), kQoSync, file, -1)
 QO_HOOK(int, fdatasync, (int file), (file), kQoSync, file, -1)
 QO_HOOK(int, syncfs, (int file), (file), kQoSync, file, -1)
 QO_REPLACE(void, sync, ()) {
-    if (decide(kQoSync, "sync", Place()).act == Decision::Act::kMake) next_sync();
+    if (decide(kQoSyncAll, "sync", Place()).act == Decision::Act::kMake) next_sync();
 }
 QO_HOOK(int, rename, (const char* from, const char* to), (from, to), kQoRename, Place(from, to), -1)
 QO_HOOK(int, renameat, (int folder, const char* from, int other, const char* to), (folder, from, other, to), kQoRename,

@@ -14,7 +14,7 @@ enum QoFaultCall : uint32_t {
     kQoOpen = 1U << 0,        // open, creat, fopen
     kQoRead = 1U << 1,        // read, pread, readv, fread
     kQoWrite = 1U << 2,       // write, pwrite, writev, fwrite, fflush
-    kQoSync = 1U << 3,        // fsync, fdatasync, syncfs, sync (which cannot fail: it is left out)
+    kQoSync = 1U << 3,        // fsync, fdatasync, syncfs
     kQoRename = 1U << 4,      // rename
     kQoLink = 1U << 5,        // link, symlink
     kQoUnlink = 1U << 6,      // unlink, remove, rmdir
@@ -30,6 +30,7 @@ enum QoFaultCall : uint32_t {
     kQoThread = 1U << 16,     // pthread_create, which returns the error
     kQoSocket = 1U << 17,     // socket, connect, send, sendto, sendmsg
     kQoAllocate = 1U << 18,   // malloc, calloc, realloc, memalign; operator new through them. Not under a sanitizer.
+    kQoSyncAll = 1U << 19,    // sync, which cannot fail: it is left out
 };
 
 enum class QoFaultAct : uint32_t {

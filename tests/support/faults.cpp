@@ -71,6 +71,8 @@ size_t QoFaults::add(const Rule& rule) {
     return rules_++;
 }
 
+void QoFaults::end(size_t rule) { plan_->rules[rule].calls = 0; }
+
 void QoFaults::clear() {
     disarm();
     for (QoFaultRule& rule : plan_->rules) rule.calls = 0;

@@ -55,6 +55,8 @@ public:
     std::vector<std::string> environment() const;
     /// Adds a rule, which holds at once when the plan is armed. @return its number. Throws when there are too many.
     size_t add(const Rule& rule);
+    /// The rule picks nothing any more; its counts stay.
+    void end(size_t rule);
     /// Disarms and forgets all rules.
     void clear();
     /// Sets all counts to 0; from now on calls are counted and fail.

@@ -169,6 +169,16 @@ testing::AssertionResult QoServiceProcess::wait_until_receiving() {
     return testing::AssertionSuccess();
 }
 
+bool QoServiceProcess::settles(std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (running() && std::chrono::steady_clock::now() < deadline) {
+        // In this order: whoever has taken a message is not seen waiting until it is done with it.
+        if (waiting_requests() == 0 && waits_for_request()) return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return false;
+}
+
 bool QoServiceProcess::waits_for_request() const {
     std::ifstream status("/proc/" + std::to_string(process_) + "/syscall");
     long system_call = -1;

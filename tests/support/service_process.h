@@ -45,6 +45,10 @@ public:
     /// Waits until the service waits for a request: after an answer, until what came with it is done too.
     testing::AssertionResult wait_until_receiving();
 
+    /// Waits until its queue is empty and it waits for the next request, without asking for its log: memory may be
+    /// short there. @return false when it has ended, or is busy for longer
+    bool settles(std::chrono::milliseconds timeout = kQoPatience);
+
     bool running() const;
     pid_t pid() const { return process_; }
     void send_signal(int signal_number) const;

@@ -188,8 +188,13 @@ QoPushPullStats::Interval QoPushPullStats::counted_so_far() const {
 void QoPushPullStats::hand_over_header(ResourceMgr& registry) {
     // First, so that a registration meanwhile is not forgotten.
     _logHeader = false;
-    logger->setLogFileHeader(kFixedHeader + registry.monitor().getQueueNames() + "\n");
-    logger->enableLogging();
+    try {
+        logger->setLogFileHeader(kFixedHeader + registry.monitor().getQueueNames() + "\n");
+        logger->enableLogging();
+    } catch (const std::exception&) {
+        _logHeader = true;  // for the next row
+        throw;
+    }
 }
 
 std::string QoPushPullStats::fixed_columns(const Interval& interval, double now) const {
