@@ -145,6 +145,41 @@ TEST_F(LoadFaults, ASavedFileThatCouldNotBeReadIsSetAsideByTheNextSave) {
     EXPECT_EQ(service().stop(), 0);
 }
 
+TEST_F(LoadFaults, ASavedFileThatCanBeNeitherReadNorLinkedIsSetAsideByTheNextSaveToo) {
+    make_history();
+    faults_->add({.calls = kQoRead, .path = "/saved_tree.json", .error = EIO, .last = kQoAlways});
+    faults_->add({.calls = kQoLink, .error = EPERM, .last = kQoAlways});
+    faults_->arm();
+    ASSERT_TRUE(service().start_and_wait());
+    {
+        Component component(service(), kDemo);
+        save(component, "3");
+    }
+    EXPECT_EQ(text_of(kUnreadPath), saved_);
+    EXPECT_EQ(text_of(kBackUpPath), back_up_);
+    EXPECT_THAT(text_of(kSavedPath), HasSubstr("\"schemaVersion\": \"3\""));
+    EXPECT_EQ(service().stop(), 0);
+}
+
+TEST_F(LoadFaults, ASaveThatFailsBehindTheSettingAsideLosesNothing) {
+    make_history();
+    faults_->add({.calls = kQoRead, .path = "/saved_tree.json", .error = EIO, .last = kQoAlways});
+    faults_->add({.calls = kQoLink, .error = EPERM, .last = kQoAlways});
+    faults_->add({.calls = kQoRename, .path = "saved_tree.json.new.", .error = EIO, .last = kQoAlways});
+    faults_->arm();
+    ASSERT_TRUE(service().start_and_wait());
+    {
+        Component component(service(), kDemo);
+        save(component, "3");
+    }
+    expect_both_as_they_were();
+    faults_->clear();
+    EXPECT_EQ(service().stop(), 0);
+    ASSERT_TRUE(service().start_and_wait());
+    expect_version("2");
+    EXPECT_EQ(service().stop(), 0);
+}
+
 TEST_F(LoadFaults, BothAreKeptWhenNoneCanBeReadAndSetAsideWhenTheyAreReplaced) {
     make_history();
     fail_reads_of("saved_tree.json");

@@ -122,7 +122,7 @@ std::string claim(const std::string& prefix, const std::function<bool(const std:
                   QoDescriptor& file) {
     long number = getpid();
     for (int attempt = 0; attempt < kClaimAttempts; ++attempt) {
-        const std::string name = prefix + std::to_string(number);
+        std::string name = prefix + std::to_string(number);
         if (make(name, file)) {
             if (!file || protect(name, file.get())) return name;
             // Another name, because who takes this one for a stray may be about to remove it.
