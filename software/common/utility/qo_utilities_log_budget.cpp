@@ -3,12 +3,34 @@
 #include <syslog.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <limits>
 
 namespace {
 
 constinit thread_local QoLogBudget* budget_in_force = nullptr;
+
+// Puts the budget out of force while its table is in use: a signal handler that logs then leaves the table alone.
+class Use {
+public:
+    Use() : budget_(budget_in_force) {
+        budget_in_force = nullptr;
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+    }
+    ~Use() {
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        budget_in_force = budget_;
+    }
+    Use(const Use&) = delete;
+    Use& operator=(const Use&) = delete;
+
+    /// Null when there is none.
+    QoLogBudget* budget() const { return budget_; }
+
+private:
+    QoLogBudget* const budget_;
+};
 
 }  // namespace
 
@@ -27,9 +49,10 @@ QoLogBudget::~QoLogBudget() {
 }
 
 bool QoLogBudget::take(int priority, const char* format) {
-    if (budget_in_force == nullptr) return true;
-    Kind& kind = budget_in_force->kind_of(priority, format);
-    if (kind.lines < budget_in_force->limit_ && kind.bytes < QO_BYTES_OF_A_KIND) {
+    const Use use;
+    if (use.budget() == nullptr) return true;
+    Kind& kind = use.budget()->kind_of(priority, format);
+    if (kind.lines < use.budget()->limit_ && kind.bytes < QO_BYTES_OF_A_KIND) {
         ++kind.lines;
         return true;
     }
@@ -38,7 +61,8 @@ bool QoLogBudget::take(int priority, const char* format) {
 }
 
 void QoLogBudget::spend(const char* format, size_t bytes) {
-    Kind* const kind = budget_in_force == nullptr ? nullptr : budget_in_force->find(format);
+    const Use use;
+    Kind* const kind = use.budget() == nullptr ? nullptr : use.budget()->find(format);
     if (kind != nullptr) kind->bytes += bytes;
 }
 

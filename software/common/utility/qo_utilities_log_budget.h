@@ -15,8 +15,8 @@ inline constexpr size_t QO_BYTES_OF_A_KIND = size_t{1024} * 1024;
 /// each kind how many were dropped, at the level of the kind, in the order in which the kinds came. Where one is in
 /// force already, the inner one takes over for its life.
 ///
-/// It holds in a program whose syslog() asks take(), as the service's does. Other threads are not concerned. A signal
-/// handler that logs while its thread is in here may cost a count and nothing else.
+/// It holds in a program whose syslog() asks take(), as the service's does. Other threads are not concerned. The
+/// lines of a signal handler that interrupts these functions are not counted.
 class QoLogBudget {
 public:
     explicit QoLogBudget(unsigned limit = QO_LINES_OF_A_KIND);

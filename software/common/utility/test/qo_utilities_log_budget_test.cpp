@@ -3,12 +3,30 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "log_capture.h"
+
+namespace {
+
+std::function<void()> in_comparison;  // once, in the middle of a look for a kind
+
+}  // namespace
+
+extern "C" {
+int __real_strcmp(const char* left, const char* right);
+int __wrap_strcmp(const char* left, const char* right);
+
+int __wrap_strcmp(const char* left, const char* right) {
+    if (in_comparison) std::exchange(in_comparison, nullptr)();
+    return __real_strcmp(left, right);
+}
+}
 
 namespace {
 
@@ -103,6 +121,22 @@ TEST_F(LogBudget, KindsBeyondItsTableShareOneLimit) {
         EXPECT_EQ(all, 64 * 2);
     }
     EXPECT_THAT(log_.lines(), ElementsAre(QoLogLine{LOG_ERR, "PushPull: 272 more lines of this request: kind 63"}));
+}
+
+TEST_F(LogBudget, ASignalHandlerThatInterruptsItLogsWithoutIt) {
+    std::vector<std::string> formats;
+    for (int kind = 0; kind < 100; ++kind) formats.push_back("of the handler " + std::to_string(kind));
+    int allowed = 0;
+    {
+        const QoLogBudget budget(1);
+        EXPECT_EQ(taken(1, LOG_ERR, "first"), 1);
+        in_comparison = [&] {
+            for (const std::string& format : formats) allowed += taken(2, LOG_ERR, format.c_str());
+        };
+        EXPECT_EQ(taken(2, LOG_ERR, "interrupted"), 1);
+    }
+    EXPECT_EQ(allowed, 200);
+    EXPECT_THAT(log_.lines(), ElementsAre(QoLogLine{LOG_ERR, "PushPull: 1 more lines of this request: interrupted"}));
 }
 
 }  // namespace
