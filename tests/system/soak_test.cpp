@@ -259,7 +259,15 @@ protected:
         post(request(random_below(2) == 0 ? "save" : "save_debug", ""));
         saves_ += 1;
         if (number % kCyclesToAFullQueue == kCyclesToAFullQueue - 1) fill_a_queue();
+        register_everybody();
         let_components_read();
+    }
+    // A request that names no function repeats the one before, and so registers and unregisters others.
+    void register_everybody() {
+        EXPECT_EQ(anyone().api().comp_unregister(static_cast<eQO_CMP_IDs_>(kSlow)), 0);
+        for (const std::unique_ptr<Component>& component : components_) {
+            EXPECT_EQ(component->api().comp_register(component->id(), component->queue_name(), nullptr), 0);
+        }
     }
     void let_components_read() {
         EXPECT_TRUE(service().wait_until_idle());
@@ -289,6 +297,7 @@ protected:
             } else if (cycle % kCyclesToAReset == kCyclesToAReset - 1) {
                 reset_service();
             }
+            EXPECT_TRUE(service().wait_until_idle());
             held.push_back(holding());
         }
         if (held.size() < 8) {
