@@ -10,13 +10,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <exception>
 #include <utility>
 #include <vector>
 
 #include "qo_pushpull_api.h"
 #include "qo_pushpull_constants.h"
 #include "qo_pushpull_datamgr.h"
+#include "qo_pushpull_exception_text.h"
 #include "qo_pushpull_initializer.h"
 #include "qo_pushpull_life.h"
 #include "qo_pushpull_notify.h"
@@ -63,8 +63,8 @@ PushPullData::~PushPullData() { close_service_queue(); }
 void PushPullData::init(std::string suffix) {
     try {
         start_up(suffix);
-    } catch (const std::exception& error) {
-        syslog(LOG_CRIT, "exception %s", error.what());
+    } catch (...) {
+        syslog(LOG_CRIT, "exception %s", qo_exception_text());
         end_with_failure();
     }
     if (must_end_) return;
@@ -209,15 +209,32 @@ std::optional<int> PushPullData::handle_message(const char* message, ssize_t rec
         sleep(QO_RECEIVE_PAUSE_S);
         return std::nullopt;
     }
+    // What escapes a request, mostly for want of memory, ends that request and no other.
+    bool parsed = false;
+    try {
+        parsed = parse_message(message, received, text, request);
+    } catch (...) {
+        syslog(LOG_CRIT, "exception %s in a message of %d bytes", qo_exception_text(), static_cast<int>(received));
+    }
+    if (!parsed) return std::nullopt;
+    try {
+        return dispatch(request, started_at);
+    } catch (...) {
+        syslog(LOG_CRIT, "exception %s in request \"%s\" of component %d", qo_exception_text(),
+               request.getfunction().c_str(), request.getcomp_id());
+    }
+    return std::nullopt;
+}
+
+bool PushPullData::parse_message(const char* message, ssize_t received, std::string& text, QoProcessApi& request) {
     text.assign(message, strnlen(message, static_cast<size_t>(received)));
     syslog(LOG_DEBUG, "PushPullData : mq_receive: retval: %d , msg: %s", static_cast<int>(received), text.c_str());
     forget_optional_members(request);
     const int parsed = request.parseJSON(text);
     if (parsed == -1) {
         syslog(LOG_ERR, "parseJSON failed in pushpull recv= %ld", static_cast<long>(parsed));
-        return std::nullopt;
     }
-    return dispatch(request, started_at);
+    return parsed != -1;
 }
 
 // ---- init and exit ---------------------------------------------------------------------------
@@ -225,6 +242,17 @@ std::optional<int> PushPullData::handle_message(const char* message, ssize_t rec
 int PushPullData::comp_init(eQO_CMP_IDs_ comp_id) {
     const int result = announce_reset(comp_id);
     // Deliberate: the reset is done in every case, also for an unregistered requester.
+    try {
+        reset();
+    } catch (...) {
+        // Half of a service is none.
+        syslog(LOG_CRIT, "exception %s in a reset", qo_exception_text());
+        end_with_failure();
+    }
+    return result;
+}
+
+void PushPullData::reset() {
     resource_mgr->terminate();
     data_mgr->Terminate();
     close_service_queue();
@@ -236,7 +264,6 @@ int PushPullData::comp_init(eQO_CMP_IDs_ comp_id) {
     data_mgr = std::make_shared<DataMgr>();
     resource_mgr = std::make_shared<ResourceMgr>();
     init(queue_suffix_name);
-    return result;
 }
 
 int PushPullData::announce_reset(eQO_CMP_IDs_ comp_id) {

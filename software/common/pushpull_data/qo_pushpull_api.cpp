@@ -10,6 +10,7 @@
 #include "qo_pushpull_cleared_umask.h"
 #include "qo_pushpull_constants.h"
 #include "qo_pushpull_deadline.h"
+#include "qo_pushpull_descriptor.h"
 #include "qo_pushpull_process_api.h"
 
 namespace {
@@ -84,13 +85,13 @@ mqd_t QoPushpullApi::message_queue_create_and_error_handling(const char* name, i
                                                              mq_attr* attributes) {
     qo_set_mqueue_limits();
     const QoClearedUmask cleared;
-    const mqd_t descriptor = mq_open(name, flags, mode, attributes);
+    QoDescriptor descriptor(mq_open(name, flags, mode, attributes));
     const int error = errno;
     // An error line on success too: the service's start is looked up by it.
-    syslog(LOG_ERR, " message_queue_create_and_error_handling: open ::%d", descriptor);
+    syslog(LOG_ERR, " message_queue_create_and_error_handling: open ::%d", descriptor.get());
     errno = error;
-    qo_handle_error_and_flush(descriptor);
-    return descriptor;
+    qo_handle_error_and_flush(descriptor.get());
+    return descriptor.release();
 }
 
 int32_t QoPushpullApi::check_delete_authority(eQO_CMP_IDs_ comp_id) {

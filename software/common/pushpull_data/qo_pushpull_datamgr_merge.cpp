@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "qo_pushpull_datamgr.h"
+#include "qo_pushpull_flag.h"
 #include "qo_pushpull_json.h"
 #include "qo_pushpull_mutex_lock.h"
 #include "qo_pushpull_tree_weight.h"
@@ -133,15 +134,12 @@ int DataMgr::MergeToDataTree(JSONNODE* default_tree) {
     if (data_tree_ == nullptr) {
         QO_LOG(LOG_INFO, "No saved configuration, using default tree as data tree");
     } else {
-        merging_default_tree = true;
-        const int result = TreeMerge(data_tree_, default_tree, false, QO_INTERNAL, QO_ALLOW_PUBLISH_THIS_NODE);
-        merging_default_tree = false;
-        if (result == 0) {
+        if (MergeDefaults(default_tree, false) == 0) {
             QO_LOG(LOG_INFO, "Default and saved trees merged");
             return 0;
         }
         QO_LOG(LOG_CRIT, "Default and saved trees merge failed. Using default tree as data tree");
-        json_delete(data_tree_);
+        json_delete(std::exchange(data_tree_, nullptr));
     }
     data_tree_ = json_duplicate(default_tree);
     if (data_tree_ == nullptr) {
@@ -149,6 +147,11 @@ int DataMgr::MergeToDataTree(JSONNODE* default_tree) {
         return -1;
     }
     return 0;
+}
+
+int DataMgr::MergeDefaults(JSONNODE* defaults, bool update_leaves) {
+    const QoFlagWhile merging(merging_default_tree);
+    return TreeMerge(data_tree_, defaults, update_leaves, QO_INTERNAL, QO_ALLOW_PUBLISH_THIS_NODE);
 }
 
 // ---- the merge -------------------------------------------------------------------------------
@@ -176,7 +179,16 @@ int DataMgr::TreeMerge(JSONNODE* destination, JSONNODE* source, bool update_leav
                  .limits = {},
                  .zero_elements = {},
                  .renumbered = {}};
-    const int result = MergeNode(destination, source, {run, update_leaves, authority});
+    int result = -1;
+    try {
+        result = MergeNode(destination, source, {run, update_leaves, authority});
+    } catch (...) {
+        // Some of the room was taken for nodes that have not come about.
+        if (into_data_tree) {
+            tree_bytes_ = qo_tree_weight(data_tree_);
+        }
+        throw;
+    }
     if (into_data_tree) {
         tree_bytes_ += room - run.bytes_left;
     }
@@ -338,10 +350,10 @@ int DataMgr::AddElement(JSONNODE* array, JSONNODE* element, int32_t index, const
             scope.run.bytes_left += qo_tree_weight(added.get());
             return -1;
         }
-        json_push_back(array, placeholder.release());
+        qo_json_push_back(array, std::move(placeholder));
         NoteElement(array, position, scope.run);
     }
-    json_push_back(array, added.release());
+    qo_json_push_back(array, std::move(added));
     NoteElement(array, static_cast<size_t>(index), scope.run);
     NoteAddition();
     return 0;
@@ -381,7 +393,7 @@ int DataMgr::AddMember(JSONNODE* object, JSONNODE* member, const MergeScope& sco
     if (!added) {
         return -1;
     }
-    json_push_back(object, added.release());
+    qo_json_push_back(object, std::move(added));
     NoteAddition();
     return 0;
 }

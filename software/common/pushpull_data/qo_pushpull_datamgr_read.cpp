@@ -211,10 +211,7 @@ int DataMgr::DeleteNode(const std::string& pointer, bool restore_default) {
 int DataMgr::RestoreDefault(JSONNODE* defaults) {
     // Its own locked section: the save timer's thread may be copying the tree.
     const QoMutexLock lock(mutex_);
-    merging_default_tree = true;
-    const int result = TreeMerge(data_tree_, defaults, true, QO_INTERNAL, QO_ALLOW_PUBLISH_THIS_NODE);
-    merging_default_tree = false;
-    return result;
+    return MergeDefaults(defaults, true);
 }
 
 // Recursive: ends where the data end, however long the pointer is.

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <chrono>
 #include <exception>
 #include <memory>
 #include <string>
@@ -15,10 +16,14 @@
 #include "qo_backtrace.h"
 #include "qo_pushpull.h"
 #include "qo_pushpull_constants.h"
+#include "qo_pushpull_notify.h"
 #include "qo_pushpull_sigterm_mask.h"
 #include "qo_utilities_command.h"
 
 namespace {
+
+// For systemd to take what it is told at the end.
+constexpr std::chrono::seconds kSystemdPatience{5};
 
 struct Options {
     bool statistics = false;
@@ -132,6 +137,10 @@ int pushpull_main(int argc, char* argv[]) {
         return run_service(options);
     } catch (const std::exception& error) {
         syslog(LOG_CRIT, "exception %s", error.what());
+        // The status is that of an accepted exit request, after which the unit leaves the service down. systemd takes
+        // this for a missed sign of life and starts the service again, whatever the status is. It reads it before it
+        // learns of the end.
+        [[maybe_unused]] const int notified = qo_notify_systemd("WATCHDOG=trigger", kSystemdPatience);
     }
     return 0;
 }

@@ -17,27 +17,10 @@ namespace {
 // Somebody who makes the queue again as often as it is removed is not to keep the service busy for ever.
 constexpr int kAttempts = 5;
 
-/// A descriptor until it is handed on.
-class OpenQueue {
-public:
-    OpenQueue(const std::string& name, const mq_attr& wanted) : descriptor_(open(name, wanted)) {}
-    ~OpenQueue() {
-        if (descriptor_ != -1) mq_close(descriptor_);
-    }
-    OpenQueue(const OpenQueue&) = delete;
-    OpenQueue& operator=(const OpenQueue&) = delete;
-
-    mqd_t get() const { return descriptor_; }
-    mqd_t release() { return std::exchange(descriptor_, -1); }
-
-private:
-    static mqd_t open(const std::string& name, mq_attr attributes) {
-        const QoClearedUmask cleared;
-        return mq_open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, QO_QUEUE_MODE, &attributes);
-    }
-
-    mqd_t descriptor_;
-};
+mqd_t open_queue(const std::string& name, mq_attr attributes) {
+    const QoClearedUmask cleared;
+    return mq_open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, QO_QUEUE_MODE, &attributes);
+}
 
 bool is_foreign(const struct stat& queue) { return queue.st_uid != 0 && queue.st_uid != geteuid(); }
 
@@ -71,10 +54,6 @@ void report_weaknesses(const std::string& name, mqd_t descriptor, const struct s
 
 QoServiceQueueClaim::QoServiceQueueClaim(QoQueueClaimTimings timings) : timings_(timings) {}
 
-QoServiceQueueClaim::~QoServiceQueueClaim() {
-    if (held_ != -1) mq_close(held_);
-}
-
 QoServiceQueueClaim::Result QoServiceQueueClaim::take(const std::string& name, const mq_attr& wanted) {
     qo_set_mqueue_limits();
     bool made_anew = false;
@@ -91,9 +70,9 @@ QoServiceQueueClaim::Result QoServiceQueueClaim::take(const std::string& name, c
 // `again` is set when the name may stand for another queue now.
 QoServiceQueueClaim::Result QoServiceQueueClaim::take_once(const std::string& name, const mq_attr& wanted,
                                                            bool& again) {
-    OpenQueue queue(name, wanted);
+    QoDescriptor queue(open_queue(name, wanted));
     struct stat status {};
-    if (queue.get() == -1 || fstat(queue.get(), &status) != 0) return Result::no_queue;
+    if (!queue || fstat(queue.get(), &status) != 0) return Result::no_queue;
     // Before the lock: the owner of a foreign queue could keep it locked for ever.
     if (is_foreign(status)) {
         again = remove_foreign(name, status);
@@ -105,14 +84,13 @@ QoServiceQueueClaim::Result QoServiceQueueClaim::take_once(const std::string& na
     again = fstat(queue.get(), &status) == 0 && status.st_nlink == 0;
     if (again) return Result::refused;
     report_weaknesses(name, queue.get(), status, wanted);
-    if (held_ != -1) mq_close(held_);
-    held_ = queue.release();
+    held_ = std::move(queue);
     return Result::held;
 }
 
 bool QoServiceQueueClaim::holds(const struct stat& queue) const {
     struct stat held {};
-    return held_ != -1 && fstat(held_, &held) == 0 && held.st_dev == queue.st_dev && held.st_ino == queue.st_ino;
+    return held_ && fstat(held_.get(), &held) == 0 && held.st_dev == queue.st_dev && held.st_ino == queue.st_ino;
 }
 
 bool QoServiceQueueClaim::lock(const std::string& name, mqd_t descriptor) const {

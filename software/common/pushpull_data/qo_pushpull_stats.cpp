@@ -11,6 +11,7 @@
 #include <sstream>
 #include <utility>
 
+#include "qo_pushpull_exception_text.h"
 #include "qo_pushpull_live_objects.h"
 #include "qo_pushpull_queue_monitor.h"
 #include "qo_pushpull_sigterm_mask.h"
@@ -130,7 +131,11 @@ void QoPushPullStats::TimerCallBack(union sigval value) {
         syslog(LOG_ERR, "PushPull Stats: Failed to call save function!");
         return;
     }
-    QoLiveObjects<QoPushPullStats>::if_alive(stats, [stats] { stats->save_stats_data(); });
+    try {
+        QoLiveObjects<QoPushPullStats>::if_alive(stats, [stats] { stats->save_stats_data(); });
+    } catch (...) {
+        syslog(LOG_ERR, "PushPull Stats: exception %s, a row is lost", qo_exception_text());
+    }
 }
 
 // ---- counting --------------------------------------------------------------------------------

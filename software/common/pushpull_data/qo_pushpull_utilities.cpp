@@ -154,7 +154,7 @@ public:
     QoJsonNode rest() const {
         QoJsonNode array(json_new(JSON_ARRAY));
         for (const JSONNODE* element : free_) {
-            json_push_back(array.get(), json_duplicate(element));
+            qo_json_push_back(array.get(), QoJsonNode(json_duplicate(element)));
         }
         return array;
     }

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "qo_pushpull_cleared_umask.h"
+#include "qo_pushpull_descriptor.h"
 #include "qo_pushpull_queue_monitor.h"
 
 // ---- one component ---------------------------------------------------------------------------
@@ -63,12 +64,21 @@ int32_t ResourceMgr::comp_register(eQO_CMP_IDs_ comp_id, std::string queue_name,
         return QO_ERR_REGISTRY_FULL;
     }
     if (Tbl[slot]) return confirm_registration(*Tbl[slot], queue_name);
-    const mqd_t descriptor = open_msg_queue(queue_name, attributes);
-    if (descriptor == -1) {
+    auto entry = std::make_unique<resource>();
+    entry->set_unit_id(comp_id);
+    entry->set_queue_name(queue_name);
+    QoDescriptor queue(open_msg_queue(queue_name, attributes));
+    if (!queue) {
         syslog(LOG_ERR, "ResourceMgr MessageQueue: mq_open: - failed: ERR_CODE : %d", QO_ERR_QUEUE_OPEN);
         return QO_ERR_QUEUE_OPEN;
     }
-    return store_component(slot, comp_id, queue_name, descriptor);
+    entry->set_msg_queue_descriptor(queue.get());
+    // The last step that can fail.
+    queue_monitor->addQueue(queue_name, comp_id, queue.get());
+    static_cast<void>(queue.release());
+    Tbl[slot] = std::move(entry);
+    index = slot;
+    return 0;
 }
 
 int32_t ResourceMgr::confirm_registration(const resource& entry, const std::string& queue_name) const {
@@ -76,18 +86,6 @@ int32_t ResourceMgr::confirm_registration(const resource& entry, const std::stri
         syslog(LOG_CRIT, "Register WARNING: Component (%d) already registered but with different queue %s",
                entry.get_unit_id(), queue_name.c_str());
     }
-    return 0;
-}
-
-int32_t ResourceMgr::store_component(int32_t slot, eQO_CMP_IDs_ comp_id, const std::string& queue_name,
-                                     mqd_t descriptor) {
-    auto entry = std::make_unique<resource>();
-    entry->set_unit_id(comp_id);
-    entry->set_queue_name(queue_name);
-    entry->set_msg_queue_descriptor(descriptor);
-    Tbl[slot] = std::move(entry);
-    queue_monitor->addQueue(queue_name, comp_id, descriptor);
-    index = slot;
     return 0;
 }
 

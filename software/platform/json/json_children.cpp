@@ -1,6 +1,7 @@
 // The list of children: iterating, searching, adding and taking out.
 #include <algorithm>
 #include <cstdint>
+#include <new>
 #include <utility>
 
 #include "json_node.h"
@@ -59,7 +60,7 @@ size_t index_of(JSONNODE* parent, JSONNODE** position) {
 JSONNODE* take_out(JSONNODE* parent, size_t index) {
     Children& children = *parent->children;
     JSONNODE* child = children.items[index];
-    if (children.index) children.index->remove(child);
+    qo_json::update_index(children, [child](NameIndex& names) { names.remove(child); });
     children.items.erase(children.items.begin() + static_cast<std::ptrdiff_t>(index));
     child->parent = nullptr;
     if (children.items.empty()) {
@@ -76,12 +77,20 @@ JSONNODE* find_by_scan(const std::vector<JSONNODE*>& items, std::string_view nam
     return found == items.end() ? nullptr : *found;
 }
 
+void build_index(Children& children) {
+    try {
+        children.index = std::make_unique<NameIndex>(children.items);
+    } catch (const std::bad_alloc&) {
+        // A search without it only takes longer.
+    }
+}
+
 JSONNODE* find_member(const JSONNODE* object, std::string_view name) {
     if (object == nullptr || object->type != JSON_NODE || !object->children) return nullptr;
     Children& children = *object->children;
     if (children.items.size() < NameIndex::kWorthwhileSize) return find_by_scan(children.items, name);
-    if (!children.index) children.index = std::make_unique<NameIndex>(children.items);
-    return children.index->find(name);
+    if (!children.index) build_index(children);
+    return children.index ? children.index->find(name) : find_by_scan(children.items, name);
 }
 
 }  // namespace
@@ -119,7 +128,7 @@ int json_push_back(JSONNODE* parent, JSONNODE* child) {
     Children& children = children_of(parent);
     children.items.push_back(child);
     child->parent = parent;
-    if (children.index) children.index->append(child);
+    qo_json::update_index(children, [child](NameIndex& names) { names.append(child); });
     return 1;
 }
 
@@ -129,7 +138,7 @@ JSONNODE_ITERATOR json_insert(JSONNODE* parent, JSONNODE_ITERATOR position, JSON
     Children& children = children_of(parent);
     children.items.insert(children.items.begin() + static_cast<std::ptrdiff_t>(index), child);
     child->parent = parent;
-    if (children.index) children.index->add(child, children.items);
+    qo_json::update_index(children, [&](NameIndex& names) { names.add(child, children.items); });
     return json_begin(parent) + index;
 }
 
@@ -141,16 +150,19 @@ JSONNODE_ITERATOR json_insert_multi(JSONNODE* parent, JSONNODE_ITERATOR position
     if (first == last) return position;
     if (index_of(parent, first) < json_size(parent)) return nullptr;
 
-    std::vector<JSONNODE*> copies;
+    std::vector<NodePtr> copies;
     copies.reserve(static_cast<size_t>(last - first));
     for (; first != last; ++first) {
-        if (JSONNODE* copy = json_duplicate(*first); copy != nullptr) {
-            copy->parent = parent;
-            copies.push_back(copy);
-        }
+        if (*first != nullptr) copies.emplace_back(json_duplicate(*first));
     }
     Children& children = children_of(parent);
-    children.items.insert(children.items.begin() + static_cast<std::ptrdiff_t>(index), copies.begin(), copies.end());
+    // Makes room for all of them first, so that nothing can fail once a copy has changed hands.
+    const auto place =
+        children.items.insert(children.items.begin() + static_cast<std::ptrdiff_t>(index), copies.size(), nullptr);
+    std::transform(copies.begin(), copies.end(), place, [parent](NodePtr& copy) {
+        copy->parent = parent;
+        return copy.release();
+    });
     children.index.reset();  // finding a place for each of many namesakes would cost more than a new index
     return json_begin(parent) + index;
 }

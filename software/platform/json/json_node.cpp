@@ -10,6 +10,7 @@
 
 namespace {
 
+using qo_json::NameIndex;
 using qo_json::NodePtr;
 using qo_json::Text;
 
@@ -27,16 +28,16 @@ std::string_view view_of(const char* bytes, size_t length) {
 
 JSONNODE* new_string(std::string_view name, std::string_view value) {
     if (!is_usable_text(name) || !is_usable_text(value)) return nullptr;
-    auto* node = new JSONNODE(JSON_STRING);
+    NodePtr node(new JSONNODE(JSON_STRING));
     node->name = Text(name);
     node->text = Text(value);
-    return node;
+    return node.release();
 }
 
 /// Null when the name is not valid UTF-8.
-JSONNODE* new_named(char type, const char* name) {
+NodePtr new_named(char type, const char* name) {
     if (!is_usable_text(view_of(name))) return nullptr;
-    JSONNODE* node = json_new(type);
+    NodePtr node(json_new(type));
     node->name = Text(view_of(name));
     return node;
 }
@@ -44,10 +45,12 @@ JSONNODE* new_named(char type, const char* name) {
 void rename_node(JSONNODE* node, std::string_view name) {
     if (node == nullptr || !is_usable_text(name)) return;
     Text renamed(name);  // first, because `name` may be a view of the old one
-    const auto* siblings = node->parent == nullptr ? nullptr : node->parent->children.get();
-    if (siblings != nullptr && siblings->index) siblings->index->remove(node);
+    auto* siblings = node->parent == nullptr ? nullptr : node->parent->children.get();
+    if (siblings != nullptr) qo_json::update_index(*siblings, [node](NameIndex& names) { names.remove(node); });
     node->name = std::move(renamed);
-    if (siblings != nullptr && siblings->index) siblings->index->add(node, siblings->items);
+    if (siblings != nullptr) {
+        qo_json::update_index(*siblings, [&](NameIndex& names) { names.add(node, siblings->items); });
+    }
 }
 
 /// Releases all nodes below `root`. Goes down by taking the last child off its list and up by the parent, so it
@@ -122,15 +125,15 @@ JSONNODE* json_new_a_n(const char* name, size_t name_length, const char* value, 
 }
 
 JSONNODE* json_new_i(const char* name, int64_t value) {
-    JSONNODE* node = new_named(JSON_NUMBER, name);
-    if (node != nullptr) node->text = Text(std::to_string(value));
-    return node;
+    NodePtr node = new_named(JSON_NUMBER, name);
+    if (node) node->text = Text(std::to_string(value));
+    return node.release();
 }
 
 JSONNODE* json_new_b(const char* name, int value) {
-    JSONNODE* node = new_named(JSON_BOOL, name);
-    if (node != nullptr) node->boolean = value != 0;
-    return node;
+    NodePtr node = new_named(JSON_BOOL, name);
+    if (node) node->boolean = value != 0;
+    return node.release();
 }
 
 JSONNODE* json_duplicate(const JSONNODE* node) {

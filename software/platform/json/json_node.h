@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <vector>
 
@@ -18,6 +19,18 @@ struct Children {
     std::vector<JSONNODE*> items;      // owned by the node
     std::unique_ptr<NameIndex> index;  // built by the first search of a large object
 };
+
+/// Keeps the index up, if there is one, by `update(index)`. Where memory is short the index is given up instead: the
+/// next search builds it again, and the change that made the update necessary cannot fail any more.
+template <typename Update>
+void update_index(Children& children, Update update) noexcept {
+    if (!children.index) return;
+    try {
+        update(*children.index);
+    } catch (const std::bad_alloc&) {
+        children.index.reset();
+    }
+}
 
 struct DeleteNode {
     void operator()(JSONNODE* node) const { json_delete(node); }

@@ -23,8 +23,8 @@ class ResourceMgr;
 
 /// The service: owns the store, the registry and the service queue, and answers one request at a time. Main thread
 /// only, which also is the one that systemd's watchdog watches. Every handler logs its failures and returns 0 for
-/// success, -1 or an error code 5000x; none throws for a request, and what one leaves changed on failure is said with
-/// it.
+/// success, -1 or an error code 5000x, and what one leaves changed on failure is said with it. None throws for a
+/// request, unless memory is short; execute() then ends that request.
 class PushPullData {
 public:
     /// Creates the store and the registry, and the statistics when they are wanted. Opens nothing yet.
@@ -156,6 +156,8 @@ private:
     void close_service_queue();
     std::optional<int> handle_message(const char* message, ssize_t received, std::string& text, QoProcessApi& request,
                                       double started_at);
+    bool parse_message(const char* message, ssize_t received, std::string& text, QoProcessApi& request);
+    void reset();
     int announce_reset(eQO_CMP_IDs_ comp_id);
     void restart_remote_gateway();
     int notify_subscribers(eQO_CMP_IDs_ comp_id, const std::string& json, JSONNODE* published);

@@ -7,7 +7,8 @@
 /// - Ownership: nodes handed in stay the caller's and are not changed, unless they are named as a
 ///   destination, response or list.
 /// - Results: 0 for success, -1 for failure. A failure is logged where it is found and nothing throws,
-///   but for JsonNodeToPtr of null.
+///   but for JsonNodeToPtr of null and where memory is short: std::bad_alloc then leaves every tree well-formed,
+///   with what was changed before it, and no lock held.
 /// - Bounds: a JSON text is at most JSON_MAX_PARSE_DEPTH levels deep and every merge starts at the root,
 ///   so neither the data tree nor the subscription tree gets deeper than a text can be. Whatever recurses
 ///   here goes down one of these two and so ends there, also when the other side is the skeleton of a
@@ -273,6 +274,9 @@ private:
     int AddElement(JSONNODE* array, JSONNODE* element, int32_t index, const MergeScope& scope);
     int MergeMember(JSONNODE* object, JSONNODE* member, const MergeScope& scope);
     int AddMember(JSONNODE* object, JSONNODE* member, const MergeScope& scope);
+    /// Merges a part of the default tree into the data tree, metadata included. The caller holds `mutex_` while
+    /// requests are served.
+    int MergeDefaults(JSONNODE* defaults, bool update_leaves);
     Fit FitDestination(JSONNODE* destination, JSONNODE* source, const MergeScope& scope);
     /// A new node of what the rules leave of the source, for the caller; null when that merge fails.
     JSONNODE* BuildNode(JSONNODE* source, const MergeScope& scope);

@@ -19,7 +19,7 @@ private:
     int value_;
 };
 
-/// Closes it in the end; errno stays as it was. -1 is none.
+/// Closes it in the end; errno stays as it was. -1 is none. That of a message queue is one as well.
 class QoDescriptor {
 public:
     explicit QoDescriptor(int value = -1) : value_(value) {}
@@ -38,6 +38,8 @@ public:
     QoDescriptor& operator=(const QoDescriptor&) = delete;
 
     int get() const { return value_; }
+    /// Hands it to the caller, who closes it.
+    int release() { return std::exchange(value_, -1); }
     explicit operator bool() const { return value_ >= 0; }
 
 private:

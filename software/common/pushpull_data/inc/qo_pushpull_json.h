@@ -17,7 +17,7 @@
 struct QoJsonDelete {
     void operator()(JSONNODE* node) const { json_delete(node); }
 };
-/// Owns one node with everything below it; release() at the moment a parent takes it over.
+/// Owns one node with everything below it; qo_json_push_back hands it to a parent.
 using QoJsonNode = std::unique_ptr<JSONNODE, QoJsonDelete>;
 
 struct QoJsonFree {
@@ -99,10 +99,18 @@ inline std::optional<int32_t> qo_json_int32(const JSONNODE* node) {
     return static_cast<int32_t>(value);
 }
 
+/// Appends `child` to `parent`, which owns it from then on.
+/// @return false when the parent cannot take it, or for a null node; the child is deleted then, as when this throws.
+inline bool qo_json_push_back(JSONNODE* parent, QoJsonNode child) {
+    if (json_push_back(parent, child.get()) == 0) return false;
+    static_cast<void>(child.release());
+    return true;
+}
+
 /// An array element that holds nothing but its position, so that the elements behind it keep theirs.
 inline QoJsonNode qo_json_placeholder(size_t position) {
     QoJsonNode placeholder(json_new(JSON_NODE));
-    json_push_back(placeholder.get(), json_new_i("id", static_cast<int64_t>(position)));
+    qo_json_push_back(placeholder.get(), QoJsonNode(json_new_i("id", static_cast<int64_t>(position))));
     return placeholder;
 }
 

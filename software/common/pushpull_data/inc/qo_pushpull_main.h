@@ -7,7 +7,8 @@
 ///
 /// Options: -l collect statistics; -v log the version and go on; -m NAME read the queue "/pushpull" followed by
 /// NAME; -d ARG accepted, without effect; -y ARG ends the process with abort().
-/// @return the exit status: 0 after an exit request or a caught exception; 1 for a bad option, with nothing
+/// @return the exit status: 0 after an exit request or a caught exception, which makes systemd start the service again;
+/// 1 for a bad option, with nothing
 ///         created, and when the service had to end (PushPullData::exit_status). A SIGTERM ends the process with status
 ///         0 from inside this call.
 int pushpull_main(int argc, char* argv[]);

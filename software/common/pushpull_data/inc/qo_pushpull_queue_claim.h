@@ -8,6 +8,8 @@
 #include <chrono>
 #include <string>
 
+#include "qo_pushpull_descriptor.h"
+
 /// Settings of a claim; the service uses the defaults.
 struct QoQueueClaimTimings {
     std::chrono::milliseconds patience{1000};  // a killed process holds its claim until its memory is freed
@@ -16,7 +18,7 @@ struct QoQueueClaimTimings {
 
 /// Holds a service queue for this process. The claim is an advisory lock on a descriptor of its own, so it ends with
 /// the process, however that ends; programs that the process runs do not inherit it. No message is touched.
-/// Main thread only.
+/// Main thread only. The end of the object lets the queue go, which stays in the system.
 class QoServiceQueueClaim {
 public:
     enum class Result {
@@ -27,8 +29,6 @@ public:
     };
 
     explicit QoServiceQueueClaim(QoQueueClaimTimings timings = {});
-    /// Lets the queue go, which stays in the system.
-    ~QoServiceQueueClaim();
     QoServiceQueueClaim(const QoServiceQueueClaim&) = delete;
     QoServiceQueueClaim& operator=(const QoServiceQueueClaim&) = delete;
 
@@ -45,7 +45,7 @@ private:
     bool lock(const std::string& name, mqd_t descriptor) const;
 
     const QoQueueClaimTimings timings_;
-    mqd_t held_ = -1;  // -1: nothing is held
+    QoDescriptor held_;
 };
 
 #endif

@@ -91,7 +91,6 @@ private:
     bool is_used(int32_t slot) const;
     const resource* find_queue_of(eQO_CMP_IDs_ comp_id) const;
     int32_t confirm_registration(const resource& entry, const std::string& queue_name) const;
-    int32_t store_component(int32_t slot, eQO_CMP_IDs_ comp_id, const std::string& queue_name, mqd_t descriptor);
 
     std::unique_ptr<resource> Tbl[QO_MAX_RESOURCES];  // a null pointer is a free slot
     int32_t index;                                    // last used slot, -1 when the table is empty

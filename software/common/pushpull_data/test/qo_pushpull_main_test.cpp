@@ -21,6 +21,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 std::function<void()> when_ready;      // at the end of the start-up
+std::vector<std::string> notified;     // what systemd was told
 std::function<void()> before_receive;  // when the service looks into its queue
 std::function<void()> before_load;     // when the start-up comes to the data tree
 std::vector<unsigned> pauses;          // seconds, of every sleep
@@ -47,8 +48,9 @@ unsigned __wrap_sleep(unsigned seconds) {
     return left;
 }
 
-int __wrap_sd_notify(int, const char*) {
-    if (when_ready) when_ready();
+int __wrap_sd_notify(int, const char* state) {
+    notified.emplace_back(state);
+    if (when_ready && notified.back() == "READY=1") when_ready();
     return 0;
 }
 
@@ -73,6 +75,7 @@ protected:
         when_ready = [this] { post_exit(queue_); };
         before_receive = nullptr;
         before_load = nullptr;
+        notified.clear();
         pauses.clear();
         interrupted_once_after = 0;
     }
@@ -199,10 +202,16 @@ TEST_F(Main, InitRequestStartsAgainOnTheQueueOfTheInstance) {
     EXPECT_EQ(foo.count(), 0) << "the request to exit was read there";
 }
 
-TEST_F(Main, ExceptionEndsTheProcessWithStatusZeroAndACriticalLine) {
+TEST_F(Main, ExceptionEndsTheProcessWithStatusZeroAndACriticalLineAndIsStartedAgain) {
     before_receive = [] { throw std::runtime_error("no more"); };
     EXPECT_EQ(run({}), 0);
     EXPECT_TRUE(log_.contains(LOG_CRIT, "exception no more"));
+    EXPECT_THAT(notified, ElementsAre("READY=1", "WATCHDOG=trigger"));
+}
+
+TEST_F(Main, ExitRequestIsNotStartedAgain) {
+    EXPECT_EQ(run({}), 0);
+    EXPECT_THAT(notified, ElementsAre("READY=1"));
 }
 
 TEST_F(Main, ExceptionDuringTheStartUpEndsTheProcessWithStatusOneBeforeItIsReady) {

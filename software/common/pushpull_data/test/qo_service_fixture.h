@@ -73,7 +73,7 @@ protected:
         for (const auto& entry : std::filesystem::directory_iterator(QO_DATA_DIRECTORY)) {
             if (entry.is_regular_file()) std::filesystem::remove(entry);
         }
-        std::ofstream(std::string(QO_DEFAULTS_DIRECTORY) + QO_DEFAULTS_FILE) << kDefaultTree;
+        std::ofstream(std::filesystem::path(QO_DEFAULTS_DIRECTORY) / QO_DEFAULTS_FILE) << kDefaultTree;
         service_ = std::make_unique<PushPullData>(statistics);
         service_->init("");
         log_.clear();
