@@ -1,6 +1,5 @@
 #include "qo_pushpull_file_replacement.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -12,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "qo_pushpull_directory.h"
 #include "qo_pushpull_life.h"
 
 namespace {
@@ -24,27 +24,6 @@ constexpr char kFormerExtension[] = ".former.";
 constexpr mode_t kFileMode = 0640;
 constexpr size_t kCopyChunk = 16384;  // bytes
 constexpr int kClaimAttempts = 16;    // names that are tried, one number after the other
-
-/// The names in a directory; none when it cannot be read. Not by std::filesystem, whose iterator ends the process when
-/// it gets no memory.
-class Directory {
-public:
-    explicit Directory(const std::string& path) : directory_(opendir(path.empty() ? "." : path.c_str())) {}
-    ~Directory() {
-        if (directory_ != nullptr) closedir(directory_);
-    }
-    Directory(const Directory&) = delete;
-    Directory& operator=(const Directory&) = delete;
-
-    /// Null after the last one. Valid until the next call.
-    const char* next() {
-        const dirent* entry = directory_ == nullptr ? nullptr : readdir(directory_);
-        return entry == nullptr ? nullptr : static_cast<const char*>(entry->d_name);
-    }
-
-private:
-    DIR* directory_;
-};
 
 bool write_all(int descriptor, std::string_view text) {
     while (!text.empty()) {
@@ -232,7 +211,7 @@ bool QoFileReplacement::put_in_place() {
 void QoFileReplacement::remove_strays(const std::string& path) {
     const fs::path file(path);
     const std::string base_name = file.filename();
-    Directory directory(file.parent_path());
+    QoDirectory directory(file.parent_path());
     std::vector<std::string> strays;
     while (const char* name = directory.next()) {
         if (is_stray_of(name, base_name)) {

@@ -1,36 +1,34 @@
 // The rotated log file of the statistics.
-#include <glob.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <exception>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "qo_pushpull_constants.h"
+#include "qo_pushpull_directory.h"
 #include "qo_util_log_file_manager.h"
 #include "qo_utilities_zlib.h"
 
 namespace {
 
-/// The names that a pattern stands for, sorted.
-class QoGlob {
-public:
-    explicit QoGlob(const std::string& pattern) : found_(glob(pattern.c_str(), GLOB_ERR, nullptr, &names_) == 0) {}
-    ~QoGlob() { globfree(&names_); }
-    QoGlob(const QoGlob&) = delete;
-    QoGlob& operator=(const QoGlob&) = delete;
-
-    char** begin() const { return names_.gl_pathv; }
-    char** end() const { return names_.gl_pathv + (found_ ? names_.gl_pathc : 0); }
-
-private:
-    glob_t names_{};
-    bool found_;
-};
+/// The files in a folder whose names end like this, with their paths, sorted; not the hidden ones.
+std::vector<std::string> files_that_end_with(const std::string& folder, const std::string& ending) {
+    std::vector<std::string> paths;
+    QoDirectory directory(folder);
+    while (const char* name = directory.next()) {
+        if (*name != '.' && std::string_view(name).ends_with(ending)) paths.push_back(folder + "/" + name);
+    }
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
 
 tm utc(time_t time) {
     tm broken_down{};
@@ -189,11 +187,11 @@ void QoUtilLogFileManager::removeOldArchives() {
     const std::string pattern = _logPathName + "/*_" + _logFileName + ".gz";
     syslog(LOG_DEBUG, "LOG: removeOldArchives '%s'", pattern.c_str());
     const time_t oldest = clock_() - QO_ARCHIVE_LIFE_S;
-    for (const char* archive : QoGlob(pattern)) {
+    for (const std::string& archive : files_that_end_with(_logPathName, "_" + _logFileName + ".gz")) {
         struct stat status {};
-        if (stat(archive, &status) != 0 || status.st_mtime >= oldest) continue;
-        syslog(LOG_INFO, "LOG: removing log archive '%s'", archive);
-        if (remove(archive) != 0) syslog(LOG_WARNING, "LOG: remove archive failed: '%s'", archive);
+        if (stat(archive.c_str(), &status) != 0 || status.st_mtime >= oldest) continue;
+        syslog(LOG_INFO, "LOG: removing log archive '%s'", archive.c_str());
+        if (remove(archive.c_str()) != 0) syslog(LOG_WARNING, "LOG: remove archive failed: '%s'", archive.c_str());
     }
 }
 
