@@ -25,9 +25,7 @@
 
 namespace {
 
-using testing::EndsWith;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 QoFaults* faults = nullptr;
 
@@ -289,7 +287,7 @@ int main(int argc, char** argv) {
         if (mkdtemp(name) == nullptr) return 1;
         const QoFaults made(std::string(name) + "/");
         setenv(folder, name, 1);
-        for (std::string variable : made.environment()) {
+        for (const std::string& variable : made.environment()) {
             const size_t sign = variable.find('=');
             setenv(variable.substr(0, sign).c_str(), variable.substr(sign + 1).c_str(), 1);
         }

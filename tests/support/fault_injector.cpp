@@ -261,15 +261,10 @@ __attribute__((constructor)) void attach() {
 
 // ---- open
 
+namespace {
 // The mode is there only where a file may be made.
-#define QO_MODE_OF(flags, mode)                   \
-    unsigned mode = 0;                            \
-    if (((flags) & (O_CREAT | O_TMPFILE)) != 0) { \
-        va_list list;                             \
-        va_start(list, flags);                    \
-        mode = va_arg(list, unsigned);            \
-        va_end(list);                             \
-    }
+bool has_mode(int flags) { return (flags & (O_CREAT | O_TMPFILE)) != 0; }
+}  // namespace
 
 #define QO_OPEN(name)                                                                                            \
     namespace {                                                                                                  \
@@ -277,7 +272,10 @@ __attribute__((constructor)) void attach() {
     }                                                                                                            \
     extern "C" __attribute__((visibility("default"))) int qo_fault_##name(const char*, int, ...) __asm__(#name); \
     int qo_fault_##name(const char* path, int flags, ...) {                                                      \
-        QO_MODE_OF(flags, mode)                                                                                  \
+        va_list list;                                                                                            \
+        va_start(list, flags);                                                                                   \
+        const unsigned mode = has_mode(flags) ? va_arg(list, unsigned) : 0;                                      \
+        va_end(list);                                                                                            \
         return decide(kQoOpen, #name, path).fails() ? -1 : next_##name(path, flags, mode);                       \
     }
 QO_OPEN(open)
@@ -289,7 +287,10 @@ QO_OPEN(open64)
     }                                                                                                                 \
     extern "C" __attribute__((visibility("default"))) int qo_fault_##name(int, const char*, int, ...) __asm__(#name); \
     int qo_fault_##name(int folder, const char* path, int flags, ...) {                                               \
-        QO_MODE_OF(flags, mode)                                                                                       \
+        va_list list;                                                                                                 \
+        va_start(list, flags);                                                                                        \
+        const unsigned mode = has_mode(flags) ? va_arg(list, unsigned) : 0;                                           \
+        va_end(list);                                                                                                 \
         return decide(kQoOpen, #name, path).fails() ? -1 : next_##name(folder, path, flags, mode);                    \
     }
 QO_OPENAT(openat)

@@ -12,25 +12,20 @@
 #include <sys/syscall.h>
 
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <sstream>
 #include <thread>
 
 #include "call_cutter.h"
 #include "component.h"
+#include "saved_files.h"
 #include "service_process.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char kDataDirectory[] = "/kivo/data/";
-constexpr char kSavedFile[] = "/kivo/data/saved_tree.json";
-constexpr char kBackUpFile[] = "/kivo/data/saved_tree.json.bak";
 constexpr eQO_CMP_IDs_ kPublisher = QO_CMPID_DEMO;
 
 // Of the calls of a save, every so many are tried; a save by the timer takes its five seconds.
@@ -69,35 +64,6 @@ constexpr Situation kSituations[] = {
      QoSaver::kTimerThread},
 };
 
-std::string text_of(const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
-
-void write_file(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
-
-/// The same tree with another value in it: its CRC is wrong.
-std::string hand_edited(std::string text) {
-    const std::string member = "\"schemaVersion\": \"";
-    text.insert(text.find(member) + member.size(), "9");
-    return text;
-}
-
-std::vector<std::string> files_in_data_directory() {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(kDataDirectory)) {
-        if (entry.is_regular_file()) names.push_back(entry.path().filename());
-    }
-    return names;
-}
-
-/// Two places with one number, so that a mixture shows.
-std::string tree_number(int number) {
-    const std::string text = std::to_string(number);
-    return R"({"version":{"schemaVersion":")" + text + R"("},"system":{"config":{"name":"tree )" + text + R"("}}})";
-}
-
 /// From now on this thread and what it starts can make no hard links, as on a file system without them.
 void refuse_hard_links() {
     sock_filter rules[] = {
@@ -124,10 +90,10 @@ protected:
         Component component(service(), kPublisher);
         for (int number = 0; number <= 3; ++number) {
             if (number > 0) {
-                ASSERT_EQ(component.api().publish(kPublisher, tree_number(number)), 0);
+                ASSERT_EQ(component.api().publish(kPublisher, qo_tree_number(number)), 0);
             }
             save(component);
-            texts_.push_back(text_of(kSavedFile));
+            texts_.push_back(qo_text_of(kQoSavedFile));
         }
         ASSERT_THAT(texts_, testing::SizeIs(4));
         kill_service();
@@ -154,11 +120,11 @@ protected:
     }
 
     void prepare_disk() const {
-        for (const std::string& name : files_in_data_directory()) fs::remove(kDataDirectory + name);
+        for (const std::string& name : qo_files_in_data_directory()) fs::remove(kQoDataDirectory + name);
         if (GetParam().disk == Disk::kEmpty) return;
         const bool discarded = GetParam().disk != Disk::kSaved;
-        write_file(kSavedFile, discarded ? hand_edited(texts_[1]) : texts_[1]);
-        if (GetParam().disk == Disk::kDiscardedFileAndBackUp) write_file(kBackUpFile, texts_[1]);
+        qo_write_file(kQoSavedFile, discarded ? qo_hand_edited(texts_[1]) : texts_[1]);
+        if (GetParam().disk == Disk::kDiscardedFileAndBackUp) qo_write_file(kQoBackUpFile, texts_[1]);
     }
 
     /// The tree before the cut save: the number of the one that was saved or loaded last.
@@ -175,12 +141,12 @@ protected:
         {
             Component component(service(), kPublisher);
             if (GetParam().first_save == FirstSave::kMade) {
-                EXPECT_EQ(component.api().publish(kPublisher, tree_number(2)), 0);
+                EXPECT_EQ(component.api().publish(kPublisher, qo_tree_number(2)), 0);
                 save(component);
             }
             const bool by_request = GetParam().saver == QoSaver::kMainThread;
             if (by_request) {
-                EXPECT_EQ(component.api().publish(kPublisher, tree_number(3)), 0);
+                EXPECT_EQ(component.api().publish(kPublisher, qo_tree_number(3)), 0);
             }
             // The store's own timer thread must not be the first new one to be seen.
             if (!by_request && GetParam().first_save == FirstSave::kNone) start_timer_thread(component);
@@ -188,7 +154,7 @@ protected:
             QoCallCutter cutter(service().pid(), GetParam().saver);
             calls = cutter.cut(call, [&] {
                 EXPECT_EQ(by_request ? component.api().flush(kPublisher)
-                                     : component.api().publish(kPublisher, tree_number(3)),
+                                     : component.api().publish(kPublisher, qo_tree_number(3)),
                           0);
             });
             EXPECT_TRUE(service().wait_for_end());
@@ -198,7 +164,7 @@ protected:
 
     /// Lets the system library start the thread that waits for timers; it stays from then on.
     void start_timer_thread(Component& component) {
-        EXPECT_EQ(component.api().publish(kPublisher, tree_number(previous())), 0);
+        EXPECT_EQ(component.api().publish(kPublisher, qo_tree_number(previous())), 0);
         component.fence();
     }
 
@@ -208,14 +174,14 @@ protected:
         ++cut_points_;
         start(HardLinks::kMade);
         const bool clean = testing::Matches(testing::Each(testing::AnyOf("saved_tree.json", "saved_tree.json.bak")))(
-            files_in_data_directory());
+            qo_files_in_data_directory());
         EXPECT_TRUE(clean) << "stray files after the start";
         {
             Component component(service(), kPublisher);
             save(component);
         }
         kill_service();
-        const std::string tree = text_of(kSavedFile);
+        const std::string tree = qo_text_of(kQoSavedFile);
         const bool last = tree == texts_[3];
         const bool before = tree == texts_[static_cast<size_t>(previous())];
         EXPECT_TRUE(last || before) << tree;
@@ -253,21 +219,13 @@ INSTANTIATE_TEST_SUITE_P(System, CrashDuringSave, testing::ValuesIn(kSituations)
                              return std::string(situation.param.name);
                          });
 
-/// Takes "NAME=NUMBER" into `value`. @return whether the word is that
-bool take_option(std::string_view word, std::string_view name, size_t& value) {
-    if (!word.starts_with(name)) return false;
-    word.remove_prefix(name.size());
-    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
-    return error == std::errc() && end == word.data() + word.size() && value > 0;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     for (int i = 1; i < argc; ++i) {
-        if (!take_option(argv[i], "--request-step=", request_step) &&
-            !take_option(argv[i], "--timer-step=", timer_step)) {
+        if (!qo_take_option(argv[i], "--request-step=", request_step) &&
+            !qo_take_option(argv[i], "--timer-step=", timer_step)) {
             std::cerr << "usage: " << argv[0] << " [--request-step=N] [--timer-step=N]\n";
             return 2;
         }
