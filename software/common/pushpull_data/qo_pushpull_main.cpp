@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <chrono>
 #include <exception>
 #include <memory>
 #include <string>
