@@ -9,9 +9,13 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <memory>
+#include <optional>
 #include <thread>
 
 #include "component.h"
@@ -154,6 +158,94 @@ TEST_F(ServiceQueue, OfAnotherUserIsMadeAnewAndNothingInItIsServed) {
         service().send_signal(SIGKILL);
         ASSERT_TRUE(service().wait_for_end());
     }
+}
+
+// What becomes of a service that nobody can reach any more, and of what it had not saved.
+class LostQueue : public RunningService {
+protected:
+    void SetUp() override {
+        RunningService::SetUp();
+        if (IsSkipped()) return;
+        Component component(service(), kComponent);
+        ASSERT_EQ(component.api().publish(component.id(), R"({"version":{"schemaVersion":"77"}})"), 0);
+        component.fence();
+    }
+    void TearDown() override {
+        mq_unlink("/pushpull");
+        RunningService::TearDown();
+    }
+    void expect_save_and_failure() {
+        const std::optional<int> status = service().wait_for_end();
+        ASSERT_TRUE(status) << "it goes on";
+        ASSERT_TRUE(WIFEXITED(*status));
+        EXPECT_EQ(WEXITSTATUS(*status), 1);
+        const std::vector<QoLogLine> log = events().log();
+        EXPECT_EQ(std::count(log.begin(), log.end(),
+                             QoLogLine{LOG_CRIT, "QoPushPullQueueMonitor: Queue /pushpull was removed"}),
+                  1);
+        std::ostringstream saved;
+        saved << std::ifstream("/kivo/data/saved_tree.json").rdbuf();
+        EXPECT_THAT(saved.str(), HasSubstr(R"("schemaVersion": "77")"));
+    }
+};
+
+TEST_F(LostQueue, IsNoticedAndTheServiceSavesAndEndsToBeStartedAgain) {
+    ASSERT_EQ(mq_unlink("/pushpull"), 0);
+    expect_save_and_failure();
+}
+
+TEST_F(LostQueue, IsNoticedAlsoWhenSomebodyHasMadeItAgain) {
+    ASSERT_EQ(mq_unlink("/pushpull"), 0);
+    mq_attr small{};
+    small.mq_maxmsg = 1;
+    small.mq_msgsize = 16;
+    const mqd_t other = mq_open("/pushpull", O_RDWR | O_CREAT | O_EXCL, 0660, &small);
+    ASSERT_NE(other, -1);
+    expect_save_and_failure();
+    mq_close(other);
+}
+
+TEST_F(LostQueue, IsNoticedWhileRequestsStillCome) {
+    std::atomic<bool> ended{false};
+    std::thread sender([&] {
+        while (!ended) service().post_bytes("no request");  // by a descriptor that was opened before
+    });
+    EXPECT_EQ(mq_unlink("/pushpull"), 0);
+    expect_save_and_failure();
+    ended = true;
+    while (service().take_request()) continue;
+    sender.join();
+}
+
+TEST_F(LostQueue, IsNoticedAfterAnInitRequestToo) {
+    ASSERT_TRUE(service().post(R"({"function":"init","arg":{"comp_id":1102,"buffer":"true"}})"));
+    ASSERT_TRUE(events().wait_for_notifications(2));
+    Component component(service(), kComponent);
+    ASSERT_EQ(component.api().publish(component.id(), R"({"version":{"schemaVersion":"77"}})"), 0);
+    component.fence();
+    ASSERT_EQ(mq_unlink("/pushpull"), 0);
+    expect_save_and_failure();
+}
+
+class LostComponentQueue : public RunningService {};
+
+TEST_F(LostComponentQueue, IsReachedAgainAfterItsComponentHasRegisteredAgain) {
+    Component publisher(service(), kComponent);
+    const eQO_CMP_IDs_ id = QO_CMPID_TESTPUBLISHER;
+    std::optional<Component> removed(std::in_place, service(), id);
+    ASSERT_EQ(removed->api().subscribe(id, "/version", false), 0);
+    removed->fence();
+    ASSERT_EQ(mq_unlink(removed->queue_name().c_str()), 0);
+    const std::unique_ptr<QoPushpullReceiveQueue> made_again(
+        publisher.api().create_receive_queue(removed->queue_name(), 8, 8192));
+    ASSERT_NE(made_again, nullptr);
+    ASSERT_EQ(removed->api().comp_register(id, removed->queue_name(), nullptr), 0);
+    const std::string text = R"({"version":{"schemaVersion":"9"}})";
+    ASSERT_EQ(publisher.api().publish(publisher.id(), text), 0);
+    publisher.fence();
+    ASSERT_EQ(made_again->current_messages(), 1);
+    ASSERT_GT(made_again->timed_receive(kQoPatience), 0);
+    EXPECT_EQ(made_again->get_queue_buffer(), text);
 }
 
 TEST_F(ServiceQueue, SmallerThanAskedForIsLoggedAndServed) {

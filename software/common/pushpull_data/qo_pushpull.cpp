@@ -114,10 +114,12 @@ bool PushPullData::open_service_queue(const std::string& suffix) {
     }
     syslog(LOG_DEBUG, "PushPullData MessageQueue: %s Message queue successfully opened", QO_SERVICE_QUEUE_NAME);
     resource_mgr->monitor().addQueue(name, QO_CMPID_PUSHPULL, mq_pushpull_queue_hndl);
+    resource_mgr->monitor().superviseName(name, mq_pushpull_queue_hndl, [wait = request_wait_] { wait->interrupt(); });
     return true;
 }
 
 void PushPullData::close_service_queue() {
+    resource_mgr->monitor().forgetName();
     if (mq_pushpull_queue_hndl > 0) mq_close(mq_pushpull_queue_hndl);
     mq_pushpull_queue_hndl = 0;
 }
@@ -186,7 +188,10 @@ int PushPullData::execute() {
     while (!must_end_) {
         const std::optional<ssize_t> message = request_wait_->receive(
             mq_pushpull_queue_hndl, buffer.data(), static_cast<size_t>(QO_QUEUE_MSGSIZE), watchdog_->longest_wait());
-        if (!message) continue;
+        if (!message) {
+            leave_lost_queue();
+            continue;
+        }
         const ssize_t received = *message;
         const double started_at = qo_pushpull_get_timestamp();
         if (pushpull_stats) resource_mgr->monitor().incQueueStats(mq_pushpull_queue_hndl);
@@ -198,6 +203,13 @@ int PushPullData::execute() {
         if (pushpull_stats) pushpull_stats->inc_active_time(qo_pushpull_get_timestamp() - started_at);
     }
     return exit_status();
+}
+
+// Nobody can reach the service any more. The next one makes the queue anew.
+void PushPullData::leave_lost_queue() {
+    // A failure is logged; the end does not wait for a disk.
+    [[maybe_unused]] const int saved = data_mgr->SaveDataTree(false);
+    end_with_failure();
 }
 
 std::optional<int> PushPullData::handle_message(const char* message, ssize_t received, std::string& text,

@@ -31,7 +31,7 @@ std::mutex saving_mutex;
 std::optional<std::string> text_of_crc(const std::string& digits) {
     const QoJsonNode crc_alone(json_new(JSON_NODE));
     // Refused only when the member could not be made.
-    if (json_push_back(crc_alone.get(), json_new_a("crc", digits.c_str())) == 0) {
+    if (!qo_json_push_back(crc_alone.get(), QoJsonNode(json_new_a("crc", digits.c_str())))) {
         return std::nullopt;
     }
     constexpr std::string_view closing = "\n}";

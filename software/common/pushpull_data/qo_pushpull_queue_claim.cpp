@@ -81,7 +81,7 @@ QoServiceQueueClaim::Result QoServiceQueueClaim::take_once(const std::string& na
     if (holds(status)) return Result::held;
     if (!lock(name, queue.get())) return Result::refused;
     // Whoever waited for the lock may have got that of a queue that was removed meanwhile.
-    again = fstat(queue.get(), &status) == 0 && status.st_nlink == 0;
+    again = qo_is_unlinked(queue.get());
     if (again) return Result::refused;
     report_weaknesses(name, queue.get(), status, wanted);
     held_ = std::move(queue);

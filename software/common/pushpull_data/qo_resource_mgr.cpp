@@ -63,7 +63,7 @@ int32_t ResourceMgr::comp_register(eQO_CMP_IDs_ comp_id, std::string queue_name,
         syslog(LOG_ERR, "Res Mgr Table Full , ERR_CODE:%d", QO_ERR_REGISTRY_FULL);
         return QO_ERR_REGISTRY_FULL;
     }
-    if (Tbl[slot]) return confirm_registration(*Tbl[slot], queue_name);
+    if (Tbl[slot]) return confirm_registration(*Tbl[slot], queue_name, attributes);
     auto entry = std::make_unique<resource>();
     entry->set_unit_id(comp_id);
     entry->set_queue_name(queue_name);
@@ -81,11 +81,29 @@ int32_t ResourceMgr::comp_register(eQO_CMP_IDs_ comp_id, std::string queue_name,
     return 0;
 }
 
-int32_t ResourceMgr::confirm_registration(const resource& entry, const std::string& queue_name) const {
+int32_t ResourceMgr::confirm_registration(resource& entry, const std::string& queue_name, const mq_attr* attributes) {
     if (entry.get_queue_name() != queue_name) {
         syslog(LOG_CRIT, "Register WARNING: Component (%d) already registered but with different queue %s",
                entry.get_unit_id(), queue_name.c_str());
+        return 0;
     }
+    if (!qo_is_unlinked(entry.getMsg_queue_descriptor())) return 0;
+    syslog(LOG_WARNING, "ResourceMgr MessageQueue: %s of component %d was removed, opening it anew", queue_name.c_str(),
+           entry.get_unit_id());
+    return reopen_queue(entry, attributes);
+}
+
+// Nobody reads the queue that the entry has.
+int32_t ResourceMgr::reopen_queue(resource& entry, const mq_attr* attributes) {
+    const std::string queue_name = entry.get_queue_name();
+    QoDescriptor queue(open_msg_queue(queue_name, attributes));
+    if (!queue) {
+        syslog(LOG_ERR, "ResourceMgr MessageQueue: mq_open: - failed: ERR_CODE : %d", QO_ERR_QUEUE_OPEN);
+        return QO_ERR_QUEUE_OPEN;
+    }
+    queue_monitor->addQueue(queue_name, entry.get_unit_id(), queue.get());
+    close_msg_queue(entry.getMsg_queue_descriptor());
+    entry.set_msg_queue_descriptor(queue.release());
     return 0;
 }
 

@@ -104,6 +104,16 @@ void QoPushPullQueueMonitor::addQueue(const std::string& name, eQO_CMP_IDs_ comp
     _monitoredQueues.push_back(std::move(queue));
 }
 
+void QoPushPullQueueMonitor::superviseName(const std::string& name, mqd_t descriptor, std::function<void()> removed) {
+    const std::lock_guard<QoPushpullMutex> guard(_mutexList);
+    named_ = Named{name, descriptor, std::move(removed)};
+}
+
+void QoPushPullQueueMonitor::forgetName() {
+    const std::lock_guard<QoPushpullMutex> guard(_mutexList);
+    named_.reset();
+}
+
 template <typename Key>
 void QoPushPullQueueMonitor::remove_matching(const Key& key) {
     const std::lock_guard<QoPushpullMutex> guard(_mutexList);

@@ -7,6 +7,7 @@
 #include <optional>
 #include <utility>
 
+#include "qo_pushpull_descriptor.h"
 #include "qo_pushpull_queue_monitor.h"
 #include "qo_pushpull_restart_script.h"
 #include "qo_pushpull_sigterm_mask.h"
@@ -68,6 +69,7 @@ void QoPushPullQueueMonitor::monitorThread() {
     while (_runMonitor) {
         pause(settings_.poll);
         qo_reap_commands();
+        if (_runMonitor) attempt([this] { return look_at_name(), true; });
         const bool stuck = _runMonitor && attempt([this] { return !poll_queues(); });
         if (!stuck) continue;
         attempt([this] { return report_failure(), true; });
@@ -84,6 +86,14 @@ void QoPushPullQueueMonitor::monitorThread() {
 void QoPushPullQueueMonitor::pause(std::chrono::milliseconds duration) {
     std::unique_lock guard(pause_mutex_);
     pause_ended_.wait_for(guard, duration, [this] { return !_runMonitor; });
+}
+
+void QoPushPullQueueMonitor::look_at_name() {
+    const std::lock_guard list(_mutexList);
+    if (!named_ || !qo_is_unlinked(named_->descriptor)) return;
+    syslog(LOG_CRIT, "QoPushPullQueueMonitor: Queue %s was removed", named_->name.c_str());
+    const Named lost = *std::exchange(named_, std::nullopt);
+    lost.removed();
 }
 
 // One look at every queue. False when one has been full for too long; the queues behind it are not looked at then.

@@ -154,6 +154,7 @@ private:
     void start_up(const std::string& suffix);
     bool open_service_queue(const std::string& suffix);
     void close_service_queue();
+    void leave_lost_queue();
     std::optional<int> handle_message(const char* message, ssize_t received, std::string& text, QoProcessApi& request,
                                       double started_at);
     bool parse_message(const char* message, ssize_t received, std::string& text, QoProcessApi& request);

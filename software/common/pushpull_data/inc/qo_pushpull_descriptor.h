@@ -3,6 +3,7 @@
 #define QO_PUSHPULL_DESCRIPTOR_H
 
 #include <errno.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <utility>
@@ -45,5 +46,11 @@ public:
 private:
     int value_;
 };
+
+/// Whether the file or queue behind the descriptor has lost its name: what is opened under it now is another one.
+inline bool qo_is_unlinked(int descriptor) {
+    struct stat status {};
+    return fstat(descriptor, &status) == 0 && status.st_nlink == 0;
+}
 
 #endif

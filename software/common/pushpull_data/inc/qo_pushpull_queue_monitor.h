@@ -13,8 +13,10 @@
 #include <cstdint>
 #include <deque>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -115,6 +117,11 @@ public:
     void removeQueue(eQO_CMP_IDs_ comp_id);
     void removeQueue(mqd_t descriptor);
 
+    /// Looks from now on whether that queue still has its name. When it has lost it, logs that (LOG_CRIT) and calls
+    /// `removed`: once, on the monitor's thread, with `_mutexList` held.
+    void superviseName(const std::string& name, mqd_t descriptor, std::function<void()> removed);
+    /// Ends that, before the descriptor is closed.
+    void forgetName();
     /// Counts one message on the queue with that descriptor (QoPushPullMonitoredQueue::incStats), if there is one.
     void incQueueStats(mqd_t descriptor);
     /// Counts one publish that arranged a save, on its component's queue, if there is one.
@@ -134,6 +141,7 @@ private:
     void monitorThread();
     void pause(std::chrono::milliseconds duration);
     bool poll_queues();
+    void look_at_name();
     void restart_service();
     void report_failure();
 
@@ -159,6 +167,13 @@ private:
     pthread_t _monitorThreadHandle;
     std::atomic<bool> _runMonitor;
     std::deque<std::unique_ptr<QoPushPullMonitoredQueue>> _monitoredQueues;  // guarded by _mutexList
+    /// A queue whose name is supervised.
+    struct Named {
+        std::string name;
+        mqd_t descriptor;
+        std::function<void()> removed;
+    };
+    std::optional<Named> named_;  // guarded by _mutexList
     QoQueueMonitorSettings settings_;
     bool thread_started_;
     std::mutex pause_mutex_;

@@ -54,8 +54,10 @@ public:
 
     /// Registers a component and opens its receive queue for sending, creating the queue when it does not exist.
     /// `attributes` may be null: a queue created here then has 64 messages of 262144 bytes.
-    /// @return 0, also when already registered (the first queue is kept, whatever name is given now);
-    ///         -1 for QO_CMPID_RESERVED; 50001 queue open failed; 50013 registry full. Nothing is stored on failure.
+    /// Who is registered already keeps the first queue, whatever name is given now. Only when that queue was removed
+    /// from the system is it closed, and the name, if it is the same, opened anew.
+    /// @return 0, also when already registered; -1 for QO_CMPID_RESERVED; 50001 queue open failed; 50013 registry full.
+    ///         Nothing is stored on failure.
     int32_t comp_register(eQO_CMP_IDs_ comp_id, std::string queue_name, const mq_attr* attributes);
     /// Takes a component out and closes its queue. The last entry of the table moves into the gap.
     /// @return 0; 50014 not found; -1 when the table's index is corrupt. Nothing changes on failure.
@@ -90,7 +92,8 @@ private:
     int32_t find_slot(eQO_CMP_IDs_ comp_id) const;
     bool is_used(int32_t slot) const;
     const resource* find_queue_of(eQO_CMP_IDs_ comp_id) const;
-    int32_t confirm_registration(const resource& entry, const std::string& queue_name) const;
+    int32_t confirm_registration(resource& entry, const std::string& queue_name, const mq_attr* attributes);
+    int32_t reopen_queue(resource& entry, const mq_attr* attributes);
 
     std::unique_ptr<resource> Tbl[QO_MAX_RESOURCES];  // a null pointer is a free slot
     int32_t index;                                    // last used slot, -1 when the table is empty

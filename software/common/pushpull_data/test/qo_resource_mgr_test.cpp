@@ -152,6 +152,76 @@ TEST_F(Registry, SameComponentWithTheSameQueueNameIsSilent) {
     EXPECT_EQ(registry_.get_no_of_resources(), 1);
 }
 
+namespace {
+
+const QoLogLine kAnew{LOG_WARNING, "ResourceMgr MessageQueue: /a of component 1073741852 was removed, opening it anew"};
+
+class RemovedQueue : public Registry {
+protected:
+    /// Registered, and the queue removed behind the registry's back.
+    RemovedQueue() {
+        std::optional<QoScratchQueue> removed(std::in_place, "/a", 1, 16);
+        EXPECT_EQ(add(kFirst, "/a"), 0);
+        EXPECT_EQ(add(kSecond, "/b"), 0);
+        before_ = open_descriptors() - 1;  // without the test's own
+        removed.reset();
+        log_.clear();
+        errno = 0;
+    }
+    size_t before_ = 0;
+};
+
+}  // namespace
+
+TEST_F(RemovedQueue, ThatWasMadeAgainIsOpenedAnewByTheNextRegistration) {
+    const QoScratchQueue made_again("/a", 2, 16);
+    EXPECT_EQ(add(kFirst, "/a"), 0);
+    EXPECT_EQ(mq_send(registry_.getMsg_queue_descriptor(kFirst), "x", 1, 1), 0);
+    EXPECT_EQ(made_again.count(), 1);
+    EXPECT_EQ(open_descriptors(), before_ + 1) << "the old one is closed";
+    EXPECT_EQ(registry_.get_no_of_resources(), 2);
+    EXPECT_THAT(
+        log_.lines(),
+        ElementsAre(kAnew, QoLogLine{LOG_INFO, "QoPushPullQueueMonitor: Adding queue /a (component ID 1073741852)"},
+                    QoLogLine{LOG_INFO, "QoPushPullQueueMonitor: Removing queue"},
+                    QoLogLine{LOG_NOTICE,
+                              "QoPushPullMonitoredQueue: Monitored queue /a (component ID 1073741852): 0 / 1 "
+                              "messages"}));
+    EXPECT_EQ(registry_.monitor().getQueueNames(),
+              "/b(Total),/b(Saves),/b(Max),/b(Avg),/a(Total),/a(Saves),/a(Max),/a(Avg)");
+    registry_.monitor().incQueueStats(registry_.getMsg_queue_descriptor(kFirst));
+    EXPECT_EQ(registry_.monitor().getQueueData(), "0,0,0,0.000000,1,0,1,1.000000");
+}
+
+TEST_F(RemovedQueue, ThatIsMissingIsMadeByTheNextRegistration) {
+    EXPECT_EQ(add(kFirst, "/a"), 0);
+    const QoScratchQueue made{std::string("/a")};
+    EXPECT_EQ(made.attributes().mq_msgsize, 16);
+    EXPECT_EQ(mq_send(registry_.getMsg_queue_descriptor(kFirst), "x", 1, 1), 0);
+    EXPECT_EQ(made.count(), 1);
+}
+
+TEST_F(RemovedQueue, IsKeptWhenAnotherNameIsGiven) {
+    const mqd_t before = registry_.getMsg_queue_descriptor(kFirst);
+    EXPECT_EQ(add(kFirst, "/other"), 0);
+    EXPECT_EQ(registry_.getMsg_queue_descriptor(kFirst), before);
+    EXPECT_EQ(registry_.get_resource_queuename(kFirst), "/a");
+}
+
+TEST_F(RemovedQueue, IsKeptWhenTheNewOneCannotBeOpened) {
+    const mqd_t before = registry_.getMsg_queue_descriptor(kFirst);
+    mq_attr impossible = small_attributes();
+    impossible.mq_msgsize = 1 << 30;
+    EXPECT_EQ(registry_.comp_register(kFirst, "/a", &impossible), 50001);
+    EXPECT_EQ(registry_.getMsg_queue_descriptor(kFirst), before);
+    EXPECT_EQ(open_descriptors(), before_);
+}
+
+TEST_F(RemovedQueue, OfAnotherComponentChangesNothing) {
+    EXPECT_EQ(add(kSecond, "/b"), 0);
+    EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
 TEST_F(Registry, QueueThatCannotBeOpenedStoresNothing) {
     EXPECT_EQ(add(kFirst, "no leading slash"), QO_ERR_QUEUE_OPEN);
     EXPECT_EQ(registry_.get_no_of_resources(), 0);
