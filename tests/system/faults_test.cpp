@@ -108,6 +108,9 @@ TEST_P(Faults, LeaveTheLastOrThePreviousTreeAndAServiceThatServes) {
     } else {
         const std::vector<uint64_t> calls = try_fault(GetParam(), std::nullopt);
         ASSERT_THAT(calls, testing::SizeIs(3));
+        if (!QoFaults::kReachAllocations && calls[0] == 0) {
+            GTEST_SKIP() << "it calls for nothing but memory, and a sanitizer has an allocator of its own";
+        }
         ASSERT_GT(calls[0] + calls[2], 0U) << "the calls were not seen";
         std::cout << calls[0] << " calls for files, " << calls[1] << " reads and writes, " << calls[2]
                   << " allocations\n";
