@@ -23,7 +23,6 @@
 
 namespace {
 
-using testing::Contains;
 using testing::HasSubstr;
 
 constexpr int kComponent = QO_CMPID_DEMO;

@@ -69,21 +69,21 @@ void fail_each(const std::function<void(JSONNODE*)>& change) {
 TEST(ShortOfMemory, AppendedOrStillTheCallers) {
     fail_each([](JSONNODE* object) {
         Node child(json_new_a("a new member with a long name", "a text that is long enough"));
-        if (json_push_back(object, child.get()) != 0) child.release();
+        if (json_push_back(object, child.get()) != 0) static_cast<void>(child.release());
     });
 }
 
 TEST(ShortOfMemory, AppendedNamesakeOrStillTheCallers) {
     fail_each([](JSONNODE* object) {
         Node child(json_new_i("member number 3", 7));
-        if (json_push_back(object, child.get()) != 0) child.release();
+        if (json_push_back(object, child.get()) != 0) static_cast<void>(child.release());
     });
 }
 
 TEST(ShortOfMemory, InsertedOrStillTheCallers) {
     fail_each([](JSONNODE* object) {
         Node child(json_new_b("member number 5", 1));
-        if (json_insert(object, json_begin(object) + 2, child.get()) != nullptr) child.release();
+        if (json_insert(object, json_begin(object) + 2, child.get()) != nullptr) static_cast<void>(child.release());
     });
 }
 
