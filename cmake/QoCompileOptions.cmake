@@ -1,7 +1,23 @@
 # The warnings under which all of our own code is clean. Debian's headers are system headers and not meant.
 add_library(qo_compile_options INTERFACE)
 target_compile_options(qo_compile_options INTERFACE
-    -Wall -Wextra -Wconversion -Wshadow -Wformat=2 -Werror)
+    -Wall -Wextra -Wconversion -Wshadow -Wformat=2)
+
+# Off where the service is built to be shipped: a newer compiler's new warning is no reason not to have it.
+option(QO_WERROR "A warning is an error" OFF)
+if(QO_WERROR)
+    target_compile_options(qo_compile_options INTERFACE -Werror)
+endif()
+
+# A second build of the same sources, such as one after a switch of branches, takes what the first one made.
+find_program(QO_CCACHE ccache)
+if(QO_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+    # Debug information names the build folder; the programs of two folders are the same otherwise. A precompiled header
+    # counts by its content.
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env
+        CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=pch_defines,time_macros ${QO_CCACHE})
+    add_compile_options($<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>)
+endif()
 
 # A 32-bit C library counts seconds in 32 bits unless asked, and the last of them is in January 2038: files dated later
 # cannot be looked at then, and no wait ends. Components need not be built like this (see the public headers test).

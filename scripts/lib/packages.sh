@@ -8,10 +8,10 @@ qo_build_packages=(g++ cmake ninja-build pkg-config rapidjson-dev zlib1g-dev lib
 qo_demo_packages=(util-linux mount)
 
 # To run scripts/test, besides the above: tests, benchmarks, fuzzers and the checks of the sources.
-qo_test_packages=(libgtest-dev libgmock-dev libbenchmark-dev procps
+qo_test_packages=(libgtest-dev libgmock-dev libbenchmark-dev procps ccache
     clang-14 libclang-rt-14-dev clang-format-14)
 
-# For scripts/test --tidy.
+# For the stages changes and tidy of scripts/test.
 qo_tidy_packages=(clang-tidy-14)
 
 # For scripts/test --system, which runs the service in a virtual machine. Of the kernel only its files are used;
