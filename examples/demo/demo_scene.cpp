@@ -37,7 +37,7 @@ const DemoClock::time_point scene_end = DemoClock::now() + kSceneLimit;
 
 DemoClock::time_point step_end() { return std::min(DemoClock::now() + kStepLimit, scene_end); }
 
-// ---- what is printed
+// ---- what is printed ----
 
 struct Colours {
     const char* bold = "";
@@ -77,7 +77,7 @@ void print_line(const std::string& line) {
     }
 }
 
-// ---- components
+// ---- components ----
 
 class Component {
 public:
@@ -120,7 +120,7 @@ std::string temperature_text(const char* degrees) {
     return std::string(R"({"system":{"status":{"systemTemperature":)") + degrees + "}}}";
 }
 
-// ---- the scene
+// ---- the scene ----
 
 class Scene {
 public:
@@ -296,7 +296,7 @@ private:
     std::unique_ptr<Component> watcher_;
 };
 
-// ---- the two ways to run
+// ---- the two ways to run ----
 
 void print_log(DemoLog* log) {
     if (log == nullptr) {

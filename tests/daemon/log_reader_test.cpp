@@ -73,7 +73,7 @@ protected:
     }
 };
 
-// ---- the reader stops ------------------------------------------------------------------------
+// ---- the reader stops ----
 
 class StoppedLogReader : public LogReader, public testing::WithParamInterface<int> {
 protected:
@@ -163,7 +163,7 @@ TEST_P(StoppedLogReader, ThatIsStartedAnewIsToldHowManyLinesWereLost) {
                 testing::MatchesRegex("QoLogSender: [0-9]+ lines are lost: the system log did not take them"));
 }
 
-// ---- the reader ends, or comes late ----------------------------------------------------------
+// ---- the reader ends, or comes late ----
 
 TEST_F(LogReader, ThatIsStartedAnewIsSentTheNextLine) {
     ASSERT_TRUE(service().start_and_wait());
@@ -194,7 +194,7 @@ TEST_F(LogReader, ThatComesAfterTheServiceIsSentTheNextLine) {
     EXPECT_EQ(events().log().front(), line_of_request(5));
 }
 
-// ---- a reader on a stream socket -------------------------------------------------------------
+// ---- a reader on a stream socket ----
 
 /// Takes what comes when it is asked to, and nothing meanwhile.
 class LogStream {

@@ -25,7 +25,7 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using testing::HasSubstr;
 
-// ---- standard output -------------------------------------------------------------------------
+// ---- standard output ----
 
 /// Standard output is a pipe.
 class StandardOutput : public ServiceProcess {
@@ -59,7 +59,7 @@ TEST_F(StandardOutput, ThatHasEndedLeavesSigtermToEndTheService) {
     expect_sigterm_ends_it();
 }
 
-// ---- systemd ---------------------------------------------------------------------------------
+// ---- systemd ----
 
 class StoppedSystemd : public ServiceProcess {
 protected:

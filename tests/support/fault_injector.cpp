@@ -259,7 +259,7 @@ __attribute__((constructor)) void attach() {
         return next_##name arguments;                                 \
     }
 
-// ---- open
+// ---- open ----
 
 namespace {
 // The mode is there only where a file may be made.
@@ -305,7 +305,7 @@ QO_MAKING_HOOK(int, creat64, (const char* path, unsigned mode), (path, mode), kQ
 QO_MAKING_HOOK(FILE*, fopen, (const char* path, const char* mode), (path, mode), kQoOpen, path, nullptr)
 QO_MAKING_HOOK(FILE*, fopen64, (const char* path, const char* mode), (path, mode), kQoOpen, path, nullptr)
 
-// ---- read and write
+// ---- read and write ----
 
 QO_MOVING_HOOK(read, (int file, void* to, size_t size), (file, to, size), kQoRead, file, 0)
 QO_MOVING_HOOK(__read_chk, (int file, void* to, size_t size, size_t room), (file, to, size, room), kQoRead, file, 0)
@@ -339,7 +339,7 @@ QO_REPLACE(size_t, fwrite, (const void* from, size_t unit, size_t count, FILE* s
 }
 QO_HOOK(int, fflush, (FILE * stream), (stream), kQoWrite, stream, EOF)
 
-// ---- what reaches the disk, and under which name
+// ---- what reaches the disk, and under which name ----
 
 QO_HOOK(int, fsync, (int file), (file), kQoSync, file, -1)
 QO_HOOK(int, fdatasync, (int file), (file), kQoSync, file, -1)
@@ -386,7 +386,7 @@ QO_REPLACE(int, fclose, (FILE * stream)) {
     return EOF;
 }
 
-// ---- looking at files
+// ---- looking at files ----
 
 QO_HOOK(int, stat, (const char* path, void* status), (path, status), kQoStat, path, -1)
 QO_HOOK(int, stat64, (const char* path, void* status), (path, status), kQoStat, path, -1)
@@ -412,7 +412,7 @@ QO_HOOK(void*, readdir, (void* folder), (folder), kQoDirectory, Place(), nullptr
 QO_HOOK(void*, readdir64, (void* folder), (folder), kQoDirectory, Place(), nullptr)
 QO_HOOK(int, mkdir, (const char* path, unsigned mode), (path, mode), kQoDirectory, path, -1)
 
-// ---- queues, timers, threads, sockets
+// ---- queues, timers, threads, sockets ----
 
 namespace {
 constinit Next<int(const char*, int, unsigned, void*)> next_mq_open("mq_open");
@@ -495,7 +495,7 @@ QO_MOVING_HOOK(sendto, (int file, const void* from, size_t size, int flags, cons
                (file, from, size, flags, to, length), kQoSocket, file, size)
 QO_HOOK(ssize_t, sendmsg, (int file, const void* message, int flags), (file, message, flags), kQoSocket, file, -1)
 
-// ---- memory
+// ---- memory ----
 
 QO_MAKING_HOOK(void*, mmap, (void* at, size_t size, int protection, int flags, int file, off_t offset),
                (at, size, protection, flags, file, offset), kQoMap, file, MAP_FAILED)

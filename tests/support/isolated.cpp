@@ -69,7 +69,7 @@ bool is_listing(char** command) {
     return false;
 }
 
-// ---- capabilities and user id
+// ---- capabilities and user id ----
 
 struct Capabilities {
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
@@ -125,7 +125,7 @@ void wait_for_shared_quota() {
     if (lock < 0 || flock(lock, LOCK_EX) != 0) say("cannot lock " + path + ": " + strerror(errno));
 }
 
-// ---- the file system of the namespaces
+// ---- the file system of the namespaces ----
 
 void mount_or_fail(const char* source, const fs::path& target, const char* type, unsigned long flags,
                    const char* options) {
@@ -264,7 +264,7 @@ void wait_for_freed_queues() {
     say("less than 3 x 262144 bytes are left for message queues of user " + std::to_string(getuid()));
 }
 
-// ---- the first process of the namespaces
+// ---- the first process of the namespaces ----
 
 sigset_t watched_signals() {
     sigset_t watched;
@@ -331,7 +331,7 @@ void die_with_launcher(int to_launcher) {
     _exit(0);  // and with us whatever the program left running
 }
 
-// ---- the launcher
+// ---- the launcher ----
 
 struct Pipe {
     int ends[2];

@@ -72,7 +72,7 @@ std::ostream& operator<<(std::ostream& stream, const QoFaultFigures& all) {
                   << " wrong exit";
 }
 
-// ---- what is known beforehand
+// ---- what is known beforehand ----
 
 void QoFaultCampaign::prepare(QoFaultDisk disk) {
     faults_.emplace(service());
@@ -199,7 +199,7 @@ void QoFaultCampaign::begin(const QoFaultSituation& situation, const std::option
     forget_faults();
 }
 
-// ---- the phases
+// ---- the phases ----
 
 void QoFaultCampaign::run_phase() {
     switch (situation_->phase) {
@@ -386,7 +386,7 @@ void QoFaultCampaign::make_request(Actors& actors) {
     EXPECT_EQ(requests.at(situation_->request)(), 0);
 }
 
-// ---- afterwards, without faults
+// ---- afterwards, without faults ----
 
 void QoFaultCampaign::go_on() {
     if (was_wrong_) return;
@@ -492,7 +492,7 @@ int QoFaultCampaign::number_of(const std::string& text) const {
     return -1;
 }
 
-// ---- tools
+// ---- tools ----
 
 bool QoFaultCampaign::await(const std::function<bool()>& condition) { return await(condition, patience_); }
 

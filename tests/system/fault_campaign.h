@@ -105,7 +105,7 @@ protected:
 private:
     struct Actors;
 
-    // ---- what is known beforehand
+    // ---- what is known beforehand ----
     /// The texts of the saved file for a tree without any publish and with the numbers 1 to 4.
     void make_texts();
     /// The built-in default tree, with one member called differently.
@@ -116,7 +116,7 @@ private:
     static int on_disk(QoFaultDisk disk);
     void begin(const QoFaultSituation& situation, const std::optional<QoFault>& fault);
 
-    // ---- the phases
+    // ---- the phases ----
     void run_phase();
     /// From here on the fault may come.
     void arm(QoFaultThreads threads);
@@ -142,7 +142,7 @@ private:
     void request();
     void make_request(Actors& actors);
 
-    // ---- afterwards, without faults
+    // ---- afterwards, without faults ----
     /// The service either has ended as it may, or serves, and saves when it is asked.
     void go_on();
     void take_end();
@@ -157,7 +157,7 @@ private:
     /// the number.
     int number_of(const std::string& text) const;
 
-    // ---- tools
+    // ---- tools ----
     static bool await(const std::function<bool()>& condition, std::chrono::milliseconds patience);
     std::string tail_of_log();
     testing::AssertionResult save(Component& component);

@@ -54,7 +54,7 @@ constexpr QoFaultSituation kSituations[] = {
     {"Garbage", QoFaultDisk::kSaved, QoFaultPhase::kRequest, "garbage"},
 };
 
-// ---- which calls fail
+// ---- which calls fail ----
 
 class Faults : public QoFaultCampaign, public testing::WithParamInterface<QoFaultSituation> {
 protected:
@@ -124,7 +124,7 @@ INSTANTIATE_TEST_SUITE_P(System, Faults, testing::ValuesIn(kSituations),
                              return std::string(situation.param.name);
                          });
 
-// ---- the control
+// ---- the control ----
 
 /// The campaign has to find losses and wrong exits that the injector and the test bring about themselves.
 class FaultsControl : public QoFaultCampaign {

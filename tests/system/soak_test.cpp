@@ -115,7 +115,7 @@ protected:
     }
     Component& anyone() { return *one_of(components_); }
 
-    // ---- components that come and go
+    // ---- components that come and go ----
 
     std::unique_ptr<Component> begin_component(int32_t comp_id) {
         auto component = std::make_unique<Component>(service(), comp_id, kQueue, false);
@@ -163,7 +163,7 @@ protected:
         EXPECT_TRUE(service().wait_until_idle());
     }
 
-    // ---- requests
+    // ---- requests ----
 
     void post(const std::string& bytes) {
         if (bytes.size() > kLargestMessage) return;
@@ -248,7 +248,7 @@ protected:
         return bytes;
     }
 
-    // ---- one round of all that
+    // ---- one round of all that ----
 
     void run_cycle(int number) {
         for (int count = 1; count <= kRequestsOfACycle; ++count) {

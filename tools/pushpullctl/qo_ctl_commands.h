@@ -32,7 +32,7 @@ QoCtlStatus qo_ctl_check_defaults(const QoCtlOptions& options, QoCtlSignals& sig
 /// The top-level members of the built-in default tree, in its order.
 std::span<const std::string_view> qo_ctl_tree_members();
 
-// ---- shared by the commands --------------------------------------------------------------------------------
+// ---- shared by the commands ----
 
 /// The session that the options ask for. Without --as it acts as the first free one of a few identifiers that no
 /// component of a device in service has: those of simulators and testers, and for "delete", which needs the

@@ -21,7 +21,7 @@ QoCtlStatus handle(const QoCtlOptions& options, QoCtlSignals& signals, const QoC
     return status;
 }
 
-// ---- delete and clear --------------------------------------------------------------------------------------
+// ---- delete and clear ----
 
 /// What stands at a pointer now.
 struct Look {
@@ -57,7 +57,7 @@ Look change_node(QoCtlSession& session, const std::string& pointer, const QoCtlS
     return look.status == QoCtlStatus::answered ? look_at(session, pointer) : look;
 }
 
-// ---- init and exit -----------------------------------------------------------------------------------------
+// ---- init and exit ----
 
 /// Waits for one text from the service; others are passed over.
 QoCtlStatus wait_for_text(QoCtlSession& session, const QoCtlSignals& signals, const std::string& awaited,

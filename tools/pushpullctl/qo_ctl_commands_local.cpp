@@ -60,7 +60,7 @@ std::string component_json(const QoCtlComponent& component) {
     return qo_ctl_render(node.get(), QoCtlStyle{});
 }
 
-// ---- queues ------------------------------------------------------------------------------------------------
+// ---- queues ----
 
 /// A queue may have any name; a terminal and JSON may not show every byte.
 std::string shown(std::string name) {
@@ -151,7 +151,7 @@ bool has_queue(const std::vector<QoCtlQueue>& queues, const std::string& name) {
     return std::any_of(queues.begin(), queues.end(), [&](const QoCtlQueue& queue) { return queue.name == name; });
 }
 
-// ---- watching ----------------------------------------------------------------------------------------------
+// ---- watching ----
 
 /// Lets single keys through, unseen, for as long as it lives. Does nothing where standard input is no terminal.
 class SingleKeys {

@@ -58,7 +58,7 @@ std::string too_long(const std::string& pointer, const QoCtlSession& session) {
            " bytes that can be received here; ask for parts of it, or allow more by --message-size";
 }
 
-// ---- get ---------------------------------------------------------------------------------------------------
+// ---- get ----
 
 /// @param asked what was asked for: the pointer itself, or its size
 void take_answer(const std::string& pointer, const std::string& asked, const std::string& body, QoCtlStyle style,
@@ -119,7 +119,7 @@ void get_packed(QoCtlSession& session, const QoCtlOptions& options, QoCtlStyle s
     }
 }
 
-// ---- tree --------------------------------------------------------------------------------------------------
+// ---- tree ----
 
 /// The tree from the service's dump; null when the dump cannot be seen from here or is none.
 QoJsonNode tree_from_dump(QoCtlSession& session, Result& result) {

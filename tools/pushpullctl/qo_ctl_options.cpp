@@ -25,7 +25,7 @@ constexpr size_t kLongestInstance = 200;    // characters; a queue name has 255,
 constexpr uint64_t kMostNotifications = 1000000000;
 constexpr size_t kMostRows = 1000000000;
 
-// ---- what the command line says, as text -------------------------------------------------------------------
+// ---- what the command line says, as text ----
 
 /// What CLI11 fills; turned into QoCtlOptions once all of it is there.
 struct Words {
@@ -217,7 +217,7 @@ void add_common_options(CLI::App& app, Words& words) {
     app.add_flag("--json", words.options.json_lines, "one JSON text per line on a terminal too")->group(group);
 }
 
-// ---- from words to options ---------------------------------------------------------------------------------
+// ---- from words to options ----
 
 /// "" and `words.options` complete, or what is wrong.
 using Fault = std::string;

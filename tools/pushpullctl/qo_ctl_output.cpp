@@ -10,7 +10,7 @@
 
 namespace {
 
-// ---- colours -----------------------------------------------------------------------------------------------
+// ---- colours ----
 
 constexpr std::string_view kNameColor = "\033[34m";
 constexpr std::string_view kStringColor = "\033[32m";

@@ -50,7 +50,7 @@ QoCtlSession::QoCtlSession(QoCtlSessionSettings settings, QoCtlSignals& signals)
 
 QoCtlSession::~QoCtlSession() { close(); }
 
-// ---- coming ------------------------------------------------------------------------------------------------
+// ---- coming ----
 
 QoCtlStatus QoCtlSession::open() {
     if (const QoCtlStatus status = find_service(); status != QoCtlStatus::answered) return status;
@@ -163,7 +163,7 @@ QoCtlStatus QoCtlSession::send_register() {
         own_queue_.name());
 }
 
-// ---- asking ------------------------------------------------------------------------------------------------
+// ---- asking ----
 
 QoCtlStatus QoCtlSession::send(const Request& request, std::string_view longest_text) {
     const auto limit = static_cast<size_t>(service_queue_.attributes().mq_msgsize);
@@ -283,7 +283,7 @@ void QoCtlSession::say_no_answer() const {
     qo_ctl_say(text);
 }
 
-// ---- going -------------------------------------------------------------------------------------------------
+// ---- going ----
 
 void QoCtlSession::close(bool service_has_ended) {
     if (registered_ && !service_has_ended && api_.comp_unregister(identity_) != 0) {

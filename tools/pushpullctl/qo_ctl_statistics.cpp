@@ -94,7 +94,7 @@ std::optional<time_t> to_time(std::string_view text, time_t limit) {
     return std::nullopt;
 }
 
-// ---- one file --------------------------------------------------------------------------------
+// ---- one file ----
 
 /// The columns of a file, as its header names them.
 struct Header {
@@ -284,7 +284,7 @@ bool qo_ctl_read_statistics_file(const std::string& file, QoCtlStatistics& stati
     return true;
 }
 
-// ---- all files -------------------------------------------------------------------------------
+// ---- all files ----
 
 namespace {
 

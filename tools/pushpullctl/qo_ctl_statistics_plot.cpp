@@ -13,7 +13,7 @@
 
 namespace {
 
-// ---- measures, in pixels -----------------------------------------------------------------------------------
+// ---- measures, in pixels ----
 
 constexpr double kWidth = 1240;
 constexpr double kLeft = 76;
@@ -34,7 +34,7 @@ constexpr size_t kLongestName = 24;
 constexpr std::array<const char*, 7> kColors = {"#0072b2", "#d55e00", "#009e73", "#cc79a7",
                                                 "#e69f00", "#56b4e9", "#444444"};
 
-// ---- text --------------------------------------------------------------------------------------------------
+// ---- text ----
 
 [[gnu::format(printf, 1, 2)]] std::string format(const char* pattern, ...) {
     char text[512];
@@ -76,7 +76,7 @@ std::string short_number(double number) {
     return format("%g", number);
 }
 
-// ---- what is drawn -----------------------------------------------------------------------------------------
+// ---- what is drawn ----
 
 struct Point {
     double x;
@@ -171,7 +171,7 @@ private:
     double usual_s_;
 };
 
-// ---- axes --------------------------------------------------------------------------------------------------
+// ---- axes ----
 
 /// A step of 1, 2 or 5 times a power of ten that divides 0 to `largest` in few parts.
 double value_step(double largest) {
@@ -218,7 +218,7 @@ std::string time_label(double time, const char* pattern) {
     return text.str();
 }
 
-// ---- drawing -----------------------------------------------------------------------------------------------
+// ---- drawing ----
 
 /// Keeps of all points within one pixel column the first, the least, the greatest and the last.
 Line thinned(const Line& line) {
@@ -396,7 +396,7 @@ private:
     std::string svg_;
 };
 
-// ---- the panels --------------------------------------------------------------------------------------------
+// ---- the panels ----
 
 Panel activity_panel(const Timeline& timeline) {
     Series busy = timeline.series("busy", kColors[0],

@@ -1,3 +1,4 @@
+// The life of the service object: start-up, SIGTERM and the loop that receives requests.
 #include "qo_pushpull.h"
 
 #include <fcntl.h>
@@ -19,13 +20,12 @@
 #include "qo_pushpull_exception_text.h"
 #include "qo_pushpull_initializer.h"
 #include "qo_pushpull_life.h"
-#include "qo_pushpull_notify.h"
 #include "qo_pushpull_process_api.h"
 #include "qo_pushpull_queue_claim.h"
 #include "qo_pushpull_queue_monitor.h"
 #include "qo_pushpull_request_wait.h"
-#include "qo_pushpull_set_aside.h"
 #include "qo_pushpull_stats.h"
+#include "qo_pushpull_systemd.h"
 #include "qo_pushpull_watchdog.h"
 #include "qo_resource_mgr.h"
 #include "qo_utilities_log_budget.h"
@@ -38,7 +38,7 @@ constexpr std::chrono::seconds kSystemdPatience{5};
 
 }  // namespace
 
-// ---- life ------------------------------------------------------------------------------------
+// ---- life ----
 
 PushPullData::PushPullData(bool statistics)
     : mq_pushpull_queue_hndl(0),
@@ -124,7 +124,7 @@ void PushPullData::close_service_queue() {
     mq_pushpull_queue_hndl = 0;
 }
 
-// ---- SIGTERM ---------------------------------------------------------------------------------
+// ---- SIGTERM ----
 
 namespace {
 
@@ -163,7 +163,7 @@ void PushPullData::SignalHandler(int signal_number) {
     exit(0);
 }
 
-// ---- main loop -------------------------------------------------------------------------------
+// ---- main loop ----
 
 namespace {
 
@@ -247,81 +247,4 @@ bool PushPullData::parse_message(const char* message, ssize_t received, std::str
         syslog(LOG_ERR, "parseJSON failed in pushpull recv= %ld", static_cast<long>(parsed));
     }
     return parsed != -1;
-}
-
-// ---- init and exit ---------------------------------------------------------------------------
-
-int PushPullData::comp_init(eQO_CMP_IDs_ comp_id) {
-    const int result = announce_reset(comp_id);
-    // Deliberate: the reset is done in every case, also for an unregistered requester.
-    try {
-        reset();
-    } catch (...) {
-        // Half of a service is none.
-        syslog(LOG_CRIT, "exception %s in a reset", qo_exception_text());
-        end_with_failure();
-    }
-    return result;
-}
-
-void PushPullData::reset() {
-    resource_mgr->terminate();
-    data_mgr->Terminate();
-    close_service_queue();
-    const std::string saved_tree = std::string(QO_DATA_DIRECTORY) + QO_SAVED_TREE_FILE;
-    for (const std::string& path : {saved_tree, saved_tree + QO_BACKUP_EXTENSION}) {
-        if (remove(path.c_str()) != 0) syslog(LOG_INFO, "Error deleting file or file not exist %s\n", path.c_str());
-        qo_remove_set_aside(path);
-    }
-    data_mgr = std::make_shared<DataMgr>();
-    resource_mgr = std::make_shared<ResourceMgr>();
-    init(queue_suffix_name);
-}
-
-int PushPullData::announce_reset(eQO_CMP_IDs_ comp_id) {
-    int result = -1;
-    if (resource_mgr->is_comp_registered(comp_id)) {
-        const std::string text = "pushpull init success";
-        syslog(LOG_DEBUG, "comp_init : send_data %s", text.c_str());
-        result = comp_notify(1, &comp_id, text);
-        if (result == -1) syslog(LOG_ERR, " comp_init : comp_notify Failed");
-    } else {
-        syslog(LOG_ERR, "Component not Registered, comp_init : ncomp_id=%d , ERR_CODE=%d", comp_id,
-               QO_ERR_NOT_REGISTERED);
-    }
-    if (result == -1) syslog(LOG_ERR, " comp_init : Incorrect Path or comp_notify Failed");
-    return result;
-}
-
-int PushPullData::comp_exit(eQO_CMP_IDs_ comp_id) {
-    if (!resource_mgr->is_comp_registered(comp_id)) {
-        syslog(LOG_ERR, "Component not Registered, comp_exit : ncomp_id=%d , ERR_CODE=%d", comp_id,
-               QO_ERR_NOT_REGISTERED);
-        syslog(LOG_ERR, " comp_exit : Incorrect Path or comp_notify Failed");
-        return -1;
-    }
-    const std::string text = "pushpull exiting";
-    syslog(LOG_DEBUG, "comp_exit : send_data %s", text.c_str());
-    if (comp_notify(1, &comp_id, text) == -1) syslog(LOG_ERR, " comp_exit : comp_notify Failed");
-    const int result = comp_notify_all("exit");
-    if (result == 0) return 0;
-    syslog(LOG_ERR, " comp_exit : comp_notify_all Failed");
-    if (result == -1) syslog(LOG_ERR, " comp_exit : Incorrect Path or comp_notify Failed");
-    return result;
-}
-
-int PushPullData::comp_notify_all(const std::string& text) {
-    const int32_t resources = resource_mgr->get_no_of_resources();
-    int result = -1;
-    for (int32_t slot = 0; slot < resources; ++slot) {
-        const mqd_t descriptor = resource_mgr->getMsg_queue_descriptor(slot);
-        if (descriptor == 0) continue;
-        qo_report_life();
-        result = mq_send(descriptor, text.c_str(), text.length() + 1, QO_MESSAGE_PRIORITY);
-        if (result == -1) {
-            syslog(LOG_ERR, " comp_notify_all : sending failed to %s.  String = %s.",
-                   resource_mgr->get_queue_name(slot).c_str(), text.c_str());
-        }
-    }
-    return result;
 }

@@ -1,3 +1,4 @@
+// The operations of the client library: building a request and sending it.
 #include "qo_pushpull_api.h"
 
 #include <errno.h>

@@ -71,7 +71,7 @@ eQO_PUBLISH_AUTHORITY_ authority_among_members(JSONNODE* holder, eQO_COMPONENT_C
 
 }  // namespace
 
-// ---- write authority -------------------------------------------------------------------------
+// ---- write authority ----
 
 eQO_PUBLISH_AUTHORITY_ DataMgr::GetPublishAuthorityForThisNode(JSONNODE* node, eQO_COMPONENT_CLASS_ component_class) {
     if (component_class == QO_INTERNAL) {
@@ -84,7 +84,7 @@ eQO_PUBLISH_AUTHORITY_ DataMgr::GetPublishAuthorityForThisNode(JSONNODE* node, e
     return authority_among_members(json_type(node) == JSON_ARRAY ? metadata_holder(node) : node, component_class);
 }
 
-// ---- the publish -----------------------------------------------------------------------------
+// ---- the publish ----
 
 int DataMgr::UpdateNode(JSONNODE* published, bool& save_scheduled, eQO_COMPONENT_CLASS_ component_class) {
     if (published == nullptr || data_tree_ == nullptr) {
@@ -154,7 +154,7 @@ int DataMgr::MergeDefaults(JSONNODE* defaults, bool update_leaves) {
     return TreeMerge(data_tree_, defaults, update_leaves, QO_INTERNAL, QO_ALLOW_PUBLISH_THIS_NODE);
 }
 
-// ---- the merge -------------------------------------------------------------------------------
+// ---- the merge ----
 
 int DataMgr::TreeMerge(JSONNODE* destination, JSONNODE* source, bool update_leaves,
                        eQO_COMPONENT_CLASS_ component_class, eQO_PUBLISH_AUTHORITY_ authority) {
@@ -279,7 +279,7 @@ int DataMgr::UpdateLeafValue(JSONNODE* destination, JSONNODE* source) {
     return 0;
 }
 
-// ---- array elements --------------------------------------------------------------------------
+// ---- array elements ----
 
 int DataMgr::MergeElement(JSONNODE* array, JSONNODE* element, const MergeScope& scope) {
     const JSONNODE* id = qo_json_find(element, "id");
@@ -359,7 +359,7 @@ int DataMgr::AddElement(JSONNODE* array, JSONNODE* element, int32_t index, const
     return 0;
 }
 
-// ---- members ---------------------------------------------------------------------------------
+// ---- members ----
 
 int DataMgr::MergeMember(JSONNODE* object, JSONNODE* member, const MergeScope& scope) {
     JSONNODE* found = qo_json_find(object, qo_json_name(member));

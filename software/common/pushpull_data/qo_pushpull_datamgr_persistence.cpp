@@ -20,7 +20,7 @@ std::chrono::nanoseconds time_left(const itimerspec& time) {
 
 }  // namespace
 
-// ---- save timer ------------------------------------------------------------------------------
+// ---- save timer ----
 
 bool DataMgr::IsSavePending() {
     const QoMutexLock lock(mutex_);
@@ -123,7 +123,7 @@ void DataMgr::TimerCallBack(union sigval value) {
     QoLiveObjects<DataMgr>::if_alive(store, [store] { [[maybe_unused]] const int saved = store->SaveDataTree(true); });
 }
 
-// ---- what is to be saved ---------------------------------------------------------------------
+// ---- what is to be saved ----
 
 bool DataMgr::IsNodeNonPersistent(JSONNODE* node, bool& marker_found) {
     if (node == nullptr) {

@@ -47,7 +47,7 @@ int64_t delete_element(JSONNODE* array, size_t position) {
 
 }  // namespace
 
-// ---- read ------------------------------------------------------------------------------------
+// ---- read ----
 
 int DataMgr::ReadNode(const std::string& pointer, JSONNODE* response, bool want_array_size, long& array_size) {
     if (response == nullptr) {
@@ -166,7 +166,7 @@ int DataMgr::PackMultipleGetResponse(JSONNODE* combined, JSONNODE* response, eQO
     return TreeMerge(combined, response, true, component_class, QO_ALLOW_PUBLISH_THIS_NODE_AND_BELOW);
 }
 
-// ---- delete ----------------------------------------------------------------------------------
+// ---- delete ----
 
 int DataMgr::DeleteNode(const std::string& pointer, bool restore_default) {
     const QoJsonNode skeleton(JsonPtrToNode(pointer));

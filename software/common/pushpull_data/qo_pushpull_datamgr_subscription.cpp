@@ -65,7 +65,7 @@ struct Namesakes {
 
 }  // namespace
 
-// ---- the shadow ------------------------------------------------------------------------------
+// ---- the shadow ----
 
 int DataMgr::CreateSubscriptionTree(JSONNODE* default_tree) {
     if (default_tree == nullptr) {
@@ -120,7 +120,7 @@ int DataMgr::ShadowContent(JSONNODE* shadow, JSONNODE* container) {
     return 0;
 }
 
-// ---- adding and removing ---------------------------------------------------------------------
+// ---- adding and removing ----
 
 int DataMgr::AddSubscriber(eQO_CMP_IDs_ comp_id, const std::string& pointer, bool notify_on_change_only) {
     const QoJsonNode skeleton(JsonPtrToNode(pointer));
@@ -206,7 +206,7 @@ int DataMgr::RemoveSubscriberInternal(eQO_CMP_IDs_ comp_id, JSONNODE* shadow) {
     return 0;
 }
 
-// ---- collecting ------------------------------------------------------------------------------
+// ---- collecting ----
 
 int DataMgr::GetSubscribers(JSONNODE* published, JSONNODE* list) {
     if (published == nullptr || list == nullptr) {

@@ -1,3 +1,4 @@
+// From a request to its handler: the table of request kinds.
 #include <syslog.h>
 
 #include <algorithm>
@@ -8,7 +9,7 @@
 #include "qo_pushpull_stats.h"
 #include "qo_utilities_time.h"
 
-// ---- what a request kind counts --------------------------------------------------------------
+// ---- what a request kind counts ----
 
 namespace {
 
@@ -35,7 +36,7 @@ void count_clear(QoPushPullStats& stats, double) { stats.inc_clears(); }
 
 void count_unregister(QoPushPullStats& stats, double) { stats.inc_unregisters(); }
 
-// ---- how its failure is logged ---------------------------------------------------------------
+// ---- how its failure is logged ----
 
 void report_register(long result) { syslog(LOG_ERR, "Component Registration failed = %ld", result); }
 
@@ -65,7 +66,7 @@ void report_sync(long result) { syslog(LOG_ERR, "Component comp_sync failed = %l
 
 }  // namespace
 
-// ---- the table -------------------------------------------------------------------------------
+// ---- the table ----
 
 struct PushPullData::RequestRow {
     const char* function;
@@ -108,7 +109,7 @@ std::optional<int> PushPullData::dispatch(const QoProcessApi& request, double st
     return row->ends_loop ? std::optional<int>(result) : std::nullopt;
 }
 
-// ---- from the request to its handler ---------------------------------------------------------
+// ---- from the request to its handler ----
 
 int PushPullData::on_register(const QoProcessApi& request) {
     mq_attr attributes{};

@@ -1,3 +1,4 @@
+// Reading a file whole, or telling why not.
 #include "qo_pushpull_file_reader.h"
 
 #include <errno.h>

@@ -1,3 +1,4 @@
+// Replacing a file in one step, so that a loss of power leaves the old one or the new one.
 #include "qo_pushpull_file_replacement.h"
 
 #include <errno.h>

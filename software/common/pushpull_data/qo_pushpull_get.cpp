@@ -1,3 +1,4 @@
+// The request "get": reading nodes and sizes, and packing several answers.
 #include <syslog.h>
 
 #include <algorithm>
@@ -10,11 +11,10 @@
 #include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_json.h"
 #include "qo_pushpull_pointer_list.h"
-#include "qo_pushpull_send.h"
 #include "qo_pushpull_utilities.h"
 #include "qo_resource_mgr.h"
 
-// ---- sizes -----------------------------------------------------------------------------------
+// ---- sizes ----
 
 namespace {
 
@@ -89,7 +89,7 @@ bool CheckSizeRequested(const std::string& path, std::string& out) {
     return false;
 }
 
-// ---- reading one node ------------------------------------------------------------------------
+// ---- reading one node ----
 
 namespace {
 
@@ -143,7 +143,7 @@ std::string PushPullData::read_array_size(const std::string& pointer, const std:
     return pointer + ":" + digits.str();
 }
 
-// ---- get -------------------------------------------------------------------------------------
+// ---- get ----
 
 // The answers of one "get" that share a message.
 struct PushPullData::PackedAnswer {
@@ -266,85 +266,4 @@ bool qo_check_mqueue_limit(mqd_t descriptor, long packed_length, long new_length
     }
     syslog(LOG_DEBUG, "qo_check_mqueue_limit : return true");
     return true;
-}
-
-// ---- delete and clear ------------------------------------------------------------------------
-
-int PushPullData::comp_delete(eQO_CMP_IDs_ comp_id, const std::string& pointer, bool clear) {
-    if (!resource_mgr->is_comp_registered(comp_id)) {
-        syslog(LOG_ERR, "Component -not Registered, comp_delete : ncomp_id=%d , del_data = %s, ERR_CODE=%d", comp_id,
-               pointer.c_str(), QO_ERR_NOT_REGISTERED);
-        return -1;
-    }
-    if (data_mgr->DeleteNode(pointer, clear) == -1) {
-        syslog(LOG_ERR, " comp_delete : DeleteNode - ERROR, ncomp_id=%d, del_data = %s, ERR_CODE: %d", comp_id,
-               pointer.c_str(), QO_ERR_TREE_DELETE);
-        return -1;
-    }
-    if (!clear) return notify_deletion(comp_id, pointer);
-    const int result = comp_get(comp_id, pointer, true, "", false);
-    if (result == -1) syslog(LOG_ERR, "comp_delete : Publishing restored node failed: %s", pointer.c_str());
-    return result;
-}
-
-int PushPullData::notify_deletion(eQO_CMP_IDs_ comp_id, const std::string& pointer) {
-    const QoJsonNode subscribers(json_new(JSON_NODE));
-    int result = data_mgr->GetSubscribersByJsonPtr(pointer, subscribers.get());
-    if (!subscribers || result != 0) {
-        syslog(LOG_ERR, " comp_delete : subscriber_list is NULL or ret_val = %ld", static_cast<long>(result));
-        return result;
-    }
-    std::array<eQO_CMP_IDs_, QO_MAX_SUBSCRIBERS> comp_ids{};
-    const int count = parse_and_get_cmpIDs(subscribers.get(), comp_id, comp_ids.data(), true);
-    result = comp_notify(count, comp_ids.data(), "NODE DELETED: " + pointer);
-    // Deliberate: the publish handler's text.
-    if (result == -1) syslog(LOG_ERR, " comp_publish : comp_notify ERROR");
-    return result;
-}
-
-// ---- save ------------------------------------------------------------------------------------
-
-int PushPullData::comp_save(eQO_CMP_IDs_ comp_id) {
-    if (!resource_mgr->is_comp_registered(comp_id)) {
-        syslog(LOG_ERR, "Component not Registered, comp_save : ncomp_id=%d, ERR_CODE=%d", comp_id,
-               QO_ERR_NOT_REGISTERED);
-        return -1;
-    }
-    const int result = data_mgr->SaveDataTree(false);
-    if (result == -1) {
-        syslog(LOG_ERR, " comp_save : SaveDataTree return FAIL: %ld, ERR_CODE:%d", static_cast<long>(result),
-               QO_ERR_TREE_SAVE);
-    }
-    return result;
-}
-
-int PushPullData::comp_save_debug(eQO_CMP_IDs_ comp_id) {
-    if (!resource_mgr->is_comp_registered(comp_id)) {
-        syslog(LOG_ERR, "Component not Registered, comp_save_debug : ncomp_id=%d", comp_id);
-        return -1;
-    }
-    const int result = data_mgr->SaveActiveTreeForDebug();
-    // Deliberate: the text names comp_save.
-    if (result == -1)
-        syslog(LOG_ERR, " comp_save : SaveActiveTreeForDebug return FAIL: %ld", static_cast<long>(result));
-    return result;
-}
-
-// ---- sync ------------------------------------------------------------------------------------
-
-int PushPullData::comp_sync(eQO_CMP_IDs_ comp_id, eQO_CMP_IDs_ destination, const std::string& buffer) {
-    const std::string text = "sync:" + std::to_string(comp_id) + ":" + buffer;
-    const std::string queue_name = resource_mgr->get_resource_queuename(destination);
-    const mqd_t descriptor = resource_mgr->getMsg_queue_descriptor(destination);
-    if (descriptor == -1) {
-        syslog(LOG_ERR, "pushpull : MessageQueue: POST:Invalid Descriptor: %x ,\"%s\" ",
-               static_cast<unsigned>(descriptor), queue_name.c_str());
-        return -1;
-    }
-    const int result = qo_send_text(descriptor, text);
-    if (result == -1) {
-        syslog(LOG_ERR, "comp_sync() from pushpull to \"%s\" queue : mq_send: failed:, ERR_CODE : %d, msg size = %d",
-               queue_name.c_str(), QO_ERR_QUEUE_SEND, static_cast<int>(text.length()));
-    }
-    return result;
 }

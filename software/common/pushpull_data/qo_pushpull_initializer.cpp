@@ -1,3 +1,4 @@
+// The default tree, from the defaults file or built in, and what of a tree is not saved.
 #include "qo_pushpull_initializer.h"
 
 #include <string.h>
@@ -27,7 +28,7 @@ int Initializer::Terminate() {
 
 JSONNODE* Initializer::default_tree() { return default_tree_; }
 
-// ---- creation --------------------------------------------------------------------------------
+// ---- creation ----
 
 int Initializer::CreateDefaultTree() {
     Terminate();
@@ -62,7 +63,7 @@ int Initializer::CreateDefaultTree() {
     return 0;
 }
 
-// ---- trimming --------------------------------------------------------------------------------
+// ---- trimming ----
 
 namespace {
 

@@ -10,7 +10,7 @@
 
 namespace {
 
-// ---- pieces ----------------------------------------------------------------------------------
+// ---- pieces ----
 
 std::string alert() {
     return R"({
@@ -142,7 +142,7 @@ std::string parameter() {
 
 std::string feature() { return R"({"enabled": false, "feature": "unknown"})"; }
 
-// ---- fragments -------------------------------------------------------------------------------
+// ---- fragments ----
 
 std::string center_button() { return R"("centerButton": {"status": "unknown", "doNotPersist": true})"; }
 
@@ -769,7 +769,7 @@ std::array<std::string, 27> fragments() {
     };
 }
 
-// ---- assembly --------------------------------------------------------------------------------
+// ---- assembly ----
 
 bool is_white_space(char c) { return c == ' ' || c == '\n' || c == '\t'; }
 

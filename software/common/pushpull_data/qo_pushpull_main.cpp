@@ -1,3 +1,4 @@
+// The entry of the process: options, crash handler, and the status it ends with.
 #include "qo_pushpull_main.h"
 
 #include <ctype.h>
@@ -15,8 +16,8 @@
 #include "qo_backtrace.h"
 #include "qo_pushpull.h"
 #include "qo_pushpull_constants.h"
-#include "qo_pushpull_notify.h"
 #include "qo_pushpull_sigterm_mask.h"
+#include "qo_pushpull_systemd.h"
 #include "qo_utilities_command.h"
 
 namespace {

@@ -1,3 +1,4 @@
+// The text of a request: written by the client library, read by the service.
 #include "qo_pushpull_process_api.h"
 
 #include <syslog.h>

@@ -1,3 +1,4 @@
+// Making sure that the service alone serves its queue.
 #include "qo_pushpull_queue_claim.h"
 
 #include <errno.h>

@@ -1,3 +1,4 @@
+// Waiting for the next request.
 #include "qo_pushpull_request_wait.h"
 
 #include <errno.h>

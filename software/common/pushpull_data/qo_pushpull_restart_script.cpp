@@ -1,3 +1,4 @@
+// The script that signals the service to restart the device.
 #include "qo_pushpull_restart_script.h"
 
 #include <errno.h>

@@ -1,3 +1,4 @@
+// Keeping files aside that could not be read or parsed.
 #include "qo_pushpull_set_aside.h"
 
 #include <errno.h>

@@ -1,3 +1,4 @@
+// The statistics: counters, and the rows that they become.
 #include "qo_pushpull_stats.h"
 
 #include <stdio.h>
@@ -49,7 +50,7 @@ private:
 
 }  // namespace
 
-// ---- life ------------------------------------------------------------------------------------
+// ---- life ----
 
 QoPushPullStats::QoPushPullStats(QoStatsSettings settings)
     : _logHeader(true),
@@ -138,7 +139,7 @@ void QoPushPullStats::TimerCallBack(union sigval value) {
     }
 }
 
-// ---- counting --------------------------------------------------------------------------------
+// ---- counting ----
 
 void QoPushPullStats::inc_publishes() { qo_count(_numPublish); }
 
@@ -160,7 +161,7 @@ void QoPushPullStats::inc_read_time(double seconds) { _readTime += seconds; }
 
 void QoPushPullStats::set_header_flag() { _logHeader = true; }
 
-// ---- a row -----------------------------------------------------------------------------------
+// ---- a row ----
 
 std::shared_ptr<ResourceMgr> QoPushPullStats::registry() {
     const std::lock_guard guard(registry_mutex_);

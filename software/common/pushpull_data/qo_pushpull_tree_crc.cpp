@@ -1,3 +1,4 @@
+// The CRC that a saved tree carries.
 #include "qo_pushpull_tree_crc.h"
 
 #include <stdio.h>

@@ -1,3 +1,4 @@
+// JSON and file helpers of the store.
 #include "qo_pushpull_utilities.h"
 
 #include <errno.h>
@@ -12,7 +13,7 @@
 #include "qo_pushpull_file_reader.h"
 #include "qo_pushpull_json.h"
 
-// ---- CRC-32 ----------------------------------------------------------------------------------
+// ---- CRC-32 ----
 
 namespace {
 
@@ -44,7 +45,7 @@ uint32_t qo_crc32_update(uint32_t crc, std::string_view text) {
     return crc;
 }
 
-// ---- files -----------------------------------------------------------------------------------
+// ---- files ----
 
 bool DoesFileExist(const std::string& path) {
     const QoFileReader file(path);
@@ -76,7 +77,7 @@ JSONNODE* ParseJsonFile(QoFileReader& file) {
     return node.release();
 }
 
-// ---- debug printers --------------------------------------------------------------------------
+// ---- debug printers ----
 
 void PrintJsonType(const JSONNODE* node) {
     if (node == nullptr) {
@@ -119,7 +120,7 @@ void PrintJsonName(const JSONNODE* node) {
     }
 }
 
-// ---- numbers ---------------------------------------------------------------------------------
+// ---- numbers ----
 
 void ConvertIntToString(long value, std::ostream& stream) {
     try {
@@ -130,7 +131,7 @@ void ConvertIntToString(long value, std::ostream& stream) {
     }
 }
 
-// ---- subset comparison -----------------------------------------------------------------------
+// ---- subset comparison ----
 
 namespace {
 

@@ -1,3 +1,4 @@
+// Reporting life to systemd's watchdog.
 #include "qo_pushpull_watchdog.h"
 
 #include <systemd/sd-daemon.h>
@@ -5,7 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "qo_pushpull_notify.h"
+#include "qo_pushpull_systemd.h"
 
 namespace {
 

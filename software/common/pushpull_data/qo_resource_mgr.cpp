@@ -1,3 +1,4 @@
+// The registry of components and their queues.
 #include "qo_resource_mgr.h"
 
 #include <errno.h>
@@ -10,7 +11,7 @@
 #include "qo_pushpull_descriptor.h"
 #include "qo_pushpull_queue_monitor.h"
 
-// ---- one component ---------------------------------------------------------------------------
+// ---- one component ----
 
 resource::resource() : UnitID(QO_CMPID_RESERVED), msg_queue_descriptor(0) {}
 
@@ -26,7 +27,7 @@ void resource::set_msg_queue_descriptor(mqd_t descriptor) { msg_queue_descriptor
 
 mqd_t resource::getMsg_queue_descriptor() const { return msg_queue_descriptor; }
 
-// ---- life ------------------------------------------------------------------------------------
+// ---- life ----
 
 ResourceMgr::ResourceMgr() : index(-1), queue_monitor(std::make_shared<QoPushPullQueueMonitor>()) {}
 
@@ -51,7 +52,7 @@ void ResourceMgr::terminate() {
 
 QoPushPullQueueMonitor& ResourceMgr::monitor() const { return *queue_monitor; }
 
-// ---- registering -----------------------------------------------------------------------------
+// ---- registering ----
 
 int32_t ResourceMgr::comp_register(eQO_CMP_IDs_ comp_id, std::string queue_name, const mq_attr* attributes) {
     if (comp_id == QO_CMPID_RESERVED) {
@@ -125,7 +126,7 @@ int32_t ResourceMgr::forget_resource(eQO_CMP_IDs_ comp_id) {
     return 0;
 }
 
-// ---- looking up ------------------------------------------------------------------------------
+// ---- looking up ----
 
 // The slot of a component; when it has none the first free slot, or QO_MAX_RESOURCES when there is none either.
 int32_t ResourceMgr::find_slot(eQO_CMP_IDs_ comp_id) const {
@@ -185,7 +186,7 @@ std::string ResourceMgr::get_queue_name(int32_t slot) {
     return is_used(slot) ? Tbl[slot]->get_queue_name() : "";
 }
 
-// ---- queues ----------------------------------------------------------------------------------
+// ---- queues ----
 
 namespace {
 

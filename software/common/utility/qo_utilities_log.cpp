@@ -54,7 +54,7 @@ private:
     void* const start_;
 };
 
-// ---- the header ------------------------------------------------------------------------------
+// ---- the header ----
 
 // A second and what localtime_r() makes of it, in one word that can be read and written at once. Never 0: a day is not.
 constexpr unsigned kFieldBits = 26;  // month 4, day 5, hour 5, minute 6, second 6
@@ -128,7 +128,7 @@ bool is_out_of_room(int error) { return error == EAGAIN || error == ENOBUFS || e
 
 }  // namespace
 
-// ---- one line --------------------------------------------------------------------------------
+// ---- one line ----
 
 /// "<14>Jan  5 13:04:59 PushPull: text", in pieces; on a stream with a NUL.
 struct QoLogSender::Record {
@@ -257,7 +257,7 @@ uint64_t QoLogSender::stamp() {
     return known;
 }
 
-// ---- the connection --------------------------------------------------------------------------
+// ---- the connection ----
 
 // On the connection that there is, and on a new one, as syslog(3) does; once more because another thread may be
 // replacing it meanwhile.

@@ -14,7 +14,7 @@ constexpr Component::Queue kSmall{8, 4096};
 
 std::string node(const std::string& pointer) { return run_pushpullctl({"get", pointer}).output; }
 
-// ---- publish -----------------------------------------------------------------------------------------------
+// ---- publish ----
 
 class PushpullctlPublish : public RunningService {};
 
@@ -77,7 +77,7 @@ TEST_F(PushpullctlPublish, ARefusalOfTheServiceIsHandledAndStandsInItsLog) {
     EXPECT_THAT(node("/privateNode/basic/pin"), HasSubstr(R"("pin":"")"));
 }
 
-// ---- delete and clear --------------------------------------------------------------------------------------
+// ---- delete and clear ----
 
 class PushpullctlDelete : public RunningService {};
 
@@ -144,7 +144,7 @@ TEST_F(PushpullctlClear, ANodeThatIsNotThereIsTold) {
     EXPECT_EQ(run_pushpullctl({"clear", "/nosuch"}).messages, "pushpullctl: /nosuch: no such node\n");
 }
 
-// ---- save, dump, sync --------------------------------------------------------------------------------------
+// ---- save, dump, sync ----
 
 class PushpullctlAsk : public RunningService {};
 
@@ -179,7 +179,7 @@ TEST_F(PushpullctlAsk, SyncReachesItsDestination) {
     EXPECT_EQ(scheduler.next_message(), "sync:" + std::to_string(int{QO_CMPID_TESTPUBLISHER}) + ":re;load");
 }
 
-// ---- init and exit -----------------------------------------------------------------------------------------
+// ---- init and exit ----
 
 class PushpullctlInit : public RunningService {};
 

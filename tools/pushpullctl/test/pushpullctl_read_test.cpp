@@ -131,7 +131,7 @@ TEST_F(PushpullctlGet, OutputThatCannotBeWrittenEndsWith1) {
     EXPECT_EQ(run.messages(), "pushpullctl: cannot write to standard output: No space left on device\n");
 }
 
-// ---- tree --------------------------------------------------------------------------------------------------
+// ---- tree ----
 
 class PushpullctlTree : public RunningService {};
 
@@ -185,7 +185,7 @@ TEST_F(PushpullctlTree, AMemberTooLongToBeReceivedIsToldAndTheOthersAreShown) {
     EXPECT_THAT(result.output, HasSubstr("\t\"schemaVersion\": \"0.0\"\n"));
 }
 
-// ---- components and queues ---------------------------------------------------------------------------------
+// ---- components and queues ----
 
 class PushpullctlLists : public ServiceProcess {};
 

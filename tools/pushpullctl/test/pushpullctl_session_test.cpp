@@ -12,7 +12,7 @@ using testing::StartsWith;
 
 constexpr Component::Queue kSmall{8, 4096};
 
-// ---- no service --------------------------------------------------------------------------------------------
+// ---- no service ----
 
 class PushpullctlAlone : public ServiceProcess {};
 
@@ -78,7 +78,7 @@ TEST_F(PushpullctlAlone, AnInstanceIsReachedByItsSuffix) {
     EXPECT_THAT(queues_of_clients(), IsEmpty());
 }
 
-// ---- what stays behind -------------------------------------------------------------------------------------
+// ---- what stays behind ----
 
 class PushpullctlSession : public RunningService {};
 
@@ -126,7 +126,7 @@ TEST_F(PushpullctlSession, AServiceThatIsStoppedIsLeftInTimeAndServesTheNext) {
     EXPECT_TRUE(is_not_registered(service(), QO_CMPID_TESTPUBLISHER));
 }
 
-// ---- another with the same identifier ----------------------------------------------------------------------
+// ---- another with the same identifier ----
 
 TEST_F(PushpullctlSession, ALiveComponentKeepsItsRegistrationWhenItsIdentifierIsAskedFor) {
     Component scheduler(service(), QO_CMPID_SCHEDULER, kSmall);

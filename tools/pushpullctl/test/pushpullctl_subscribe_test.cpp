@@ -95,7 +95,7 @@ TEST_F(PushpullctlSubscribe, OthersWorkBesideIt) {
     EXPECT_TRUE(is_not_registered(service(), QO_CMPID_BASE_SIMULATOR));
 }
 
-// ---- ways out ----------------------------------------------------------------------------------------------
+// ---- ways out ----
 
 class PushpullctlSignal : public PushpullctlSubscribe, public testing::WithParamInterface<int> {};
 

@@ -34,7 +34,7 @@ std::string text_of(const std::vector<std::string>& arguments) {
     return text;
 }
 
-// ---- what is wrong -----------------------------------------------------------------------------------------
+// ---- what is wrong ----
 
 class WrongUsage : public testing::TestWithParam<std::vector<std::string>> {};
 
@@ -86,7 +86,7 @@ TEST(WrongUsageText, SaysWhatIsWrong) {
     EXPECT_THAT(Parsed({"get", "--frobnicate", "/a"}).messages, HasSubstr("Try: pushpullctl get --help"));
 }
 
-// ---- help --------------------------------------------------------------------------------------------------
+// ---- help ----
 
 class Help : public testing::TestWithParam<const char*> {};
 
@@ -119,7 +119,7 @@ TEST(VersionOption, PrintsOneLine) {
     EXPECT_EQ(parsed.output, "pushpullctl 0.1\n");
 }
 
-// ---- what is right -----------------------------------------------------------------------------------------
+// ---- what is right ----
 
 TEST(CommandLine, DefaultsAreThoseOfTheManual) {
     const Parsed parsed({"get", "/a", "/b"});

@@ -280,7 +280,7 @@ TEST_F(StatisticsReader, OrdersRowsByTheirTimes) {
     EXPECT_LT(complete().at(0).time, complete().at(1).time);
 }
 
-// ---- files -----------------------------------------------------------------------------------
+// ---- files ----
 
 class StatisticsFiles : public StatisticsReader {
 protected:
@@ -329,7 +329,7 @@ TEST_F(StatisticsFiles, OfADirectoryAreItsArchivesAndThenItsLog) {
                             scratch_.file("ppstats.csv")));
 }
 
-// ---- tables ----------------------------------------------------------------------------------
+// ---- tables ----
 
 class StatisticsTable : public StatisticsReader {};
 
@@ -380,7 +380,7 @@ TEST_F(StatisticsTable, AsJsonIsOneObjectPerLine) {
               "}\n");
 }
 
-// ---- picture ---------------------------------------------------------------------------------
+// ---- picture ----
 
 /// "" for well-formed XML of elements, attributes in double quotes and text.
 std::string xml_fault(const std::string& xml) {

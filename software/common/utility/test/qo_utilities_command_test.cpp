@@ -166,7 +166,7 @@ TEST_F(Commands, WriteNoFileBeyondTheLimit) {
     EXPECT_EQ(files_.read("output").size(), 65536U);
 }
 
-// ---- what a command inherits
+// ---- what a command inherits ----
 
 TEST_F(Commands, HaveNoSignalBlockedOrHandledOrIgnored) {
     struct sigaction ignored {};

@@ -54,7 +54,7 @@ void run_once(std::function<void()>& action) {
 
 }  // namespace
 
-// ---- replacements ----------------------------------------------------------------------------
+// ---- replacements ----
 
 extern "C" {
 time_t __real_time(time_t* out);
@@ -114,7 +114,7 @@ void write_text(QoLogSender& sender, const std::string& text) { write_line(sende
 /// What stands behind "<14>Jan  5 13:04:59 ".
 std::string behind_stamp(const std::string& line) { return line.substr(line.find('>') + 1 + 16); }
 
-// ---- the bytes -------------------------------------------------------------------------------
+// ---- the bytes ----
 
 /// Compares with the C library, which writes to /dev/log.
 class LogBytes : public testing::Test {
@@ -230,7 +230,7 @@ TEST_F(LogBytes, AreThoseOfTheCLibraryInEveryZone) {
     }
 }
 
-// ---- a reader elsewhere ----------------------------------------------------------------------
+// ---- a reader elsewhere ----
 
 class Sender : public testing::Test {
 protected:
@@ -262,7 +262,7 @@ using SenderWait = Sender;
 using SenderConnection = Sender;
 using SenderPieces = Sender;
 
-// ---- time stamps -----------------------------------------------------------------------------
+// ---- time stamps ----
 
 TEST_F(SenderTime, StampsFollowTheClockThroughSummerTimeAndBeyond2038) {
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
@@ -316,7 +316,7 @@ TEST_F(SenderTime, OfALineThatInterruptsTheMakingOfTheFirstStampIsLeftOut) {
     EXPECT_THAT(reader.take(), ElementsAre("<14>: of the handler", EndsWith(": interrupted")));
 }
 
-// ---- waiting, and what is lost ---------------------------------------------------------------
+// ---- waiting, and what is lost ----
 
 TEST_F(SenderWait, ForAReaderThatHasStoppedEndsAndIsNotRepeated) {
     QoLogReader reader(path_.c_str());
@@ -384,7 +384,7 @@ TEST_F(SenderWait, IsGrantedAgainOnceALineGotThrough) {
     EXPECT_GT(waits_for_room, waits);
 }
 
-// ---- the connection --------------------------------------------------------------------------
+// ---- the connection ----
 
 TEST_F(SenderConnection, IsTriedAgainAtEachLineWhileNobodyListens) {
     write_text(sender_, "to nobody");
@@ -466,7 +466,7 @@ TEST_F(SenderConnection, LeavesErrnoAlone) {
     EXPECT_EQ(errno, EDOM);
 }
 
-// ---- streams ---------------------------------------------------------------------------------
+// ---- streams ----
 
 TEST_F(SenderConnection, OnAStreamIsEndedWhenALineWasCutSoThatTheNextOneIsWhole) {
     QoLogReader reader(path_.c_str(), SOCK_STREAM);
@@ -486,7 +486,7 @@ TEST_F(SenderConnection, OnAStreamCarriesALineThatIsLongerThanTheSocketHolds) {
     writer.join();
 }
 
-// ---- ready text ------------------------------------------------------------------------------
+// ---- ready text ----
 
 TEST_F(SenderPieces, MakeOneLine) {
     QoLogReader reader(path_.c_str());

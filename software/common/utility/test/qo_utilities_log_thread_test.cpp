@@ -36,7 +36,7 @@ std::optional<int> number_behind(const std::string& line, const std::string& tex
     return std::stoi(line.substr(at + text.size()));
 }
 
-// ---- threads ---------------------------------------------------------------------------------
+// ---- threads ----
 
 class Writers {
 public:
@@ -116,7 +116,7 @@ TEST_P(LogThreads, AreToldOfEveryLineThatTheyLost) {
 
 INSTANTIATE_TEST_SUITE_P(Sockets, LogThreads, testing::Values(SOCK_DGRAM, SOCK_STREAM));
 
-// ---- a signal handler ------------------------------------------------------------------------
+// ---- a signal handler ----
 
 QoLogSender* handlers_sender = nullptr;
 std::atomic<int> handled{0};

@@ -58,7 +58,7 @@ typedef JSONNODE** JSONNODE_ITERATOR;
 // Everything from here on is what the shared library exports.
 #pragma GCC visibility push(default)
 
-// ---- creating and releasing ------------------------------------------------------------------
+// ---- creating and releasing ----
 
 /// A new unnamed node of `type`: null, "" , 0, false, [] or {}. Null for an unknown type.
 JSONNODE* json_new(char type);
@@ -99,7 +99,7 @@ void json_delete(JSONNODE* node);
 /// Releases all children; a value becomes that of a new node of the type. Type and name stay.
 void json_clear(JSONNODE* node);
 
-// ---- reading ---------------------------------------------------------------------------------
+// ---- reading ----
 
 /// The node's type; JSON_NULL for null.
 char json_type(const JSONNODE* node);
@@ -144,7 +144,7 @@ const char* json_string_view(const JSONNODE* node, size_t* length);
 /// of the two nodes themselves do not count. Two nulls are equal, one null is not.
 int json_equal(const JSONNODE* a, const JSONNODE* b);
 
-// ---- changing --------------------------------------------------------------------------------
+// ---- changing ----
 
 /// Appends `child`, which `parent` then owns. Refused without effect when either is null, `parent` is
 /// not an array or object, `child` has a parent already, or `child` is `parent` or above it.
@@ -178,7 +178,7 @@ void json_set_name_n(JSONNODE* node, const char* name, size_t length);
 /// parent. Does nothing when either is null or when `source` lies below `destination` or is it.
 void json_set_n(JSONNODE* destination, const JSONNODE* source);
 
-// ---- writing ---------------------------------------------------------------------------------
+// ---- writing ----
 
 /// The node as compact JSON text, to be freed. The node's own name is not written, nor are names of
 /// array elements. Null for null.

@@ -37,7 +37,7 @@ const mq_attr kQueue = [] {
     return attributes;
 }();
 
-// ---- every operation: what it sends and what it logs
+// ---- every operation: what it sends and what it logs ----
 
 struct Operation {
     const char* name;
@@ -178,7 +178,7 @@ TEST(ApiPublish, OfATextThatIsNotUtf8FailsUnsent) {
     EXPECT_EQ(log.lines(), (Lines{{LOG_ERR, "QoPushpullApi :publish : post_msg.size() = 0"}}));
 }
 
-// ---- who may delete
+// ---- who may delete ----
 
 TEST(ApiDelete, IsAllowedToTheSystemControllerOnly) {
     QoPushpullApi api;
@@ -202,7 +202,7 @@ TEST(ApiDelete, ByAComponentOutsideTheRangeLogsThePermissionLineAndNothingReache
                                    "delete this node."}}));
 }
 
-// ---- set-up and tear-down
+// ---- set-up and tear-down ----
 
 std::string hexadecimal(int number) {
     std::ostringstream text;
@@ -291,7 +291,7 @@ TEST(ApiObject, ClosesItsQueueWhenItIsDestroyedWithoutTerminate) {
     EXPECT_EQ(lowest_free_descriptor(), before);
 }
 
-// ---- reopening and sending again
+// ---- reopening and sending again ----
 
 TEST(ApiSend, ReopensTheQueueOfItsInstanceOnFirstUse) {
     QoPushpullApi api("foo", kNoPauses);
@@ -368,7 +368,7 @@ TEST(ApiSend, WithoutInitIsGivenUpAfterFiveAttempts) {
     EXPECT_EQ(service.count(), 0);
 }
 
-// ---- the service's own queue
+// ---- the service's own queue ----
 
 class QueueCreation : public testing::Test {
 protected:

@@ -103,7 +103,7 @@ protected:
     QoShellCapture shell_;
 };
 
-// ---- enabling --------------------------------------------------------------------------------
+// ---- enabling ----
 
 class EnableLogging : public LogFileManager {};
 
@@ -157,7 +157,7 @@ TEST_F(EnableLogging, WithAMissingParentDirectoryDropsEveryRecordWithAMessage) {
     EXPECT_THAT(shell_.commands(), ElementsAre(attempt, attempt, attempt)) << "each record tries again";
 }
 
-// ---- writing ---------------------------------------------------------------------------------
+// ---- writing ----
 
 class LogRecord : public LogFileManager {};
 
@@ -278,7 +278,7 @@ TEST_F(LogRecord, FromManyThreadsStaysWhole) {
     EXPECT_EQ(records, kThreads * kRecords);
 }
 
-// ---- rotation --------------------------------------------------------------------------------
+// ---- rotation ----
 
 class Rotation : public LogFileManager {
 protected:
@@ -416,7 +416,7 @@ TEST_F(Rotation, TheEndOfTheManagerDoesNotArchive) {
     EXPECT_EQ(log_text(), "one\n");
 }
 
-// ---- old archives ----------------------------------------------------------------------------
+// ---- old archives ----
 
 class OldArchives : public LogFileManager {
 protected:
@@ -489,7 +489,7 @@ TEST_F(OldArchives, OneThatCannotBeDeletedIsReportedAndTheOthersGo) {
     EXPECT_THAT(files(), UnorderedElementsAre(kFile, stuck, archive_name(kMorning)));
 }
 
-// ---- disks that refuse -----------------------------------------------------------------------
+// ---- disks that refuse ----
 
 /// A small disk of its own.
 class RefusingLogDisk : public LogFileManager {

@@ -25,7 +25,7 @@ T broadcast_until_ready(std::future<T>& future, QoPushpullSignal<Value>& signal,
     return future.get();
 }
 
-// ---- mutex
+// ---- mutex ----
 
 TEST(Mutex, LetsOneThreadInAtATime) {
     QoPushpullMutex mutex;
@@ -56,7 +56,7 @@ TEST(Mutex, IsNotCopied) {
     static_assert(!std::is_copy_constructible_v<QoPushpullSignal<int>>);
 }
 
-// ---- signal
+// ---- signal ----
 
 TEST(Signal, StartsAtZeroOrFalseWithNothingBroadcast) {
     QoPushpullSignal<int> number;
@@ -161,7 +161,7 @@ TEST(Signal, HandsEveryValueOverWhenEachIsAnswered) {
     worker.join();
 }
 
-// ---- deadlines
+// ---- deadlines ----
 
 double seconds(const timespec& time) {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;

@@ -100,7 +100,7 @@ mqd_t __wrap_mq_open(const char* name, int flags, ...) {
 }
 }
 
-// ---- registering -----------------------------------------------------------------------------
+// ---- registering ----
 
 TEST_F(Registry, IdentifierZeroIsRefused) {
     EXPECT_EQ(add(QO_CMPID_RESERVED, "/a"), -1);
@@ -230,7 +230,7 @@ TEST_F(Registry, QueueThatCannotBeOpenedStoresNothing) {
     EXPECT_EQ(registry_.monitor().getQueueNames(), "");
 }
 
-// ---- unregistering ---------------------------------------------------------------------------
+// ---- unregistering ----
 
 TEST_F(Unregister, FirstOfThreeMovesTheThirdIntoSlotZero) {
     add_three();
@@ -302,7 +302,7 @@ TEST_F(Registry, TerminateClosesEveryQueueAndClearsTheEntriesInPlace) {
     EXPECT_EQ(registry_.monitor().getQueueNames(), "");
 }
 
-// ---- looking up ------------------------------------------------------------------------------
+// ---- looking up ----
 
 TEST_F(Lookup, IdentifierZeroGivesNothingAndAnErrorLine) {
     EXPECT_FALSE(registry_.is_comp_registered(QO_CMPID_RESERVED));
@@ -346,7 +346,7 @@ TEST_F(Lookup, EmptySlotGivesNothing) {
     EXPECT_EQ(registry_.getMsg_queue_descriptor(0), 0);
 }
 
-// ---- queues ----------------------------------------------------------------------------------
+// ---- queues ----
 
 TEST_F(OpenMsgQueue, MissingQueueIsCreatedWithMode0660WhateverTheUmask) {
     const mode_t former = umask(0077);
@@ -454,7 +454,7 @@ TEST_F(OpenMsgQueue, ClosingDescriptorZeroDoesNothing) {
     EXPECT_NE(fcntl(0, F_GETFD), -1);
 }
 
-// ---- the monitor's list ----------------------------------------------------------------------
+// ---- the monitor's list ----
 
 namespace {
 

@@ -1,3 +1,4 @@
+// The queues that components receive from and send to, and the receiver thread.
 #include <errno.h>
 #include <signal.h>
 #include <stdlib.h>

@@ -38,7 +38,7 @@ QoProcessApi parsed(const std::string& text) {
 
 std::string arg_with(const std::string& members) { return R"({"function":"x","arg":{)" + members + "}}"; }
 
-// ---- the text of each kind, byte for byte
+// ---- the text of each kind, byte for byte ----
 
 struct BuiltRequest {
     const char* name;
@@ -201,7 +201,7 @@ TEST(RequestText, IsReadBackAsItWasBuilt) {
     EXPECT_TRUE(read.get_pack_and_send());
 }
 
-// ---- parsing
+// ---- parsing ----
 
 TEST(Request, HoldsEmptyTextsZerosAndFalseFlagsAtFirst) {
     const QoProcessApi request;
@@ -321,7 +321,7 @@ INSTANTIATE_TEST_SUITE_P(OfEveryMember, RequestNumber,
                                          ParsedNumber{"1e3", 1000}, ParsedNumber{"\"12\"", 0}, ParsedNumber{"true", 0},
                                          ParsedNumber{"null", 0}, ParsedNumber{"[12]", 0}, ParsedNumber{"{}", 0}));
 
-// ---- failures
+// ---- failures ----
 
 TEST(RequestParsing, OfInvalidJsonLogsTheTextAndTakesNothingOver) {
     QoProcessApi request = parsed(arg_with(R"("comp_id":7)"));
@@ -364,7 +364,7 @@ INSTANTIATE_TEST_SUITE_P(OnEachLevel, RequestList,
                                          ListWithoutNode{2, "Invalid JSONNODE_ITERATOR : a"},
                                          ListWithoutNode{3, "Invalid JSONNODE_ITERATOR : que_iter"}));
 
-// ---- the object
+// ---- the object ----
 
 TEST(Request, CopyKeepsItsValuesWhenTheOriginalChanges) {
     QoProcessApi request = parsed(arg_with(R"("buffer":"first","sender_id":"s")"));

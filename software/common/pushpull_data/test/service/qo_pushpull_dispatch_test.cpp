@@ -24,7 +24,7 @@ std::string number(eQO_CMP_IDs_ comp_id) { return " " + std::to_string(comp_id);
 
 }  // namespace
 
-// ---- recorders -------------------------------------------------------------------------------
+// ---- recorders ----
 
 PushPullData::PushPullData(bool statistics) : mq_pushpull_queue_hndl(0), rgw_restart_state(false) {
     if (statistics) pushpull_stats = std::make_shared<QoPushPullStats>();
@@ -112,7 +112,7 @@ void PushPullData::terminate() {
 }
 time_t qo_wall_clock() { return 0; }
 
-// ---- the rows --------------------------------------------------------------------------------
+// ---- the rows ----
 
 namespace {
 
@@ -248,7 +248,7 @@ TEST_P(DispatchRow, NeedsTheExactBufferTrueOnlyForInitAndExit) {
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-// ---- beside the rows -------------------------------------------------------------------------
+// ---- beside the rows ----
 
 TEST_F(Dispatch, UnknownKindsAreIgnoredSilently) {
     for (const std::string function : {"", "Register", "register ", "reboot", "savedebug"}) {

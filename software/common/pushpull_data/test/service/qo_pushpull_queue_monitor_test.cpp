@@ -72,7 +72,7 @@ bool wait_until(const std::function<bool()>& condition) {
 
 }  // namespace
 
-// ---- the rule --------------------------------------------------------------------------------
+// ---- the rule ----
 
 namespace {
 
@@ -144,7 +144,7 @@ TEST(MonitorSettings, AreOneSecondTwoMinutesAndHalfAMinuteAndTheFilesOfTheDevice
     EXPECT_EQ(settings.restart_script, "/var/volatile/tmp/restartPushPull.sh");
 }
 
-// ---- the thread ------------------------------------------------------------------------------
+// ---- the thread ----
 
 namespace {
 
@@ -332,7 +332,7 @@ TEST_F(MonitorThread, RemovedQueueIsNoLongerLookedAt) {
     EXPECT_THAT(log_.lines(), Not(Contains(status_line("/a", "2 / 2 messages"))));
 }
 
-// ---- a queue that stays full -----------------------------------------------------------------
+// ---- a queue that stays full ----
 
 TEST_F(QueueFullFailure, ReportsHowLongTheQueueWasFull) {
     settings_.full_for = seconds(1);

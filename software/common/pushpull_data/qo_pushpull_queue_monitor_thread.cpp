@@ -32,7 +32,7 @@ bool run(const std::string& command, std::chrono::milliseconds limit) {
 
 }  // namespace
 
-// ---- life ------------------------------------------------------------------------------------
+// ---- life ----
 
 QoPushPullQueueMonitor::QoPushPullQueueMonitor(QoQueueMonitorSettings settings)
     : _monitorThreadHandle(), _runMonitor(true), settings_(std::move(settings)), thread_started_(false) {
@@ -62,7 +62,7 @@ void* QoPushPullQueueMonitor::monitorThreadEntry(void* monitor) {
     return nullptr;
 }
 
-// ---- looking ---------------------------------------------------------------------------------
+// ---- looking ----
 
 void QoPushPullQueueMonitor::monitorThread() {
     std::unique_lock active(_mutexMonitorActive);
@@ -113,7 +113,7 @@ bool QoPushPullQueueMonitor::poll_queues() {
     return true;
 }
 
-// ---- a queue that stays full -----------------------------------------------------------------
+// ---- a queue that stays full ----
 
 void QoPushPullQueueMonitor::restart_service() {
     syslog(LOG_CRIT, "QoPushPullQueueMonitor: Creating termination shellscript");

@@ -173,7 +173,7 @@ protected:
     std::unique_ptr<QoPushPullStats> stats_;
 };
 
-// ---- header ----------------------------------------------------------------------------------
+// ---- header ----
 
 class StatisticsHeader : public Statistics {};
 
@@ -238,7 +238,7 @@ TEST_F(StatisticsHeader, MakesTheDirectoryByTheShellAtTheFirstRow) {
     EXPECT_THAT(shell_.commands(), ElementsAre(attempt, attempt));
 }
 
-// ---- rows ------------------------------------------------------------------------------------
+// ---- rows ----
 
 class StatisticsRow : public Statistics {
 protected:
@@ -394,7 +394,7 @@ TEST_F(StatisticsRow, OfANewDayComesInANewFileWithTheHeader) {
     EXPECT_TRUE(scratch_.has("ppstat/1767312000_ppstats.csv.gz"));
 }
 
-// ---- interval and timer ----------------------------------------------------------------------
+// ---- interval and timer ----
 
 class StatisticsInterval : public Statistics {
 protected:

@@ -20,7 +20,7 @@ bool fail_subscriber_lookup = false;
 
 }  // namespace
 
-// ---- replacements ----------------------------------------------------------------------------
+// ---- replacements ----
 
 extern "C" {
 int __real_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsigned priority, const timespec* deadline);
@@ -97,7 +97,7 @@ QoLogLine send_failure(const std::string& queue, size_t length) {
 
 }  // namespace
 
-// ---- which pointers ask for a size -----------------------------------------------------------
+// ---- which pointers ask for a size ----
 
 struct SizeCase {
     const char* name;
@@ -154,7 +154,7 @@ TEST(CheckSizeOfAHostilePointer, LogsTheFirstSixteenOf260000Slashes) {
     EXPECT_THAT(log.lines(), Each(kSlashLine));
 }
 
-// ---- sizes -----------------------------------------------------------------------------------
+// ---- sizes ----
 
 TEST_F(Size, OfAnArrayIsItsElementCount) {
     EXPECT_EQ(get("/devices/size"), 0);
@@ -201,7 +201,7 @@ TEST_F(Size, PointerWithALongerNameThatBeginsLikeSizeIsAnOrdinaryRead) {
     EXPECT_THAT(text, AllOf(StartsWith("{"), HasSubstr("\"long\"")));
 }
 
-// ---- get -------------------------------------------------------------------------------------
+// ---- get ----
 
 TEST_F(Get, AnswerIsTheNodeWithItsPathAsFormattedText) {
     EXPECT_EQ(get("/version"), 0);
@@ -292,7 +292,7 @@ TEST_F(Get, ListOf80000PointersIsNotCutShortByItsLengthAlone) {
     EXPECT_EQ(std::count(lines.begin(), lines.end(), kSendFailure), 80000);
 }
 
-// ---- packing ---------------------------------------------------------------------------------
+// ---- packing ----
 
 TEST_F(Pack, TwoAnswersThatFitShareOneMessage) {
     EXPECT_EQ(pack("/version;/system/status"), 0);
@@ -413,7 +413,7 @@ TEST_F(Pack, LimitIsTheQueuesMessageSizeAndExclusive) {
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-// ---- delete ----------------------------------------------------------------------------------
+// ---- delete ----
 
 TEST_F(Delete, SubscribersAreToldButNotTheRequester) {
     QoTestComponent display(*service_, QO_CMPID_ALERTS, "/display");
@@ -460,7 +460,7 @@ TEST_F(Delete, FailedNoticeIsLoggedWithThePublishHandlersText) {
     EXPECT_TRUE(log_.contains(LOG_ERR, " comp_publish : comp_notify ERROR"));
 }
 
-// ---- clear -----------------------------------------------------------------------------------
+// ---- clear ----
 
 TEST_F(Clear, DefaultIsRepublishedToTheSubscribersOnly) {
     QoTestComponent display(*service_, QO_CMPID_ALERTS, "/display");
@@ -504,7 +504,7 @@ TEST_F(Clear, FailedRepublishingIsLogged) {
                             QoLogLine{LOG_ERR, "comp_delete : Publishing restored node failed: /version"}));
 }
 
-// ---- save ------------------------------------------------------------------------------------
+// ---- save ----
 
 namespace {
 
@@ -542,7 +542,7 @@ TEST_F(Save, FailuresAreLoggedBothUnderTheNameOfSave) {
     EXPECT_TRUE(log_.contains(LOG_ERR, " comp_save : SaveActiveTreeForDebug return FAIL: -1"));
 }
 
-// ---- sync ------------------------------------------------------------------------------------
+// ---- sync ----
 
 TEST_F(Sync, ForwardsTheBufferBehindTheRequestersNumber) {
     QoTestComponent destination(*service_, QO_CMPID_ALERTS, "/destination");

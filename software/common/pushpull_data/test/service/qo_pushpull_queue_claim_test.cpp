@@ -119,7 +119,7 @@ int __wrap_flock(int descriptor, int operation) {
 }
 }
 
-// ---- one at a time ---------------------------------------------------------------------------
+// ---- one at a time ----
 
 TEST_F(QueueClaim, OfAnAbsentQueueMakesItAsAskedForWhateverTheUmask) {
     const mode_t before = umask(0777);
@@ -218,7 +218,7 @@ TEST_F(QueueClaim, OfAnImpossibleNameClaimsNothingAndLeavesTheLineToTheCaller) {
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-// ---- whose queue it is -----------------------------------------------------------------------
+// ---- whose queue it is ----
 
 TEST_F(ForeignQueue, IsRemovedAndMadeAnew) {
     QoServiceQueueClaim claim;

@@ -168,7 +168,7 @@ bool sleeps_in(pid_t thread, long system_call) {
 bool sleeps_in_mq_receive(pid_t thread) { return sleeps_in(thread, SYS_mq_timedreceive); }
 bool waits_for_a_request(pid_t thread) { return sleeps_in(thread, SYS_futex); }
 
-// ---- creating a receive queue
+// ---- creating a receive queue ----
 
 TEST_F(ReceiveQueueTest, IsOpenAndEmptyAndLogsNothing) {
     const ReceiveQueue queue = receive_queue();
@@ -280,7 +280,7 @@ TEST_F(ReceiveQueueTest, FailsToReceiveFromAQueueThatWasCreatedWithLargerMessage
     EXPECT_EQ(existing.count(), 1);
 }
 
-// ---- receiving
+// ---- receiving ----
 
 TEST_F(ReceiveQueueTest, ReceivesTextsWithTheirLengthInTheOrderOfSending) {
     const ReceiveQueue queue = receive_queue();
@@ -411,7 +411,7 @@ TEST_F(ReceiveQueueTest, LosesAndDoublesNothingWhenTimeoutsAndMessagesMeet) {
     sending.join();
 }
 
-// ---- tear-down
+// ---- tear-down ----
 
 TEST_F(ReceiveQueueTest, TornDownWhileItsThreadWaitsForARequestLeavesTheWakeUpTextForTheNextCreationToDrain) {
     ReceiveQueue queue;
@@ -517,7 +517,7 @@ TEST_F(ReceiveQueueTest, TornDownAtAnyMomentEndsItsThread) {
     EXPECT_EQ(open_descriptors(), descriptors_before);
 }
 
-// ---- signals
+// ---- signals ----
 
 uint64_t blocked_signals(pid_t thread) {
     const std::string status = read_of_thread(thread, "status");
@@ -546,7 +546,7 @@ TEST_F(ReceiveQueueTest, LeavesTheSignalsOfItsCreatorAsTheyWere) {
     EXPECT_FALSE(blocks(before, SIGTERM));
 }
 
-// ---- transmit queue
+// ---- transmit queue ----
 
 TEST_F(TransmitQueueTest, IsOpenWithMode0660AndLogsNothing) {
     const mode_t old_mask = umask(0777);
@@ -659,7 +659,7 @@ TEST_F(TransmitQueueTest, WaitsWithASendUntilThereIsRoom) {
     EXPECT_EQ(sent.get(), 0);
 }
 
-// ---- free functions
+// ---- free functions ----
 
 TEST_F(FreeFunction, QueueOpenTakesAnExistingQueueReadWriteWithItsAttributesWhateverTheFlags) {
     const QoScratchQueue existing(kName, 2, 64);

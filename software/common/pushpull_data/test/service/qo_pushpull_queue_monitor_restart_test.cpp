@@ -152,7 +152,7 @@ protected:
 
 }  // namespace
 
-// ---- the file
+// ---- the file ----
 
 TEST_F(RestartScript, IsMadeForItsUserAlone) {
     const mode_t before = umask(0);
@@ -298,7 +298,7 @@ TEST_F(RestartScript, IsNeverTheOneOfAUserWhoRacesForThePath) {
     EXPECT_EQ(files_.read("target"), "precious");
 }
 
-// ---- the monitor
+// ---- the monitor ----
 
 namespace {
 
@@ -421,7 +421,7 @@ TEST_F(Restart, FailedCommandsAndAFailedChmodAreNotLookedAt) {
     EXPECT_EQ(signals, 0);
 }
 
-// ---- diagnostics that hang
+// ---- diagnostics that hang ----
 
 TEST_F(Restart, CommandThatDoesNotEndIsLeftBehindAndTheNextOnesAreRun) {
     settings_.command_limit = milliseconds(300);

@@ -24,7 +24,7 @@ bool give_null_child = false;  // lists of JSON children hold a null
 
 }  // namespace
 
-// ---- replacements ----------------------------------------------------------------------------
+// ---- replacements ----
 
 extern "C" {
 int __real_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsigned priority, const timespec* deadline);
@@ -111,7 +111,7 @@ constexpr char kSameName[] = R"({"system":{"config":{"name":"x"}}})";
 
 }  // namespace
 
-// ---- component classes -----------------------------------------------------------------------
+// ---- component classes ----
 
 struct ClassBoundary {
     int comp_id;
@@ -140,7 +140,7 @@ TEST_P(ComponentClass, FollowsTheIdentifier) {
     EXPECT_EQ(service.get_comp_class(static_cast<eQO_CMP_IDs_>(GetParam().comp_id)), GetParam().component_class);
 }
 
-// ---- register and unregister -----------------------------------------------------------------
+// ---- register and unregister ----
 
 TEST_F(Register, FailureIsLoggedWithTheQueueNameAndTheResult) {
     EXPECT_EQ(service_->comp_register(QO_CMPID_DEMO, "no slash", nullptr), QO_ERR_QUEUE_OPEN);
@@ -189,7 +189,7 @@ TEST_F(Register, UnregisteringWithoutASubscriptionTreeStillForgetsTheComponent) 
     EXPECT_EQ(not_started.comp_save_debug(display.id), -1) << "it is not registered any more";
 }
 
-// ---- subscribe and unsubscribe ---------------------------------------------------------------
+// ---- subscribe and unsubscribe ----
 
 TEST_F(Subscribe, ListWithAnInvalidFirstPointerSubscribesTheSecondAndReturnsItsResult) {
     QoTestComponent display(*service_, QO_CMPID_DEMO, "/display");
@@ -273,7 +273,7 @@ TEST_F(Subscribe, UnsubscribingIsSilentAndGoesOnAfterAFailure) {
     EXPECT_THAT(logged(), IsEmpty());
 }
 
-// ---- publish ---------------------------------------------------------------------------------
+// ---- publish ----
 
 TEST_F(Publish, WhoseOnlySubscriberIsThePublisherItselfSendsNothing) {
     QoTestComponent writer(*service_, QO_CMPID_ALERTS, "/writer");
@@ -368,7 +368,7 @@ TEST_F(Publish, ScalarTextMergesNothingAndTellsWholeTreeSubscribers) {
     EXPECT_THAT(display.texts(), ElementsAre("5"));
 }
 
-// ---- the object checker ----------------------------------------------------------------------
+// ---- the object checker ----
 
 TEST_F(Checker, InternalPublishersAreNotChecked) {
     QoTestComponent writer(*service_, QO_CMPID_ALERTS, "/writer");
@@ -411,7 +411,7 @@ TEST_F(Checker, OnlyTheRemoteGatewaysRmIsCheckedStrictly) {
     EXPECT_THAT(logged(), Not(Contains(testing::Field(&QoLogLine::text, testing::HasSubstr("returned modified")))));
 }
 
-// ---- the subscriber list ---------------------------------------------------------------------
+// ---- the subscriber list ----
 
 TEST_F(SubscriberList, TakesBothModesInOrderWithoutThePublisher) {
     const QoJsonNode list = qo_json_parse(
@@ -444,7 +444,7 @@ TEST_F(SubscriberList, NullChildEndsTheWalk) {
     EXPECT_THAT(log_.lines(), ElementsAre(QoLogLine{LOG_ERR, "Invalid JSON Node"}));
 }
 
-// ---- delivery --------------------------------------------------------------------------------
+// ---- delivery ----
 
 double seconds_of(const timespec& time) {
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
@@ -523,7 +523,7 @@ TEST_F(Notify, TextWithAnEmbeddedNulIsSentWholeWithItsTerminator) {
     EXPECT_EQ(display.queue.take()->bytes, std::string("a\0b\0", 4));
 }
 
-// ---- the soft watchdog -----------------------------------------------------------------------
+// ---- the soft watchdog ----
 
 TEST_F(SoftWatchdog, FullQueueOfTheGatewayRestartsItOnceUntilASendSucceedsAgain) {
     QoTestComponent gateway(*service_, QO_CMPID_REMOTE_GATEWAY_DM, "/gateway", 2);
@@ -616,7 +616,7 @@ TEST_F(SoftWatchdog, OtherComponentsOnlyLoseTheMessage) {
     EXPECT_THAT(shell_.commands(), IsEmpty());
 }
 
-// ---- statistics ------------------------------------------------------------------------------
+// ---- statistics ----
 
 namespace {
 

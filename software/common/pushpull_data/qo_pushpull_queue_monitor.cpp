@@ -1,3 +1,4 @@
+// The list of supervised queues, and the statistics of each.
 #include <syslog.h>
 
 #include <algorithm>
@@ -29,7 +30,7 @@ std::string csv_field(const std::string& text) {
 
 }  // namespace
 
-// ---- one queue -------------------------------------------------------------------------------
+// ---- one queue ----
 
 QoPushPullMonitoredQueue::QoPushPullMonitoredQueue(std::string name, eQO_CMP_IDs_ comp_id, mqd_t descriptor)
     : _queueName(std::move(name)),
@@ -95,7 +96,7 @@ std::string QoPushPullMonitoredQueue::getQueueData() {
     return data;
 }
 
-// ---- the list --------------------------------------------------------------------------------
+// ---- the list ----
 
 void QoPushPullQueueMonitor::addQueue(const std::string& name, eQO_CMP_IDs_ comp_id, mqd_t descriptor) {
     syslog(LOG_INFO, "QoPushPullQueueMonitor: Adding queue %s (component ID %d)", name.c_str(), comp_id);

@@ -29,7 +29,7 @@ unsigned interrupted_once_after = 0;   // seconds; 0: no sleep is interrupted
 
 }  // namespace
 
-// ---- replacements ----------------------------------------------------------------------------
+// ---- replacements ----
 
 extern "C" {
 unsigned __wrap_sleep(unsigned seconds);
@@ -118,7 +118,7 @@ using Signals = Main;
 
 }  // namespace
 
-// ---- options ---------------------------------------------------------------------------------
+// ---- options ----
 
 TEST_F(Options, VersionAndLoggingTogetherLogBothLinesAndStartWithStatistics) {
     EXPECT_EQ(run({"-v", "-l"}), 0);
@@ -168,7 +168,7 @@ TEST_F(Options, DIsAcceptedAndInert) {
 
 TEST_F(Options, YWithAnyArgumentAborts) { EXPECT_EXIT(run({"-y", "anything"}), testing::KilledBySignal(SIGABRT), ""); }
 
-// ---- the life of the process -----------------------------------------------------------------
+// ---- the life of the process ----
 
 TEST_F(Main, ExitRequestTakesTheComponentsQueuesFromTheMonitorBeforeTheEnd) {
     const QoScratchQueue display("/display", 2, 256);
@@ -251,7 +251,7 @@ TEST_F(Main, ClosedStandardDescriptorsAreOpenedSoThatNoQueueIsNumberZero) {
         testing::ExitedWithCode(3), "");
 }
 
-// ---- signals ---------------------------------------------------------------------------------
+// ---- signals ----
 
 TEST_F(Signals, SigtermDuringStartUpKillsByItsDefaultAction) {
     when_ready = [] { kill(getpid(), SIGTERM); };

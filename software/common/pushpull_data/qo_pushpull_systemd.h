@@ -1,6 +1,6 @@
 /// What the service tells systemd.
-#ifndef QO_PUSHPULL_NOTIFY_H
-#define QO_PUSHPULL_NOTIFY_H
+#ifndef QO_PUSHPULL_SYSTEMD_H
+#define QO_PUSHPULL_SYSTEMD_H
 
 #include <chrono>
 

@@ -41,7 +41,7 @@ bool sigterm_is_let_in() {
 
 }  // namespace
 
-// ---- replacements ----------------------------------------------------------------------------
+// ---- replacements ----
 
 extern "C" {
 unsigned __wrap_sleep(unsigned seconds);
@@ -151,7 +151,7 @@ constexpr char kExiting[] = "pushpull exiting";
 
 }  // namespace
 
-// ---- start-up --------------------------------------------------------------------------------
+// ---- start-up ----
 
 TEST_F(StartUp, ReportsReadinessOnceEverythingIsThere) {
     PushPullData service(false);
@@ -207,7 +207,7 @@ TEST_F(StartUp, WithStatisticsSaysSo) {
     service.terminate();
 }
 
-// ---- the main loop ---------------------------------------------------------------------------
+// ---- the main loop ----
 
 TEST_F(Loop, ServesRequestsInOrderUntilAnExit) {
     QoTestComponent display(*service_, QO_CMPID_DEMO, "/display");
@@ -339,7 +339,7 @@ TEST_F(CountingLoop, CountsEveryMessageOnTheServiceQueueAndTheTimeOfEveryRequest
     EXPECT_THAT(active_times, Each(AllOf(testing::Ge(0.0), testing::Lt(1.0))));
 }
 
-// ---- exit ------------------------------------------------------------------------------------
+// ---- exit ----
 
 TEST_F(ExitRequest, WithBufferFalseKeepsTheServiceRunning) {
     QoTestComponent display(*service_, QO_CMPID_DEMO, "/display");
@@ -397,7 +397,7 @@ TEST_F(NotifyAll, FailedSendIsLoggedWithQueueAndText) {
     EXPECT_THAT(display.texts(), ElementsAre("too long"));
 }
 
-// ---- init ------------------------------------------------------------------------------------
+// ---- init ----
 
 namespace {
 
@@ -498,7 +498,7 @@ TEST_F(InitRequest, WithoutTheExactBufferTrueIsIgnored) {
     EXPECT_THAT(notified, IsEmpty());
 }
 
-// ---- SIGTERM ---------------------------------------------------------------------------------
+// ---- SIGTERM ----
 
 namespace {
 
