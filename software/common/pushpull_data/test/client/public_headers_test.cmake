@@ -1,9 +1,10 @@
 # cmake -D BUILD=... -D WORK=... -D CXX=... -D FLAGS=... -D PKG_CONFIG=... -D LIBDIR=... -D PROGRAM=...
-#     [-D EMULATOR=...] -P public_headers_test.cmake
+#     -D INCLUDE=... [-D EMULATOR=...] -P public_headers_test.cmake
 #
 # Installs what component authors get into an empty folder and uses it as they do: every header by itself, then a
 # component that finds the library through pkg-config. FLAGS are those that the library was compiled with, but for the
-# width of time and file offsets: on a 32-bit board a component may have either. EMULATOR runs its programs.
+# width of time and file offsets: on a 32-bit board a component may have either. EMULATOR runs its programs. INCLUDE is
+# where a target of this build that links the library finds headers: it sees the public ones alone, too.
 separate_arguments(flags UNIX_COMMAND "${FLAGS} -std=c++20 -Wall -Wextra -Wpedantic -Werror")
 separate_arguments(emulator UNIX_COMMAND "${EMULATOR}")
 set(wide_flags -D_FILE_OFFSET_BITS=64 -D_TIME_BITS=64)
@@ -31,6 +32,17 @@ endif()
 foreach(header ${headers})
     file(WRITE ${WORK}/alone.cpp "#include <${header}>\n#include <${header}>\n")
     run(${CXX} ${flags} -fsyntax-only -I${prefix}/include/qo_pushpull ${WORK}/alone.cpp)
+endforeach()
+
+list(TRANSFORM INCLUDE PREPEND -I)
+run(${CXX} ${flags} -fsyntax-only ${INCLUDE} ${PROGRAM})
+foreach(private qo_pushpull.h qo_pushpull_constants.h qo_pushpull_datamgr.h qo_pushpull_process_api.h)
+    file(WRITE ${WORK}/private.cpp "#include \"${private}\"\n")
+    execute_process(COMMAND ${CXX} ${flags} -fsyntax-only ${INCLUDE} ${WORK}/private.cpp
+        RESULT_VARIABLE result ERROR_VARIABLE error)
+    if(result EQUAL 0 OR NOT error MATCHES "${private}: No such file")
+        message(FATAL_ERROR "a component finds ${private}, or fails otherwise:\n${error}")
+    endif()
 endforeach()
 
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
