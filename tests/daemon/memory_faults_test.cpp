@@ -9,6 +9,7 @@
 #include <fstream>
 #include <thread>
 
+#include "component.h"
 #include "faults.h"
 #include "service_process.h"
 
@@ -127,6 +128,20 @@ TEST_F(MemoryShortage, WhileTheDataDirectoryIsReadEndsTheStartWithoutACrash) {
         ASSERT_TRUE(status);
         EXPECT_FALSE(WIFSIGNALED(*status) && WTERMSIG(*status) != SIGKILL) << "signal " << WTERMSIG(*status);
     }
+}
+
+// The C library starts a thread for each expiry, and says nothing when it gets no memory for it.
+TEST_F(MemoryShortage, WhenTheSaveTimerExpiresOnlyPutsTheSaveOff) {
+    QoFaults faults(service());
+    ASSERT_TRUE(service().start_and_wait());
+    Component component(service(), QO_CMPID_DEMO);
+    component.fence();
+    faults.add({.calls = kQoTimer, .act = QoFaultAct::kHasten, .last = kQoAlways, .milliseconds = 10});
+    faults.add({.calls = kQoAllocate, .threads = QoFaultThreads::kOthers});
+    faults.arm();
+    ASSERT_EQ(component.api().publish(QO_CMPID_DEMO, R"({"version":{"schemaVersion":"9"}})"), 0);
+    EXPECT_TRUE(events().wait_for_store_log(LOG_INFO, "Saved the data tree"));
+    EXPECT_EQ(faults.hits(1), 1U);
 }
 
 }  // namespace

@@ -18,13 +18,23 @@ std::chrono::nanoseconds time_left(const itimerspec& time) {
     return std::chrono::seconds(time.it_value.tv_sec) + std::chrono::nanoseconds(time.it_value.tv_nsec);
 }
 
+timespec to_timespec(std::chrono::nanoseconds time) {
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
+    return {static_cast<time_t>(seconds.count()), static_cast<long>((time - seconds).count())};
+}
+
 }  // namespace
 
 // ---- save timer ----
 
-bool DataMgr::IsSavePending() {
+// An expiry that has its thread needs no other one.
+bool DataMgr::TakeExpiry() {
     const QoMutexLock lock(mutex_);
-    return timer_id_ != timer_t{};
+    if (timer_id_ == timer_t{}) {
+        return false;
+    }
+    [[maybe_unused]] const bool disarmed = SetTimer({});
+    return true;
 }
 
 int DataMgr::CreateTimerToSaveTree() {
@@ -98,10 +108,10 @@ bool DataMgr::CreateTimer() {
 }
 
 bool DataMgr::SetTimer(std::chrono::nanoseconds after) {
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(after);
     itimerspec time{};
-    time.it_value.tv_sec = static_cast<time_t>(seconds.count());
-    time.it_value.tv_nsec = static_cast<long>((after - seconds).count());
+    time.it_value = to_timespec(after);
+    // The C library starts a thread for each expiry, and forgets the expiry when it gets no memory for that.
+    time.it_interval = to_timespec(timings_.retry);
     return timer_settime(timer_id_, 0, &time, nullptr) == 0;
 }
 

@@ -117,7 +117,7 @@ private:
 
 int DataMgr::SaveDataTree(bool timer_triggered) {
     const std::lock_guard saving(saving_mutex);
-    if (timer_triggered && !IsSavePending()) {
+    if (timer_triggered && !TakeExpiry()) {
         QO_LOG(LOG_ERR, "Save request overridden");
         return 0;
     }

@@ -334,8 +334,11 @@ private:
     void BackUp(const std::string& path, const std::string& former_name);
     /// Lets the timer whose save has failed expire once more. Takes `mutex_`.
     void ArmRetry();
-    bool IsSavePending();
+    /// On the timer's thread: stops the pending timer, which stays pending. Takes `mutex_`. @return whether there is
+    /// one.
+    bool TakeExpiry();
     bool CreateTimer();
+    /// Lets the pending timer expire then, and again every QoSaveTimings::retry until it is set anew; 0: never.
     bool SetTimer(std::chrono::nanoseconds after);
     bool DecideByMarker(JSONNODE* node, bool& persistent_change, bool& decided);
     void CheckElementsForSaving(JSONNODE* data, JSONNODE* array, bool& persistent_change, bool& decided);
