@@ -334,9 +334,11 @@ void QoFaultCampaign::expect_whole_rows() {
 
 /// The components that talk to the service while it is at fault.
 struct QoFaultCampaign::Actors {
-    explicit Actors(QoServiceProcess& service) : actor(service, kActor), controller(service, kController) {
+    explicit Actors(QoServiceProcess& service)
+        : publisher(service, kPublisher), actor(service, kActor), controller(service, kController) {
         EXPECT_EQ(actor.api().subscribe(kActor, "/version", false), 0);
     }
+    Component publisher;
     Component actor;
     Component controller;
 };
@@ -349,6 +351,7 @@ void QoFaultCampaign::request() {
     make_request(*actors);
     settle();
     if (!service().running()) return;
+    actors->publisher.drain();
     actors->actor.drain();
     actors->controller.drain();
 }
@@ -359,9 +362,11 @@ void QoFaultCampaign::make_request(Actors& actors) {
         {"register", [&] { return actor.api().comp_register(kNewcomer, actor.queue_name(), nullptr); }},
         {"subscribe", [&] { return actor.api().subscribe(kActor, "/system/config;/usb", true); }},
         {"unsubscribe", [&] { return actor.api().un_subscribe(kActor, "/version"); }},
-        {"publish", [&] { return actor.api().publish(kPublisher, qo_tree_number(3)); }},
+        {"publish", [&] { return actors.publisher.api().publish(kPublisher, qo_tree_number(3)); }},
         {"publish array",
-         [&] { return actor.api().publish(kPublisher, R"({"devices":[{"id":3,"name":"hall"},{"id":5}]})"); }},
+         [&] {
+             return actors.publisher.api().publish(kPublisher, R"({"devices":[{"id":3,"name":"hall"},{"id":5}]})");
+         }},
         {"get", [&] { return actor.api().get(kActor, "/version;/system/config;/nowhere", "tag", false); }},
         {"get packed", [&] { return actor.api().get(kActor, "/version;/usb;/devices/size", "tag", true); }},
         {"save_debug", [&] { return actor.api().save_complete_tree(kActor); }},
