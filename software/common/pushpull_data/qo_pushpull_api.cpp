@@ -195,7 +195,8 @@ int32_t QoPushpullApi::exit_request(eQO_CMP_IDs_ comp_id, std::string text) {
         });
 }
 
-// Deliberate: a failed "sync" is logged in the words of a failed registration.
+// Deliberate: a failed "sync" is logged in the words of a failed registration, by which logs are searched.
+// Test: ApiOperation.FailsAfterItsSendFailedInItsOwnWords
 int32_t QoPushpullApi::comp_sync(eQO_CMP_IDs_ comp_id, eQO_CMP_IDs_ destination, std::string pointer) {
     return post_or_report(
         *this, build_json_post_msg(comp_id, pointer, "sync", nullptr, false, "", destination),

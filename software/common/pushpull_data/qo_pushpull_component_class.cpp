@@ -13,7 +13,7 @@ struct ClassRange {
 };
 
 // Deliberate: the gateways' own identifiers and the Wi-Fi gateway's connections are internal, the _END markers are
-// clients.
+// clients: what components may write rests on it. Test: ComponentClass.FollowsTheIdentifier
 constexpr ClassRange kClients[] = {
     {QO_CMPID_WEBSERVER_GATEWAY_C0, QO_CMPID_WEBSERVER_GATEWAY_END, QO_LOCAL_CLIENT},
     {QO_CMPID_WEBSERVER_GATEWAY_REMOTE_C0, QO_CMPID_WEBSERVER_GATEWAY_REMOTE_END, QO_LOCAL_CLIENT},

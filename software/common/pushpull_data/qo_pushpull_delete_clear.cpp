@@ -36,7 +36,8 @@ int PushPullData::notify_deletion(eQO_CMP_IDs_ comp_id, const std::string& point
     std::array<eQO_CMP_IDs_, QO_MAX_SUBSCRIBERS> comp_ids{};
     const int count = parse_and_get_cmpIDs(subscribers.get(), comp_id, comp_ids.data(), true);
     result = comp_notify(count, comp_ids.data(), "NODE DELETED: " + pointer);
-    // Deliberate: the publish handler's text.
+    // Deliberate: the publish handler's text, by which logs are searched.
+    // Test: Delete.FailedNoticeIsLoggedWithThePublishHandlersText
     if (result == -1) syslog(LOG_ERR, " comp_publish : comp_notify ERROR");
     return result;
 }

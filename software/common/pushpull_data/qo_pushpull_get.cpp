@@ -77,7 +77,8 @@ bool CheckSizeRequested(const std::string& path, std::string& out) {
                        __LINE__, position);
                 return false;
             }
-            // Deliberate: the first "/size" in the text counts, even inside a longer name.
+            // Deliberate: the first "/size" in the text counts, even inside a longer name; components rely on it.
+            // Test: Get.ASizeIsCutAtTheFirstSizeInTheTextEvenInsideALongerName
             out = path.substr(0, path.find(kSizeMarker));
             return true;
         }

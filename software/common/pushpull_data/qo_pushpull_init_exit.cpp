@@ -14,7 +14,8 @@
 
 int PushPullData::comp_init(eQO_CMP_IDs_ comp_id) {
     const int result = announce_reset(comp_id);
-    // Deliberate: the reset is done in every case, also for an unregistered requester.
+    // Deliberate: the reset is done in every case, also for an unregistered requester: it is the way out of a bad tree.
+    // Test: InitRequest.FromAnUnregisteredComponentStillDeletesTheSavedTreeAndItsBackupAndRestarts
     try {
         reset();
     } catch (...) {

@@ -52,7 +52,8 @@ void report_bad_option() {
     if (optopt == 'm') {
         syslog(LOG_ERR, "Option -%c requires an argument (instance name).", optopt);
     } else if (isprint(optopt) != 0) {
-        // Deliberate: a missing argument of -d or -y is reported as an unknown option too.
+        // Deliberate: a missing argument of -d or -y is reported as an unknown option too, for neither does anything.
+        // Test: Options.AMissingArgumentOfDOrYIsReportedAsAnUnknownOption
         syslog(LOG_ERR, "Unknown option '-%c'.\n", optopt);
     } else {
         syslog(LOG_ERR, "Unknown option character '\\x%x'.\n", static_cast<unsigned>(optopt));

@@ -67,7 +67,8 @@ void PushPullData::restart_remote_gateway() {
     }
     syslog(LOG_CRIT, "*********UNREGISTERING:RGW COMP_IDs***********");
     if (pushpull_stats) {
-        // Deliberate: always three, however many of them were registered.
+        // Deliberate: always three, so that a row tells of the watchdog, however many of them were registered.
+        // Test: Counting.SoftWatchdogCountsThreeUnregistersHoweverManyOfTheGatewaysComponentsWereThere
         for (size_t i = 0; i < std::size(kGateway); ++i) pushpull_stats->inc_unregisters();
     }
     // Not waited for: it takes as long as the gateway's end and start, in which the gateway may wait for us. Whether it

@@ -125,6 +125,7 @@ void QoPushPullQueueMonitor::remove_matching(const Key& key) {
         queue = _monitoredQueues.erase(queue);
         // Deliberate: the walk resumes one element beyond the one that followed. The service removes by descriptor,
         // of which no two queues have the same, so nothing that could match is skipped.
+        // Test: MonitorList.RemovalResumesOneBehindTheQueueThatFollowedTheRemovedOne
         if (queue == _monitoredQueues.end()) return;
     }
 }

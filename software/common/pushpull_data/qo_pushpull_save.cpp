@@ -26,7 +26,8 @@ int PushPullData::comp_save_debug(eQO_CMP_IDs_ comp_id) {
         return -1;
     }
     const int result = data_mgr->SaveActiveTreeForDebug();
-    // Deliberate: the text names comp_save.
+    // Deliberate: the text names comp_save, by which logs are searched.
+    // Test: Save.FailuresAreLoggedBothUnderTheNameOfSave
     if (result == -1)
         syslog(LOG_ERR, " comp_save : SaveActiveTreeForDebug return FAIL: %ld", static_cast<long>(result));
     return result;

@@ -35,7 +35,8 @@ constexpr std::array<uint32_t, 256> make_crc32_table() {
 
 constexpr std::array<uint32_t, 256> QO_PUSHPULL_CRC32_TABLE_04C11DB7 = make_crc32_table();
 
-// Deliberate: no final inversion. Saved tree files carry this value.
+// Deliberate: no final inversion, for saved tree files carry this value.
+// Test: CalcCrc32.OfTheCheckTextHasNoFinalInversion
 uint32_t CalcCrc32(std::string text) { return qo_crc32_update(QO_CRC32_START, text); }
 
 uint32_t qo_crc32_update(uint32_t crc, std::string_view text) {
@@ -243,7 +244,8 @@ bool is_subset(JSONNODE* a, JSONNODE* b, int levels_left) {
                json_type(b));
         return false;
     }
-    // Deliberate: two equal values, or two empty containers, do not compare equal.
+    // Deliberate: two equal values, or two empty containers, do not compare equal, for neither holds the other.
+    // Tests: JsonSubsetEqual.TwoEqualStringsAreNot, JsonSubsetEqual.TwoEmptyContainersAreNot
     if (json_empty(a) != 0 || json_empty(b) != 0) {
         return false;
     }

@@ -182,7 +182,8 @@ mqd_t ResourceMgr::getMsg_queue_descriptor(int32_t slot) {
 }
 
 std::string ResourceMgr::get_queue_name(int32_t slot) {
-    // Deliberate: only the upper bound is checked. Callers count from 0.
+    // Deliberate: only the upper bound is checked, since callers count from 0.
+    // Test: Lookup.SlotNumberIsCheckedAgainstTheUpperBound
     return is_used(slot) ? Tbl[slot]->get_queue_name() : "";
 }
 
@@ -211,7 +212,7 @@ mqd_t ResourceMgr::open_msg_queue(const std::string& queue_name, const mq_attr* 
     mqd_t descriptor = mq_open(queue_name.c_str(), O_RDWR);
     int open_errno = errno;
     // Deliberate: errno is tested whatever the first open returned, so a stale ENOENT opens the queue a second
-    // time. Test: OpenMsgQueue.StaleEnoentLeadsToASecondOpenAndNoLeak
+    // time, which finds it. Test: OpenMsgQueue.StaleEnoentLeadsToASecondOpenAndNoLeak
     if (open_errno == ENOENT) {
         const mqd_t first = descriptor;
         descriptor = create_msg_queue(queue_name, chosen);
@@ -220,7 +221,8 @@ mqd_t ResourceMgr::open_msg_queue(const std::string& queue_name, const mq_attr* 
         syslog(LOG_ERR, "ResourceMgr MessageQueue: mq_open:%s no device found\n", queue_name.c_str());
     }
     if (descriptor == -1) {
-        // Deliberate: "size=" carries the message count and "max=" the message size.
+        // Deliberate: "size=" carries the message count and "max=" the message size, by which logs are searched.
+        // Test: OpenMsgQueue.FailureNamesTheCountAsSizeAndTheSizeAsMax
         syslog(LOG_ERR, "ResourceMgr MessageQueue: mq_open: \"%s\" - failed: %p size=%ld , max=%ld , ERR_CODE:%d",
                queue_name.c_str(), static_cast<const void*>(attributes), static_cast<long>(chosen.mq_maxmsg),
                static_cast<long>(chosen.mq_msgsize), open_errno);

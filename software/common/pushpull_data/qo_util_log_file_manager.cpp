@@ -177,7 +177,8 @@ void QoUtilLogFileManager::archiveLogFile(const std::string& path) {
     [[maybe_unused]] const int compressed = qo_zlibCompress(path, archive);
     syslog(LOG_INFO, "LOG: archived '%s'", archive.c_str());
     if (remove(path.c_str()) != 0) {
-        // Deliberate: the line names the archive although it is the log that could not be removed.
+        // Deliberate: the line names the archive, by which logs are searched, not the log that could not be removed.
+        // Test: RefusingLogDisk.AReadOnlyOneDropsRecordsWithAllItsMessages
         syslog(LOG_WARNING, "LOG: remove archive failed: '%s'", archive.c_str());
     }
     removeOldArchives();

@@ -503,6 +503,12 @@ TEST_F(MonitorList, QueuesAreRemovedByNameComponentOrDescriptor) {
     EXPECT_EQ(monitor_.getQueueNames(), "");
 }
 
+TEST_F(MonitorList, RemovalResumesOneBehindTheQueueThatFollowedTheRemovedOne) {
+    for (const char* name : {"/1", "/2", "/3"}) monitor_.addQueue(name, kFirst, -1);
+    monitor_.removeQueue(kFirst);
+    EXPECT_EQ(monitor_.getQueueNames(), "/2(Total),/2(Saves),/2(Max),/2(Avg)");
+}
+
 TEST_F(MonitorList, RemovingAQueueWhoseAttributesCannotBeReadSaysSo) {
     monitor_.addQueue("/gone", kFirst, -1);
     log_.clear();
