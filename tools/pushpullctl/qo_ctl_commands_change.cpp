@@ -3,13 +3,10 @@
 #include "qo_ctl_commands.h"
 #include "qo_ctl_dump.h"
 #include "qo_ctl_text.h"
+#include "qo_pushpull_conventions.h"
 #include "qo_pushpull_json.h"
 
 namespace {
-
-constexpr char kInitAnswer[] = "pushpull init success";
-constexpr char kExitAnswer[] = "pushpull exiting";
-constexpr char kExitNotice[] = "exit";
 
 /// Opens a session, sends one request and waits until it was handled.
 QoCtlStatus handle(const QoCtlOptions& options, QoCtlSignals& signals, const QoCtlSession::Request& request,
@@ -153,8 +150,10 @@ QoCtlStatus qo_ctl_init(const QoCtlOptions& options, QoCtlSignals& signals) {
     QoCtlSession session(qo_ctl_session_settings(options), signals);
     QoCtlStatus status = session.open();
     if (status != QoCtlStatus::answered) return status;
-    status = session.send([](QoPushpullApi& api, eQO_CMP_IDs_ id) { return api.init_request(id, "true"); }, "true");
-    if (status == QoCtlStatus::answered) status = wait_for_text(session, signals, kInitAnswer, options.timeout);
+    status =
+        session.send([](QoPushpullApi& api, eQO_CMP_IDs_ id) { return api.init_request(id, QO_REQUEST_CONFIRMATION); },
+                     QO_REQUEST_CONFIRMATION);
+    if (status == QoCtlStatus::answered) status = wait_for_text(session, signals, QO_INIT_ANSWER, options.timeout);
     if (status == QoCtlStatus::answered) status = session.join_again();
     if (status == QoCtlStatus::answered) qo_ctl_tell_person("the service is back with its default tree");
     return status;
@@ -164,11 +163,13 @@ QoCtlStatus qo_ctl_exit(const QoCtlOptions& options, QoCtlSignals& signals) {
     QoCtlSession session(qo_ctl_session_settings(options), signals);
     QoCtlStatus status = session.open();
     if (status != QoCtlStatus::answered) return status;
-    status = session.send([](QoPushpullApi& api, eQO_CMP_IDs_ id) { return api.exit_request(id, "true"); }, "true");
-    if (status == QoCtlStatus::answered) status = wait_for_text(session, signals, kExitAnswer, options.timeout);
+    status =
+        session.send([](QoPushpullApi& api, eQO_CMP_IDs_ id) { return api.exit_request(id, QO_REQUEST_CONFIRMATION); },
+                     QO_REQUEST_CONFIRMATION);
+    if (status == QoCtlStatus::answered) status = wait_for_text(session, signals, QO_EXIT_ANSWER, options.timeout);
     if (status != QoCtlStatus::answered) return status;
     // The service sends this to every component, without a limit in time, before it ends: to ours too.
-    status = wait_for_text(session, signals, kExitNotice, options.timeout);
+    status = wait_for_text(session, signals, QO_EXIT_NOTICE, options.timeout);
     if (status == QoCtlStatus::no_answer) {
         qo_ctl_say("it said that it exits, but cannot tell every component: the queue of one may be full");
     }

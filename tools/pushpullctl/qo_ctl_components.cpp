@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <limits>
 
+#include "qo_pushpull_conventions.h"
+
 namespace {
 
 constexpr QoCtlComponent kComponents[] = {
@@ -38,8 +40,6 @@ std::optional<eQO_CMP_IDs_> id_of_number(std::string_view text) {
     return static_cast<eQO_CMP_IDs_>(number);
 }
 
-bool between(eQO_CMP_IDs_ id, eQO_CMP_IDs_ first, eQO_CMP_IDs_ last) { return id >= first && id <= last; }
-
 }  // namespace
 
 std::span<const QoCtlComponent> qo_ctl_components() { return kComponents; }
@@ -60,16 +60,7 @@ std::string qo_ctl_component_name(eQO_CMP_IDs_ id) {
     return std::to_string(static_cast<int32_t>(id));
 }
 
-eQO_COMPONENT_CLASS_ qo_ctl_component_class(eQO_CMP_IDs_ id) {
-    // The gateways' base identifiers and the connections of the Wi-Fi gateway are internal; the _END markers of
-    // the other two blocks count as clients.
-    if (between(id, QO_CMPID_WEBSERVER_GATEWAY_C0, QO_CMPID_WEBSERVER_GATEWAY_END) ||
-        between(id, QO_CMPID_WEBSERVER_GATEWAY_REMOTE_C0, QO_CMPID_WEBSERVER_GATEWAY_REMOTE_END)) {
-        return QO_LOCAL_CLIENT;
-    }
-    if (id == QO_CMPID_REMOTE_GATEWAY_DM || id == QO_CMPID_REMOTE_GATEWAY_RM) return QO_REMOTE_CLIENT;
-    return QO_INTERNAL;
-}
+eQO_COMPONENT_CLASS_ qo_ctl_component_class(eQO_CMP_IDs_ id) { return qo_component_class(id); }
 
 std::string_view qo_ctl_class_name(eQO_COMPONENT_CLASS_ component_class) {
     switch (component_class) {

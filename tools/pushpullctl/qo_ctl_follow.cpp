@@ -8,13 +8,13 @@
 #include "qo_ctl_commands.h"
 #include "qo_ctl_components.h"
 #include "qo_ctl_text.h"
+#include "qo_pushpull_conventions.h"
 #include "qo_pushpull_json.h"
 
 namespace {
 
 using std::chrono::milliseconds;
 
-constexpr char kExitNotice[] = "exit";
 constexpr milliseconds kQuiet{15000};         // without a notification, then the service is asked whether it is there
 constexpr milliseconds kLastOutput{1000};     // for what waits to be written when Ctrl-C came
 constexpr milliseconds kAnyTime{1000000000};  // for a reader who takes his time; Ctrl-C ends it
@@ -79,7 +79,7 @@ QoCtlStatus follow(QoCtlSession& session, const QoCtlOptions& options, const QoC
             if (status != QoCtlStatus::answered) return status;
             continue;
         }
-        if (*text == kExitNotice) {
+        if (*text == QO_EXIT_NOTICE) {
             qo_ctl_say("the service has ended");
             return QoCtlStatus::unreachable;
         }

@@ -9,14 +9,16 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 #include <memory>
+
+#include "qo_pushpull_constants.h"
+#include "qo_pushpull_conventions.h"
 
 namespace {
 
-constexpr char kTimeColumn[] = "UTC Time";
-constexpr size_t kFixedColumns = 15;
-constexpr size_t kColumnsOfQueue = 4;
-constexpr std::string_view kTotalSuffix = "(Total)";
+constexpr size_t kFixedColumns = std::size(QO_STATS_COLUMNS);
+constexpr size_t kColumnsOfQueue = std::size(QO_STATS_QUEUE_COLUMNS);
 constexpr time_t kDay = 86400;
 constexpr size_t kLongestText = size_t{1} << 30;  // bytes of one file
 constexpr size_t kLongestQuoted = 1024;           // bytes of a field: a name, each character doubled, and more
@@ -56,7 +58,7 @@ Fields take_fields(std::string_view& text) {
     Fields fields;
     for (bool goes_on = true; goes_on;) {
         while (text.starts_with(' ')) text.remove_prefix(1);
-        const bool header = !fields.empty() && fields[0] == kTimeColumn;
+        const bool header = !fields.empty() && fields[0] == QO_STATS_UTC_TIME;
         std::string field = header ? take_quoted(text).value_or("") : "";
         const size_t end = std::min(text.find_first_of(",\n"), text.size());
         fields.push_back(std::move(field.append(trimmed(text.substr(0, end)))));
@@ -104,21 +106,17 @@ struct Header {
 
 /// "" and the header, or what is wrong with it.
 std::string read_header(const Fields& fields, Header& header) {
-    static constexpr std::string_view kNeeded[] = {
-        kTimeColumn,    "Percent Active", "Total Publishes", "Publishes",   "Avg Pub Time",
-        "Total Reads",  "Reads",          "Avg Read Time",   "Total Saves", "Saves",
-        "Total Clears", "Clears",         "Subscriptions",   "Registers",   "Unregisters"};
-    static_assert(std::size(kNeeded) == kFixedColumns);
     header = Header();
     for (size_t i = 0; i < std::min(fields.size(), kFixedColumns); ++i) header.columns.emplace(fields[i], i);
-    for (const std::string_view name : kNeeded) {
+    for (const std::string_view name : QO_STATS_COLUMNS) {
         if (header.columns.count(name) == 0) return "the header has no column \"" + std::string(name) + "\"";
     }
     for (size_t i = kFixedColumns; i + kColumnsOfQueue <= fields.size(); i += kColumnsOfQueue) {
         std::string_view name = fields[i];
         // A name with commas that is not quoted: its columns, and those behind it, can be told by their places only.
-        if (!name.ends_with(kTotalSuffix)) break;
-        name.remove_suffix(kTotalSuffix.size());
+        constexpr std::string_view kFirst = QO_STATS_QUEUE_COLUMNS[0];
+        if (!name.ends_with(kFirst)) break;
+        name.remove_suffix(kFirst.size());
         header.queues.emplace_back(name);
     }
     return "";
@@ -184,18 +182,21 @@ std::string read_row(const Fields& fields, const Header& header, QueueOrder& ord
     const auto field = [&](std::string_view name) -> std::string_view {
         return fields[header.columns.find(name)->second];
     };
-    const std::optional<time_t> time = to_time(field(kTimeColumn), limit);
+    const std::optional<time_t> time = to_time(field(QO_STATS_UTC_TIME), limit);
     if (!time) return "it does not begin with a time";
     row.time = *time;
     const bool numbers =
-        to_number(field("Percent Active"), row.percent_active) &&
-        to_number(field("Total Publishes"), row.total_publishes) && to_number(field("Publishes"), row.publishes) &&
-        to_number(field("Avg Pub Time"), row.publish_ms) && to_number(field("Total Reads"), row.total_reads) &&
-        to_number(field("Reads"), row.reads) && to_number(field("Avg Read Time"), row.read_ms_as_written) &&
-        to_number(field("Total Saves"), row.total_saves) && to_number(field("Saves"), row.saves) &&
-        to_number(field("Total Clears"), row.total_clears) && to_number(field("Clears"), row.clears) &&
-        to_number(field("Subscriptions"), row.subscriptions) && to_number(field("Registers"), row.registers) &&
-        to_number(field("Unregisters"), row.unregisters) && read_queues(fields, header, order, row);
+        to_number(field(QO_STATS_PERCENT_ACTIVE), row.percent_active) &&
+        to_number(field(QO_STATS_TOTAL_PUBLISHES), row.total_publishes) &&
+        to_number(field(QO_STATS_PUBLISHES), row.publishes) &&
+        to_number(field(QO_STATS_AVG_PUB_TIME), row.publish_ms) &&
+        to_number(field(QO_STATS_TOTAL_READS), row.total_reads) && to_number(field(QO_STATS_READS), row.reads) &&
+        to_number(field(QO_STATS_AVG_READ_TIME), row.read_ms_as_written) &&
+        to_number(field(QO_STATS_TOTAL_SAVES), row.total_saves) && to_number(field(QO_STATS_SAVES), row.saves) &&
+        to_number(field(QO_STATS_TOTAL_CLEARS), row.total_clears) && to_number(field(QO_STATS_CLEARS), row.clears) &&
+        to_number(field(QO_STATS_SUBSCRIPTIONS), row.subscriptions) &&
+        to_number(field(QO_STATS_REGISTERS), row.registers) &&
+        to_number(field(QO_STATS_UNREGISTERS), row.unregisters) && read_queues(fields, header, order, row);
     return numbers ? "" : "a value is no number";
 }
 
@@ -219,7 +220,7 @@ std::string unpack(const std::string& name, gzFile_s* file, std::string& text) {
 
 /// When the last row of a file was there: an archive has the time in its name.
 time_t written_at(const std::string& file, const struct stat& status) {
-    constexpr size_t kDigits = 10;
+    constexpr size_t kDigits = QO_ARCHIVE_TIME_DIGITS;
     const std::string name = file.substr(file.rfind('/') + 1);
     int64_t time = 0;
     const auto [end, error] = std::from_chars(name.data(), name.data() + std::min(name.size(), kDigits), time);
@@ -250,7 +251,7 @@ void qo_ctl_read_statistics(std::string_view text, const std::string& file, time
         const std::string_view taken = before.substr(0, before.size() - text.size());
         next_number += static_cast<size_t>(std::count(taken.begin(), taken.end(), '\n'));
         if (fields.size() == 1 && fields[0].empty()) continue;
-        if (fields[0] == kTimeColumn) {
+        if (fields[0] == QO_STATS_UTC_TIME) {
             const std::string fault = read_header(fields, header);
             if (!fault.empty()) header = Header();
             if (!fault.empty()) report(fault);
@@ -328,11 +329,11 @@ void qo_ctl_complete_statistics(QoCtlStatistics& statistics) {
 std::vector<std::string> qo_ctl_statistics_files(const std::string& directory) {
     std::vector<std::string> files;
     glob_t found{};
-    if (glob((directory + "/*_ppstats.csv.gz").c_str(), 0, nullptr, &found) == 0) {
+    if (glob((directory + "/*" + qo_archive_ending(QO_STATS_LOG_FILE)).c_str(), 0, nullptr, &found) == 0) {
         files.assign(found.gl_pathv, found.gl_pathv + found.gl_pathc);
     }
     globfree(&found);
-    const std::string log = directory + "/ppstats.csv";
+    const std::string log = directory + "/" + QO_STATS_LOG_FILE;
     struct stat status {};
     if (stat(log.c_str(), &status) == 0) files.push_back(log);
     return files;

@@ -16,6 +16,7 @@
 
 #include "qo_pushpull_api.h"
 #include "qo_pushpull_constants.h"
+#include "qo_pushpull_conventions.h"
 #include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_exception_text.h"
 #include "qo_pushpull_initializer.h"
@@ -149,7 +150,7 @@ void PushPullData::SignalHandler(int signal_number) {
     auto api = std::make_unique<QoPushpullApi>();
     // A failure shows in the posts, which open the queue again.
     [[maybe_unused]] const int32_t init_result = api->init("");
-    const std::string act = "true";
+    const std::string act = QO_REQUEST_CONFIRMATION;
     announce_exit();
     syslog(LOG_WARNING, "Pushpull About to Exit \n");
     if (signal_number != SIGTERM) {

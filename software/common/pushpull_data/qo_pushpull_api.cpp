@@ -10,6 +10,7 @@
 
 #include "qo_pushpull_cleared_umask.h"
 #include "qo_pushpull_constants.h"
+#include "qo_pushpull_conventions.h"
 #include "qo_pushpull_deadline.h"
 #include "qo_pushpull_descriptor.h"
 #include "qo_pushpull_process_api.h"
@@ -103,35 +104,35 @@ int32_t QoPushpullApi::check_delete_authority(eQO_CMP_IDs_ comp_id) {
 
 int32_t QoPushpullApi::comp_register(eQO_CMP_IDs_ comp_id, std::string queue_name, const mq_attr* attributes) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, queue_name, "register", attributes),
+        *this, build_json_post_msg(comp_id, queue_name, QO_REQUEST_REGISTER, attributes),
         [] { syslog(LOG_ERR, "QoPushpullApi: register : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi:comp_register : post_msg.size() = %d", size); });
 }
 
 int32_t QoPushpullApi::comp_unregister(eQO_CMP_IDs_ comp_id) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, "", "unregister"),
+        *this, build_json_post_msg(comp_id, "", QO_REQUEST_UNREGISTER),
         [] { syslog(LOG_ERR, "QoPushpullApi: unregister : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi:comp_unregister:post_msg.size() = %d", size); });
 }
 
 int32_t QoPushpullApi::subscribe(eQO_CMP_IDs_ comp_id, std::string pointer, bool notify_on_change_only) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, pointer, "subscribe", nullptr, notify_on_change_only),
+        *this, build_json_post_msg(comp_id, pointer, QO_REQUEST_SUBSCRIBE, nullptr, notify_on_change_only),
         [] { syslog(LOG_ERR, "QoPushpullApi: subscribe : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi :subscribe : post_msg.size() = %d", size); });
 }
 
 int32_t QoPushpullApi::un_subscribe(eQO_CMP_IDs_ comp_id, std::string pointer) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, pointer, "unsubscribe"),
+        *this, build_json_post_msg(comp_id, pointer, QO_REQUEST_UNSUBSCRIBE),
         [] { syslog(LOG_ERR, "QoPushpullApi: un_subscribe : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi :un_subscribe : post_msg.size() = %d", size); });
 }
 
 int32_t QoPushpullApi::publish(eQO_CMP_IDs_ comp_id, std::string json) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, json, "publish"),
+        *this, build_json_post_msg(comp_id, json, QO_REQUEST_PUBLISH),
         [] { syslog(LOG_ERR, "QoPushpullApi: publish : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi :publish : post_msg.size() = %d", size); });
 }
@@ -139,28 +140,29 @@ int32_t QoPushpullApi::publish(eQO_CMP_IDs_ comp_id, std::string json) {
 int32_t QoPushpullApi::get(eQO_CMP_IDs_ comp_id, std::string pointer, std::string sender_id, bool pack_and_send) {
     return post_or_report(
         *this,
-        build_json_post_msg(comp_id, pointer, "get", nullptr, false, sender_id, QO_CMPID_RESERVED, pack_and_send),
+        build_json_post_msg(comp_id, pointer, QO_REQUEST_GET, nullptr, false, sender_id, QO_CMPID_RESERVED,
+                            pack_and_send),
         [] { syslog(LOG_ERR, "QoPushpullApi: get : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi :get : post_msg.size() = %d", size); });
 }
 
 int32_t QoPushpullApi::flush(eQO_CMP_IDs_ comp_id) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, "", "save"),
+        *this, build_json_post_msg(comp_id, "", QO_REQUEST_SAVE),
         [] { syslog(LOG_ERR, "QoPushpullApi: flush : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi :flush : post_msg.size() = %d", size); });
 }
 
 int32_t QoPushpullApi::save_complete_tree(eQO_CMP_IDs_ comp_id) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, "", "save_debug"),
+        *this, build_json_post_msg(comp_id, "", QO_REQUEST_SAVE_DEBUG),
         [] { syslog(LOG_ERR, "QoPushpullApi: save_complete_tree : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi :save_complete_tree : post_msg.size() = %d", size); });
 }
 
 int32_t QoPushpullApi::clear(eQO_CMP_IDs_ comp_id, std::string pointer) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, pointer, "clear"),
+        *this, build_json_post_msg(comp_id, pointer, QO_REQUEST_CLEAR),
         [] { syslog(LOG_ERR, "QoPushpullApi: clear : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi :clear : post_msg.size() = %d", size); });
 }
@@ -172,14 +174,14 @@ int32_t QoPushpullApi::delete_node(eQO_CMP_IDs_ comp_id, std::string pointer) {
         return -1;
     }
     return post_or_report(
-        *this, build_json_post_msg(comp_id, pointer, "delete"),
+        *this, build_json_post_msg(comp_id, pointer, QO_REQUEST_DELETE),
         [] { syslog(LOG_ERR, "QoPushpullApi: delete_node : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi :delete_node : post_msg.size() = %d", size); });
 }
 
 int32_t QoPushpullApi::init_request(eQO_CMP_IDs_ comp_id, std::string text) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, text, "init"),
+        *this, build_json_post_msg(comp_id, text, QO_REQUEST_INIT),
         [&text] { syslog(LOG_ERR, "QoPushpullApi: %s init_request:mq_send: failed:", text.c_str()); },
         [&text](int size) {
             syslog(LOG_ERR, "QoPushpullApi :%s init_request:post_msg.size() = %d", text.c_str(), size);
@@ -188,7 +190,7 @@ int32_t QoPushpullApi::init_request(eQO_CMP_IDs_ comp_id, std::string text) {
 
 int32_t QoPushpullApi::exit_request(eQO_CMP_IDs_ comp_id, std::string text) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, text, "exit"),
+        *this, build_json_post_msg(comp_id, text, QO_REQUEST_EXIT),
         [&text] { syslog(LOG_ERR, "QoPushpullApi: %s exit_request:mq_send: failed:", text.c_str()); },
         [&text](int size) {
             syslog(LOG_ERR, "QoPushpullApi :%s exit_request:post_msg.size() = %d", text.c_str(), size);
@@ -199,7 +201,7 @@ int32_t QoPushpullApi::exit_request(eQO_CMP_IDs_ comp_id, std::string text) {
 // Test: ApiOperation.FailsAfterItsSendFailedInItsOwnWords
 int32_t QoPushpullApi::comp_sync(eQO_CMP_IDs_ comp_id, eQO_CMP_IDs_ destination, std::string pointer) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, pointer, "sync", nullptr, false, "", destination),
+        *this, build_json_post_msg(comp_id, pointer, QO_REQUEST_SYNC, nullptr, false, "", destination),
         [] { syslog(LOG_ERR, "QoPushpullApi: register : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi:comp_register : post_msg.size() = %d", size); });
 }

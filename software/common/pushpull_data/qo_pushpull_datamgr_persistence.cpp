@@ -8,6 +8,7 @@
 #include "qo_pushpull_live_objects.h"
 #include "qo_pushpull_mutex_lock.h"
 #include "qo_pushpull_sigterm_mask.h"
+#include "qo_pushpull_thread_timer.h"
 #include "qo_pushpull_utilities.h"
 
 namespace {
@@ -93,19 +94,7 @@ void DataMgr::ArmRetry() {
     timer_extend_cnt = 0;
 }
 
-bool DataMgr::CreateTimer() {
-    sigevent notification{};
-    notification.sigev_notify = SIGEV_THREAD;
-    notification.sigev_notify_function = &DataMgr::TimerCallBack;
-    notification.sigev_value.sival_ptr = this;
-    // The thread that waits for the timer inherits the mask.
-    const QoSigtermMask blocked(SIG_BLOCK);
-    if (timer_create(CLOCK_MONOTONIC, &notification, &timer_id_) != 0) {
-        timer_id_ = timer_t{};
-        return false;
-    }
-    return true;
-}
+bool DataMgr::CreateTimer() { return qo_create_thread_timer(&DataMgr::TimerCallBack, this, timer_id_); }
 
 bool DataMgr::SetTimer(std::chrono::nanoseconds after) {
     itimerspec time{};

@@ -48,15 +48,6 @@ JSONNODE* follow(JSONNODE* shadow, const JSONNODE* skeleton) {
     return shadow;
 }
 
-/// Hands a new node to its parent; a parent that takes no children deletes it.
-bool append(JSONNODE* parent, QoJsonNode child) {
-    if (json_push_back(parent, child.get()) == 0) {
-        return false;
-    }
-    static_cast<void>(child.release());
-    return true;
-}
-
 /// What was met of one name in a subscriber list.
 struct Namesakes {
     const JSONNODE* first;
@@ -94,7 +85,7 @@ int DataMgr::GenerateShadowTree(JSONNODE* destination, JSONNODE* source) {
         const std::string_view name = qo_json_name(member);
         json_set_name_n(created.get(), name.data(), name.size());
         JSONNODE* shadow = created.get();
-        if (!append(destination, std::move(created))) {
+        if (!qo_json_push_back(destination, std::move(created))) {
             QO_LOG(LOG_ERR, "json_new/json_duplicate failed");
             return -1;
         }
@@ -153,7 +144,7 @@ int DataMgr::ValidateAndAddSubscription(JSONNODE* skeleton, eQO_CMP_IDs_ comp_id
         return 0;
     }
     QoJsonNode entry(json_new_i(notify_on_change_only ? kChangesOnly : kEveryPublish, comp_id));
-    if (!append(shadow, std::move(entry))) {
+    if (!qo_json_push_back(shadow, std::move(entry))) {
         QO_LOG(LOG_ERR, "json_new/json_duplicate failed");
         return -1;
     }
@@ -284,7 +275,7 @@ int DataMgr::GetNodeSubscriber(JSONNODE* shadow, JSONNODE* list) {
         if (qo_json_name(member) == kChangesOnly) {
             check_for_modified_node = true;
         }
-        if (!append(list, QoJsonNode(json_duplicate(member)))) {
+        if (!qo_json_push_back(list, QoJsonNode(json_duplicate(member)))) {
             QO_LOG(LOG_ERR, "json_new/json_duplicate failed");
             return -1;
         }

@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "qo_pushpull.h"
+#include "qo_pushpull_conventions.h"
 #include "qo_pushpull_process_api.h"
 #include "qo_pushpull_stats.h"
 #include "qo_utilities_time.h"
@@ -73,24 +74,24 @@ struct PushPullData::RequestRow {
     int (PushPullData::*handle)(const QoProcessApi&);
     void (*count)(QoPushPullStats&, double started_at);  // null: counts nothing
     void (*report)(long result);
-    bool only_if_true;  // ignored unless the buffer is exactly "true"
+    bool only_if_true;  // ignored unless the buffer is exactly QO_REQUEST_CONFIRMATION
     bool ends_loop;
 };
 
 const PushPullData::RequestRow PushPullData::kRequests[] = {
-    {"register", &PushPullData::on_register, count_register, report_register, false, false},
-    {"subscribe", &PushPullData::on_subscribe, count_subscription, report_subscribe, false, false},
-    {"unsubscribe", &PushPullData::on_unsubscribe, nullptr, report_unsubscribe, false, false},
-    {"publish", &PushPullData::on_publish, count_publish, report_publish, false, false},
-    {"get", &PushPullData::on_get, count_get, report_get, false, false},
-    {"save", &PushPullData::on_save, count_save, report_save, false, false},
-    {"save_debug", &PushPullData::on_save_debug, nullptr, report_save_debug, false, false},
-    {"delete", &PushPullData::on_delete, nullptr, report_delete, false, false},
-    {"clear", &PushPullData::on_clear, count_clear, report_clear, false, false},
-    {"unregister", &PushPullData::on_unregister, count_unregister, report_unregister, false, false},
-    {"init", &PushPullData::on_init, nullptr, report_init, true, false},
-    {"exit", &PushPullData::on_exit, nullptr, report_exit, true, true},
-    {"sync", &PushPullData::on_sync, nullptr, report_sync, false, false},
+    {QO_REQUEST_REGISTER, &PushPullData::on_register, count_register, report_register, false, false},
+    {QO_REQUEST_SUBSCRIBE, &PushPullData::on_subscribe, count_subscription, report_subscribe, false, false},
+    {QO_REQUEST_UNSUBSCRIBE, &PushPullData::on_unsubscribe, nullptr, report_unsubscribe, false, false},
+    {QO_REQUEST_PUBLISH, &PushPullData::on_publish, count_publish, report_publish, false, false},
+    {QO_REQUEST_GET, &PushPullData::on_get, count_get, report_get, false, false},
+    {QO_REQUEST_SAVE, &PushPullData::on_save, count_save, report_save, false, false},
+    {QO_REQUEST_SAVE_DEBUG, &PushPullData::on_save_debug, nullptr, report_save_debug, false, false},
+    {QO_REQUEST_DELETE, &PushPullData::on_delete, nullptr, report_delete, false, false},
+    {QO_REQUEST_CLEAR, &PushPullData::on_clear, count_clear, report_clear, false, false},
+    {QO_REQUEST_UNREGISTER, &PushPullData::on_unregister, count_unregister, report_unregister, false, false},
+    {QO_REQUEST_INIT, &PushPullData::on_init, nullptr, report_init, true, false},
+    {QO_REQUEST_EXIT, &PushPullData::on_exit, nullptr, report_exit, true, true},
+    {QO_REQUEST_SYNC, &PushPullData::on_sync, nullptr, report_sync, false, false},
 };
 
 const PushPullData::RequestRow* PushPullData::find_request(const std::string& function) {
@@ -102,7 +103,7 @@ const PushPullData::RequestRow* PushPullData::find_request(const std::string& fu
 std::optional<int> PushPullData::dispatch(const QoProcessApi& request, double started_at) {
     const RequestRow* row = find_request(request.getfunction());
     if (row == nullptr) return std::nullopt;
-    if (row->only_if_true && request.getBuff() != "true") return std::nullopt;
+    if (row->only_if_true && request.getBuff() != QO_REQUEST_CONFIRMATION) return std::nullopt;
     const int result = (this->*row->handle)(request);
     if (pushpull_stats && row->count != nullptr) row->count(*pushpull_stats, started_at);
     if (result != 0) row->report(result);
@@ -117,7 +118,7 @@ int PushPullData::on_register(const QoProcessApi& request) {
     attributes.mq_maxmsg = request.getque_maxmsg();
     attributes.mq_msgsize = request.getque_msgsize();
     attributes.mq_curmsgs = request.getque_curmsgs();
-    const bool usable = attributes.mq_maxmsg > 0 && attributes.mq_msgsize > 0;
+    const bool usable = qo_queue_attributes_count(attributes.mq_maxmsg, attributes.mq_msgsize);
     return comp_register(request.getcomp_id(), request.getBuff(), usable ? &attributes : nullptr);
 }
 

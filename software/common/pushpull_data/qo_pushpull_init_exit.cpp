@@ -7,6 +7,7 @@
 
 #include "qo_pushpull.h"
 #include "qo_pushpull_constants.h"
+#include "qo_pushpull_conventions.h"
 #include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_exception_text.h"
 #include "qo_pushpull_set_aside.h"
@@ -43,7 +44,7 @@ void PushPullData::reset() {
 int PushPullData::announce_reset(eQO_CMP_IDs_ comp_id) {
     int result = -1;
     if (resource_mgr->is_comp_registered(comp_id)) {
-        const std::string text = "pushpull init success";
+        const std::string text = QO_INIT_ANSWER;
         syslog(LOG_DEBUG, "comp_init : send_data %s", text.c_str());
         result = comp_notify(1, &comp_id, text);
         if (result == -1) syslog(LOG_ERR, " comp_init : comp_notify Failed");
@@ -62,10 +63,10 @@ int PushPullData::comp_exit(eQO_CMP_IDs_ comp_id) {
         syslog(LOG_ERR, " comp_exit : Incorrect Path or comp_notify Failed");
         return -1;
     }
-    const std::string text = "pushpull exiting";
+    const std::string text = QO_EXIT_ANSWER;
     syslog(LOG_DEBUG, "comp_exit : send_data %s", text.c_str());
     if (comp_notify(1, &comp_id, text) == -1) syslog(LOG_ERR, " comp_exit : comp_notify Failed");
-    const int result = comp_notify_all("exit");
+    const int result = comp_notify_all(QO_EXIT_NOTICE);
     if (result == 0) return 0;
     syslog(LOG_ERR, " comp_exit : comp_notify_all Failed");
     if (result == -1) syslog(LOG_ERR, " comp_exit : Incorrect Path or comp_notify Failed");

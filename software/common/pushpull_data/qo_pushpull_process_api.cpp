@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "qo_pushpull_conventions.h"
 #include "qo_pushpull_json.h"
 
 namespace {
@@ -71,12 +72,8 @@ int take_root_member(QoProcessApi& request, JSONNODE* member) {
 
 // ---- writing ----
 
-/// Appends `child` to `parent`, which owns it from then on. @return false for a node that could not be made.
-bool add(const QoJsonNode& parent, QoJsonNode child) {
-    if (json_push_back(parent.get(), child.get()) == 0) return false;
-    static_cast<void>(child.release());
-    return true;
-}
+/// As qo_json_push_back(): false for a node that could not be made.
+bool add(const QoJsonNode& parent, QoJsonNode child) { return qo_json_push_back(parent.get(), std::move(child)); }
 
 bool add_text(const QoJsonNode& parent, std::string_view name, const std::string& text) {
     return add(parent, QoJsonNode(json_new_a_n(name.data(), name.size(), text.data(), text.size())));
@@ -109,7 +106,7 @@ bool add_arg(const QoJsonNode& root, const QoProcessApi& request) {
 }
 
 bool add_que_if_usable(const QoJsonNode& root, const QoProcessApi& request) {
-    if (request.getque_maxmsg() <= 0 || request.getque_msgsize() <= 0) return true;
+    if (!qo_queue_attributes_count(request.getque_maxmsg(), request.getque_msgsize())) return true;
     QoJsonNode que = new_object("que");
     return add_number(que, "flags", request.getque_flags()) && add_number(que, "maxmsg", request.getque_maxmsg()) &&
            add_number(que, "msgsize", request.getque_msgsize()) &&

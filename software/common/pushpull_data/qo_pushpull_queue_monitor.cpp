@@ -4,8 +4,10 @@
 #include <algorithm>
 #include <mutex>
 #include <optional>
+#include <string_view>
 #include <utility>
 
+#include "qo_pushpull_conventions.h"
 #include "qo_pushpull_counter.h"
 #include "qo_pushpull_queue_monitor.h"
 
@@ -154,9 +156,9 @@ std::string QoPushPullQueueMonitor::getQueueNames() {
     const std::lock_guard<QoPushpullMutex> guard(_mutexList);
     std::string names;
     for (const auto& queue : _monitoredQueues) {
-        for (const char* column : {"(Total)", "(Saves)", "(Max)", "(Avg)"}) {
+        for (const std::string_view column : QO_STATS_QUEUE_COLUMNS) {
             if (!names.empty()) names += ",";
-            names += csv_field(queue->getQueueName() + column);
+            names += csv_field(queue->getQueueName().append(column));
         }
     }
     return names;

@@ -10,12 +10,15 @@
 #include <fstream>
 #include <limits>
 #include <sstream>
+#include <string_view>
 #include <utility>
 
+#include "qo_pushpull_conventions.h"
 #include "qo_pushpull_exception_text.h"
 #include "qo_pushpull_live_objects.h"
 #include "qo_pushpull_queue_monitor.h"
 #include "qo_pushpull_sigterm_mask.h"
+#include "qo_pushpull_thread_timer.h"
 #include "qo_pushpull_utilities.h"
 #include "qo_resource_mgr.h"
 #include "qo_utilities_time.h"
@@ -25,9 +28,15 @@ namespace {
 constexpr double kMilliseconds = 1000.0;  // in a second
 constexpr double kPercent = 100.0;
 
-constexpr char kFixedHeader[] =
-    "UTC Time, Percent Active, Total Publishes, Publishes, Avg Pub Time, Total Reads, Reads, Avg Read Time, "
-    "Total Saves, Saves, Total Clears, Clears, Subscriptions, Registers, Unregisters,";
+/// The names of the columns with which a row begins; no blank before those of the queues.
+std::string fixed_header() {
+    std::string header;
+    for (const std::string_view column : QO_STATS_COLUMNS) {
+        if (!header.empty()) header += ", ";
+        header += column;
+    }
+    return header + ",";
+}
 
 double average(double total, int32_t count) { return count > 0 ? total / count : 0.0; }
 
@@ -105,14 +114,7 @@ void QoPushPullStats::read_interval() {
 }
 
 void QoPushPullStats::start_timer() {
-    sigevent notification{};
-    notification.sigev_notify = SIGEV_THREAD;
-    notification.sigev_notify_function = &QoPushPullStats::TimerCallBack;
-    notification.sigev_value.sival_ptr = this;
-    // The thread that waits for the timer inherits the mask.
-    const QoSigtermMask blocked(SIG_BLOCK);
-    if (timer_create(CLOCK_MONOTONIC, &notification, &_timer_id) != 0) {
-        _timer_id = nullptr;
+    if (!qo_create_thread_timer(&QoPushPullStats::TimerCallBack, this, _timer_id)) {
         syslog(LOG_ERR, "PushPull Stats: Failed to create timer to save data!");
         return;
     }
@@ -195,7 +197,7 @@ void QoPushPullStats::hand_over_header(ResourceMgr& registry) {
     // First, so that a registration meanwhile is not forgotten.
     _logHeader = false;
     try {
-        logger->setLogFileHeader(kFixedHeader + registry.monitor().getQueueNames() + "\n");
+        logger->setLogFileHeader(fixed_header() + registry.monitor().getQueueNames() + "\n");
         logger->enableLogging();
     } catch (const std::exception&) {
         _logHeader = true;  // for the next row
@@ -203,6 +205,7 @@ void QoPushPullStats::hand_over_header(ResourceMgr& registry) {
     }
 }
 
+// In the order of QO_STATS_COLUMNS.
 std::string QoPushPullStats::fixed_columns(const Interval& interval, double now) const {
     const double elapsed = now - _startTime;
     std::string time_text;

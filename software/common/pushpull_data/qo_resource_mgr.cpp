@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "qo_pushpull_cleared_umask.h"
+#include "qo_pushpull_conventions.h"
 #include "qo_pushpull_descriptor.h"
 #include "qo_pushpull_queue_monitor.h"
 
@@ -192,7 +193,7 @@ std::string ResourceMgr::get_queue_name(int32_t slot) {
 namespace {
 
 mq_attr choose_attributes(const mq_attr* given) {
-    if (given != nullptr && given->mq_maxmsg > 0 && given->mq_msgsize > 0) return *given;
+    if (given != nullptr && qo_queue_attributes_count(given->mq_maxmsg, given->mq_msgsize)) return *given;
     mq_attr chosen{};
     chosen.mq_maxmsg = QO_QUEUE_MAXMSG;
     chosen.mq_msgsize = QO_QUEUE_MSGSIZE;

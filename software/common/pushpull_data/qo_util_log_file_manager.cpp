@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "qo_pushpull_constants.h"
+#include "qo_pushpull_conventions.h"
 #include "qo_pushpull_directory.h"
 #include "qo_util_log_file_manager.h"
 #include "qo_utilities_zlib.h"
@@ -171,8 +172,8 @@ void QoUtilLogFileManager::archiveLogFile(const std::string& path) {
     if (_currentLog.is_open()) _currentLog.close();
     sync();
     char time_text[QO_ARCHIVE_TIME_SIZE];
-    snprintf(time_text, sizeof time_text, "%010lld", static_cast<long long>(clock_()));
-    const std::string archive = _logPathName + "/" + time_text + "_" + _logFileName + ".gz";
+    snprintf(time_text, sizeof time_text, "%0*lld", QO_ARCHIVE_TIME_DIGITS, static_cast<long long>(clock_()));
+    const std::string archive = _logPathName + "/" + time_text + qo_archive_ending(_logFileName);
     // A failed compression does not stop the rotation: the disk may be full, and the log would fill it further.
     [[maybe_unused]] const int compressed = qo_zlibCompress(path, archive);
     syslog(LOG_INFO, "LOG: archived '%s'", archive.c_str());
@@ -185,10 +186,10 @@ void QoUtilLogFileManager::archiveLogFile(const std::string& path) {
 }
 
 void QoUtilLogFileManager::removeOldArchives() {
-    const std::string pattern = _logPathName + "/*_" + _logFileName + ".gz";
+    const std::string pattern = _logPathName + "/*" + qo_archive_ending(_logFileName);
     syslog(LOG_DEBUG, "LOG: removeOldArchives '%s'", pattern.c_str());
     const time_t oldest = clock_() - QO_ARCHIVE_LIFE_S;
-    for (const std::string& archive : files_that_end_with(_logPathName, "_" + _logFileName + ".gz")) {
+    for (const std::string& archive : files_that_end_with(_logPathName, qo_archive_ending(_logFileName))) {
         struct stat status {};
         if (stat(archive.c_str(), &status) != 0 || status.st_mtime >= oldest) continue;
         syslog(LOG_INFO, "LOG: removing log archive '%s'", archive.c_str());
