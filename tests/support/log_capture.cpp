@@ -27,7 +27,7 @@ void write_copy(int descriptor, const QoLogLine& line) {
 
 // The caller holds the mutex.
 bool keep(int level, const char* text) try {
-    captured_lines.push_back({level, qo_without_line_number(text)});
+    captured_lines.push_back(qo_log_line(level, text));
     if (copy_descriptor >= 0) write_copy(copy_descriptor, captured_lines.back());
     return true;
 } catch (const std::bad_alloc&) {
@@ -66,21 +66,24 @@ void __wrap___syslog_chk(int priority, int, const char* format, ...) {
 }
 }
 
-std::string qo_without_line_number(const std::string& text) {
-    for (const char* prefix : {"PushPull:", "PushPull DENY:", "LOG:"}) {
+QoLogLine qo_log_line(int level, const std::string& text) {
+    for (const std::string prefix : {"PushPull:", "PushPull DENY:", "LOG:"}) {
         if (!text.starts_with(prefix)) continue;
         const size_t at = text.find('@');
         const size_t after = text.find_first_not_of("0123456789", at + 1);
-        const std::string function = text.substr(strlen(prefix), at - strlen(prefix));
+        const std::string function = text.substr(prefix.size(), at - prefix.size());
         const bool numbered = at != std::string::npos && after > at + 1 && after != std::string::npos &&
                               text[after] == ':' && function.find(' ', 1) == std::string::npos;
-        if (numbered) return text.substr(0, at) + "@#" + text.substr(after);
+        if (!numbered) continue;
+        if (prefix == "LOG:") return {level, text.substr(0, at) + "@#" + text.substr(after)};
+        return {level, prefix + "*@#" + text.substr(after), function};
     }
-    return text;
+    return {level, text};
 }
 
 void PrintTo(const QoLogLine& line, std::ostream* stream) {
     *stream << "<" << line.level << "> \"" << line.text << '"';
+    if (!line.operation.empty()) *stream << " of " << line.operation;
 }
 
 QoLogCapture::QoLogCapture() { clear(); }

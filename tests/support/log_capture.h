@@ -9,16 +9,19 @@
 #include <string>
 #include <vector>
 
+/// Two lines are equal when level and text are: in which function a statement stands breaks no test.
 struct QoLogLine {
     int level;
-    std::string text;  // with a source line number "@123:" written as "@#:"
+    std::string text;            // as qo_log_line() makes it
+    std::string operation = {};  // "TreeMerge" in "PushPull:TreeMerge@123: text"; "" in lines without
 
-    bool operator==(const QoLogLine&) const = default;
+    bool operator==(const QoLogLine& other) const { return level == other.level && text == other.text; }
 };
 void PrintTo(const QoLogLine& line, std::ostream* stream);
 
-/// "PushPull:Load@123: text" as "PushPull:Load@#: text", likewise with the other prefixes; other texts as they are.
-std::string qo_without_line_number(const std::string& text);
+/// A line as it was logged. "PushPull:Load@123: text" becomes "PushPull:*@#: text" of the operation "Load", likewise
+/// with "PushPull DENY:". "LOG: f@123: text" only loses its line number; other texts stay as they are.
+QoLogLine qo_log_line(int level, const std::string& text);
 
 /// Holds what was logged since it was created; one at a time.
 class QoLogCapture {

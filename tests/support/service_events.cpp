@@ -164,7 +164,7 @@ void QoServiceEvents::take_log_line(const std::string& datagram) {
     if (datagram.empty() || datagram[0] != '<' || ident_end == std::string::npos) return;
     const int priority = std::stoi(datagram.substr(1));
     const std::string origin = std::to_string(LOG_FAC(priority)) + " " + datagram.substr(ident, ident_end - ident);
-    log_.push_back({LOG_PRI(priority), qo_without_line_number(datagram.substr(ident_end + 2))});
+    log_.push_back(qo_log_line(LOG_PRI(priority), datagram.substr(ident_end + 2)));
     if (std::find(idents_.begin(), idents_.end(), origin) == idents_.end()) idents_.push_back(origin);
 }
 
@@ -235,7 +235,7 @@ testing::AssertionResult QoServiceEvents::wait_for_log(int level, const std::str
 testing::AssertionResult QoServiceEvents::wait_for_store_log(int level, const std::string& text,
                                                              std::chrono::milliseconds timeout) {
     const auto awaited = [&](const QoLogLine& line) {
-        return line.level == level && line.text.starts_with("PushPull") && line.text.ends_with("@#: " + text);
+        return line.level == level && line.text.starts_with("PushPull") && line.text.ends_with("*@#: " + text);
     };
     return wait_for_line(awaited, "<" + std::to_string(level) + "> \"PushPull...: " + text + "\"", timeout);
 }

@@ -36,7 +36,7 @@ public:
     /// A directory for the test's own files, ending in "/".
     const std::string& scratch() const { return scratch_.path(); }
 
-    /// All log lines since the last clear_log(), without "ident: ", line numbers as "@#:".
+    /// All log lines since the last clear_log(), without "ident: ", as qo_log_line() makes them.
     std::vector<QoLogLine> log();
     void clear_log();
     /// The log reader stops: what is sent to it stays in its socket, which fills. Then it goes on.
@@ -58,7 +58,7 @@ public:
     /// Wait for a line, a number of readiness messages, a command. Bounded; a failure shows what came instead.
     testing::AssertionResult wait_for_log(int level, const std::string& text,
                                           std::chrono::milliseconds timeout = kQoPatience);
-    /// A line of the store, whichever of its functions logged it. @param text behind "PushPull:function@#: "
+    /// A line of the store, whichever of its operations logged it. @param text behind "PushPull:*@#: "
     testing::AssertionResult wait_for_store_log(int level, const std::string& text,
                                                 std::chrono::milliseconds timeout = kQoPatience);
     testing::AssertionResult wait_for_notifications(size_t count, std::chrono::milliseconds timeout = kQoPatience);

@@ -61,7 +61,7 @@ int DataMgr::Init() {
     }
     tree_bytes_ = qo_tree_weight(data_tree_);
     if (pthread_mutex_init(&mutex_, nullptr) != 0) {
-        QO_LOG(LOG_CRIT, "Mutex cannot be created");
+        QO_LOG_IN("Init", LOG_CRIT, "Mutex cannot be created");
         return -1;
     }
     // Not before: the late callback of a former store may find this one at the former's address.

@@ -227,8 +227,8 @@ DataMgr::Fit DataMgr::FitDestination(JSONNODE* destination, JSONNODE* source, co
         return Fit::ready;
     }
     if (json_empty(destination) == 0) {
-        QO_LOG(LOG_ERR, "Array and object cannot replace each other - %s. Node NOT updated!",
-               json_name_view(destination, nullptr));
+        QO_LOG_IN("TreeMerge", LOG_ERR, "Array and object cannot replace each other - %s. Node NOT updated!",
+                  json_name_view(destination, nullptr));
         // A changed default must not cost the whole saved tree: what was saved is kept.
         return scope.update_leaves ? Fit::refused : Fit::keep;
     }
@@ -251,8 +251,8 @@ int DataMgr::MergeLeaf(JSONNODE* destination, JSONNODE* source, const MergeScope
     }
     if (scope.authority == QO_NO_PUBLISH_THIS_NODE) {
         if (LogsRefusal(scope)) {
-            QO_LOG_DENY(LOG_INFO, "Component not authorized to update this node value - %s",
-                        json_name_view(destination, nullptr));
+            QO_LOG_DENY_IN("TreeMerge", LOG_INFO, "Component not authorized to update this node value - %s",
+                           json_name_view(destination, nullptr));
         }
         return 0;
     }
@@ -284,12 +284,12 @@ int DataMgr::UpdateLeafValue(JSONNODE* destination, JSONNODE* source) {
 int DataMgr::MergeElement(JSONNODE* array, JSONNODE* element, const MergeScope& scope) {
     const JSONNODE* id = qo_json_find(element, "id");
     if (id == nullptr) {
-        QO_LOG(LOG_ERR, "id indicating array index not found in source array element");
+        QO_LOG_IN("TreeMerge", LOG_ERR, "id indicating array index not found in source array element");
         return -1;
     }
     const auto index = qo_json_int32(id);
     if (!index || *index < 0) {
-        QO_LOG(LOG_ERR, "Invalid id in array element");
+        QO_LOG_IN("TreeMerge", LOG_ERR, "Invalid id in array element");
         return -1;
     }
     if (json_type(array) == JSON_ARRAY) {
@@ -320,15 +320,16 @@ bool DataMgr::IsBeyondMaxItems(JSONNODE* array, int32_t index, const MergeScope&
     if (index <= limit->second) {
         return false;
     }
-    QO_LOG(LOG_ERR, "Array id %ld exceeded max items %ld. Tree NOT updated!", as_long(index), as_long(limit->second));
+    QO_LOG_IN("TreeMerge", LOG_ERR, "Array id %ld exceeded max items %ld. Tree NOT updated!", as_long(index),
+              as_long(limit->second));
     return true;
 }
 
 int DataMgr::AddElement(JSONNODE* array, JSONNODE* element, int32_t index, const MergeScope& scope) {
     if (scope.authority == QO_NO_PUBLISH_THIS_NODE) {
         if (LogsRefusal(scope)) {
-            QO_LOG_DENY(LOG_INFO, "Component not authorized to publish new array index");
-            QO_LOG_DENY(LOG_INFO, "Skipping this array index - %ld", as_long(index));
+            QO_LOG_DENY_IN("TreeMerge", LOG_INFO, "Component not authorized to publish new array index");
+            QO_LOG_DENY_IN("TreeMerge", LOG_INFO, "Skipping this array index - %ld", as_long(index));
         }
         return 0;
     }
@@ -336,8 +337,8 @@ int DataMgr::AddElement(JSONNODE* array, JSONNODE* element, int32_t index, const
     const int64_t highest_index = size + QO_MAX_PLACEHOLDERS;
     if (index > highest_index) {
         // No "maxItems" stands here: the limit named is the highest id that could be added.
-        QO_LOG(LOG_ERR, "Array id %ld exceeded max items %ld. Tree NOT updated!", as_long(index),
-               as_long(highest_index));
+        QO_LOG_IN("TreeMerge", LOG_ERR, "Array id %ld exceeded max items %ld. Tree NOT updated!", as_long(index),
+                  as_long(highest_index));
         return -1;
     }
     QoJsonNode added(BuildNode(element, scope));
@@ -381,8 +382,9 @@ int DataMgr::MergeMember(JSONNODE* object, JSONNODE* member, const MergeScope& s
 int DataMgr::AddMember(JSONNODE* object, JSONNODE* member, const MergeScope& scope) {
     if (scope.authority == QO_NO_PUBLISH_THIS_NODE) {
         if (LogsRefusal(scope)) {
-            QO_LOG_DENY(LOG_ERR, "Component not authorized to publish new nodes");
-            QO_LOG_DENY(LOG_ERR, "No node with name - %s - skipping this node", json_name_view(member, nullptr));
+            QO_LOG_DENY_IN("TreeMerge", LOG_ERR, "Component not authorized to publish new nodes");
+            QO_LOG_DENY_IN("TreeMerge", LOG_ERR, "No node with name - %s - skipping this node",
+                           json_name_view(member, nullptr));
         }
         return 0;
     }
@@ -420,8 +422,8 @@ JSONNODE* DataMgr::BuildNode(JSONNODE* source, const MergeScope& scope) {
 
 bool DataMgr::TakeRoom(const MergeScope& scope, int64_t bytes, const JSONNODE* node) const {
     if (bytes > 0 && bytes > scope.run.bytes_left) {
-        QO_LOG(LOG_ERR, "Data tree exceeded max size %ld bytes - %s. Tree NOT updated!", as_long(max_tree_bytes_),
-               json_name_view(node, nullptr));
+        QO_LOG_IN("TreeMerge", LOG_ERR, "Data tree exceeded max size %ld bytes - %s. Tree NOT updated!",
+                  as_long(max_tree_bytes_), json_name_view(node, nullptr));
         return false;
     }
     scope.run.bytes_left -= bytes;
@@ -430,8 +432,8 @@ bool DataMgr::TakeRoom(const MergeScope& scope, int64_t bytes, const JSONNODE* n
 
 bool DataMgr::TakePlaceholderRoom(const MergeScope& scope, int64_t bytes, const JSONNODE* array) const {
     if (bytes > scope.run.placeholder_bytes_left) {
-        QO_LOG(LOG_ERR, "Data tree exceeded max size %ld bytes - %s. Tree NOT updated!", as_long(max_tree_bytes_),
-               json_name_view(array, nullptr));
+        QO_LOG_IN("TreeMerge", LOG_ERR, "Data tree exceeded max size %ld bytes - %s. Tree NOT updated!",
+                  as_long(max_tree_bytes_), json_name_view(array, nullptr));
         return false;
     }
     scope.run.placeholder_bytes_left -= bytes;

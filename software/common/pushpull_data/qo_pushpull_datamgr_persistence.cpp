@@ -87,7 +87,7 @@ void DataMgr::ArmRetry() {
         return;
     }
     if (!SetTimer(timings_.retry)) {
-        QO_LOG(LOG_ERR, "Cannot set time in the timer!");
+        QO_LOG_IN("SaveDataTree", LOG_ERR, "Cannot set time in the timer!");
         return;
     }
     waits_for_retry_ = true;

@@ -105,11 +105,11 @@ int DataMgr::ValidateAndReadNode(JSONNODE* skeleton, JSONNODE* data, JSONNODE* r
 int DataMgr::ReadBelow(JSONNODE* skeleton, JSONNODE* data, JSONNODE* response, bool want_array_size, long& array_size) {
     JSONNODE* copy = append_new(response, json_type(data), qo_json_name(data));
     if (copy == nullptr) {
-        QO_LOG(LOG_ERR, "json_new/json_duplicate failed");
+        QO_LOG_IN("ValidateAndReadNode", LOG_ERR, "json_new/json_duplicate failed");
         return -1;
     }
     if (ValidateAndReadNode(skeleton, data, copy, want_array_size, array_size) != 0) {
-        QO_LOG(LOG_ERR, "Read path incorrect");
+        QO_LOG_IN("ValidateAndReadNode", LOG_ERR, "Read path incorrect");
         return -1;
     }
     return 0;
@@ -124,16 +124,16 @@ int DataMgr::ReadArrayElement(JSONNODE* skeleton, JSONNODE* array, JSONNODE* res
     try {
         position = array_position(std::string(qo_json_name(wanted)), array);
     } catch (const std::exception& error) {
-        QO_LOG(LOG_ERR, "Exception %s", error.what());
+        QO_LOG_IN("ValidateAndReadNode", LOG_ERR, "Exception %s", error.what());
     }
     if (position < 0) {
-        QO_LOG(LOG_ERR, "Read path incorrect");
+        QO_LOG_IN("ValidateAndReadNode", LOG_ERR, "Read path incorrect");
         return -1;
     }
     JSONNODE* element = json_at(array, static_cast<size_t>(position));
     JSONNODE* copy = append_new(response, JSON_ARRAY, qo_json_name(array));
     if (copy == nullptr) {
-        QO_LOG(LOG_ERR, "json_new/json_duplicate failed");
+        QO_LOG_IN("ValidateAndReadNode", LOG_ERR, "json_new/json_duplicate failed");
         return -1;
     }
     return json_empty(wanted) != 0 ? ReadWholeNode(element, copy)
@@ -143,7 +143,7 @@ int DataMgr::ReadArrayElement(JSONNODE* skeleton, JSONNODE* array, JSONNODE* res
 int DataMgr::ReadWholeNode(JSONNODE* data, JSONNODE* response) {
     JSONNODE* copy = append_new(response, json_type(data), qo_json_name(data));
     if (copy == nullptr) {
-        QO_LOG(LOG_ERR, "json_new/json_duplicate failed");
+        QO_LOG_IN("ValidateAndReadNode", LOG_ERR, "json_new/json_duplicate failed");
         return -1;
     }
     if (json_empty(data) == 0) {
@@ -243,10 +243,10 @@ int DataMgr::DeleteInArray(JSONNODE* skeleton, JSONNODE* array) {
     try {
         position = array_position(std::string(qo_json_name(wanted)), array);
     } catch (const std::exception& error) {
-        QO_LOG(LOG_ERR, "Exception %s", error.what());
+        QO_LOG_IN("ValidateAndDeleteNode", LOG_ERR, "Exception %s", error.what());
     }
     if (position < 0) {
-        QO_LOG(LOG_ERR, "Delete path incorrect");
+        QO_LOG_IN("ValidateAndDeleteNode", LOG_ERR, "Delete path incorrect");
         return -1;
     }
     if (json_empty(wanted) == 0) {

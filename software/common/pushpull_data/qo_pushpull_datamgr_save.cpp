@@ -143,7 +143,7 @@ int DataMgr::SaveDataTree(bool timer_triggered, bool quiet) {
     const std::string path = SavedFile();
     QoFileReplacement file(path);
     if (!file.open()) {
-        if (!quiet) QO_LOG(LOG_ERR, "Couldn't open file to save the data tree");
+        if (!quiet) QO_LOG_IN("SaveDataTree", LOG_ERR, "Couldn't open file to save the data tree");
         return -1;
     }
 
@@ -152,12 +152,12 @@ int DataMgr::SaveDataTree(bool timer_triggered, bool quiet) {
     {
         const QoMutexLock lock(mutex_);
         if (data_tree_ == nullptr) {
-            if (!quiet) QO_LOG(LOG_ERR, "No data tree available to save");
+            if (!quiet) QO_LOG_IN("SaveDataTree", LOG_ERR, "No data tree available to save");
             return -1;
         }
         copy.reset(json_duplicate(data_tree_));
         if (!copy) {
-            if (!quiet) QO_LOG(LOG_ERR, "json duplicate failed.");
+            if (!quiet) QO_LOG_IN("SaveDataTree", LOG_ERR, "json duplicate failed.");
             return -1;
         }
         timer.emplace(*this);
@@ -167,11 +167,11 @@ int DataMgr::SaveDataTree(bool timer_triggered, bool quiet) {
     qo_report_life();
     const Written written = write_saved_text(file, copy.get());
     if (written == Written::no_crc) {
-        if (!quiet) QO_LOG(LOG_ERR, "json new failed.");
+        if (!quiet) QO_LOG_IN("SaveDataTree", LOG_ERR, "json new failed.");
         return -1;
     }
     if (written == Written::refused) {
-        if (!quiet) QO_LOG(LOG_ERR, "Couldn't write file to save the data tree: %m");
+        if (!quiet) QO_LOG_IN("SaveDataTree", LOG_ERR, "Couldn't write file to save the data tree: %m");
         return -1;
     }
     copy.reset();
@@ -182,11 +182,11 @@ int DataMgr::SaveDataTree(bool timer_triggered, bool quiet) {
     const bool set_aside = saved_file_unread_ && former != Former::none;
     const bool only_name = former == Former::lost;
     if (set_aside && !qo_set_aside_unread(only_name ? path : file.former_name(), path)) {
-        if (!quiet) QO_LOG(LOG_ERR, "Couldn't set aside file %s: %m", path.c_str());
+        if (!quiet) QO_LOG_IN("SaveDataTree", LOG_ERR, "Couldn't set aside file %s: %m", path.c_str());
         return -1;
     }
     if (!file.put_in_place()) {
-        if (!quiet) QO_LOG(LOG_ERR, "Couldn't open file to save the data tree");
+        if (!quiet) QO_LOG_IN("SaveDataTree", LOG_ERR, "Couldn't open file to save the data tree");
         // Without a second name it is missing now, unless only the flush of the directory failed.
         if (set_aside && only_name && !DoesFileExist(path)) qo_take_back_unread(path);
         return -1;
@@ -195,7 +195,7 @@ int DataMgr::SaveDataTree(bool timer_triggered, bool quiet) {
     if (former == Former::kept && !set_aside) {
         BackUp(path, file.former_name());
     } else if (former == Former::lost && !set_aside) {
-        QO_LOG(LOG_CRIT, "Back up failed");
+        QO_LOG_IN("SaveDataTree", LOG_CRIT, "Back up failed");
     }
     if (_pushpull_stats) {
         _pushpull_stats->inc_saves();
@@ -203,18 +203,18 @@ int DataMgr::SaveDataTree(bool timer_triggered, bool quiet) {
     sync();
     qo_report_life();
     if (!timer_triggered) {
-        QO_LOG(LOG_INFO, "Forced Save");
-        QO_LOG(LOG_INFO, "Pending timer to save data is cancelled, if any");
+        QO_LOG_IN("SaveDataTree", LOG_INFO, "Forced Save");
+        QO_LOG_IN("SaveDataTree", LOG_INFO, "Pending timer to save data is cancelled, if any");
     }
     timer->cancel();
-    QO_LOG(LOG_INFO, "Saved the data tree");
+    QO_LOG_IN("SaveDataTree", LOG_INFO, "Saved the data tree");
     return 0;
 }
 
 void DataMgr::BackUp(const std::string& path, const std::string& former_name) {
     const std::string back_up_file = path + QO_BACKUP_EXTENSION;
     if (back_up_unread_ && !qo_set_aside_unread(back_up_file, back_up_file) && errno != ENOENT) {
-        QO_LOG(LOG_CRIT, "Back up failed, file %s cannot be set aside: %m", back_up_file.c_str());
+        QO_LOG_IN("SaveDataTree", LOG_CRIT, "Back up failed, file %s cannot be set aside: %m", back_up_file.c_str());
         return;
     }
     back_up_unread_ = false;

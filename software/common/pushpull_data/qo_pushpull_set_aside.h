@@ -14,7 +14,7 @@ bool qo_set_aside_unread(const std::string& from, const std::string& path);
 /// Undoes that.
 bool qo_take_back_unread(const std::string& path);
 
-/// Removes what was set aside of a file. Logs what cannot be removed.
+/// Removes what was set aside of a file. Logs what cannot be removed, as of the request "init".
 void qo_remove_set_aside(const std::string& path);
 
 #endif

@@ -117,7 +117,7 @@ protected:
         EXPECT_EQ(second.Init(nullptr), 0);
         second.Terminate();
         return log.contains(LOG_CRIT,
-                            "PushPull:MergeToDataTree@#: Default and saved trees merge failed. Using default "
+                            "PushPull:*@#: Default and saved trees merge failed. Using default "
                             "tree as data tree");
     }
 

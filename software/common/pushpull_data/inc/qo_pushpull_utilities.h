@@ -15,13 +15,16 @@
 
 class QoFileReader;
 
-/// Logs with the store's prefix: the function's name and the line. Not for use inside a lambda, whose
-/// function name would be wrong.
-#define QO_LOG(level, format, ...) \
-    syslog((level), "PushPull:%s@%d: " format, static_cast<const char*>(__func__), __LINE__, ##__VA_ARGS__)
+/// Logs with the store's prefix: the name of a public operation and the line. The operation is the function itself:
+/// not for use inside a helper or a lambda, whose names mean nothing to the reader of a log.
+#define QO_LOG(level, format, ...) QO_LOG_IN(__func__, level, format, ##__VA_ARGS__)
+/// For helpers: names the operation that they are part of.
+#define QO_LOG_IN(operation, level, format, ...) \
+    syslog((level), "PushPull:%s@%d: " format, static_cast<const char*>(operation), __LINE__, ##__VA_ARGS__)
 /// The same for refusals by write authority.
-#define QO_LOG_DENY(level, format, ...) \
-    syslog((level), "PushPull DENY:%s@%d: " format, static_cast<const char*>(__func__), __LINE__, ##__VA_ARGS__)
+#define QO_LOG_DENY(level, format, ...) QO_LOG_DENY_IN(__func__, level, format, ##__VA_ARGS__)
+#define QO_LOG_DENY_IN(operation, level, format, ...) \
+    syslog((level), "PushPull DENY:%s@%d: " format, static_cast<const char*>(operation), __LINE__, ##__VA_ARGS__)
 
 /// The table of the reflected CRC-32 of polynomial 0x04C11DB7, one entry per byte value.
 extern const std::array<uint32_t, 256> QO_PUSHPULL_CRC32_TABLE_04C11DB7;

@@ -109,11 +109,10 @@ struct SizeCase {
 
 class CheckSize : public testing::TestWithParam<SizeCase> {};
 
-static const QoLogLine kSlashLine{LOG_DEBUG,
-                                  "PushPull:CheckSizeRequested@#: Root path or dangling / or back to back slashes //"};
-static const QoLogLine kFirstSegmentLine{LOG_DEBUG, "PushPull:CheckSizeRequested@#:prev_node_name size is=0"};
+static const QoLogLine kSlashLine{LOG_DEBUG, "PushPull:*@#: Root path or dangling / or back to back slashes //"};
+static const QoLogLine kFirstSegmentLine{LOG_DEBUG, "PushPull:*@#:prev_node_name size is=0"};
 static QoLogLine position_line(const std::string& position) {
-    return {LOG_ERR, "PushPull:CheckSizeRequested@#:out =" + position + ",Read path incorrect"};
+    return {LOG_ERR, "PushPull:*@#:out =" + position + ",Read path incorrect"};
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -144,6 +143,7 @@ TEST_P(CheckSize, IsDecidedByTheSegmentBefore) {
     EXPECT_EQ(CheckSizeRequested(GetParam().pointer, path), GetParam().asked);
     EXPECT_EQ(path, GetParam().path);
     EXPECT_EQ(log.lines(), GetParam().lines);
+    EXPECT_THAT(log.lines(), Each(testing::Field(&QoLogLine::operation, "CheckSizeRequested")));
 }
 
 TEST(CheckSizeOfAHostilePointer, LogsTheFirstSixteenOf260000Slashes) {

@@ -59,7 +59,7 @@ TEST_F(GetPublishAuthority, InternalComponentsMayPublishAnywhere) {
 
 TEST_F(GetPublishAuthority, NullIsClosedToClients) {
     EXPECT_EQ(store_.GetPublishAuthorityForThisNode(nullptr, QO_LOCAL_CLIENT), QO_NO_PUBLISH_THIS_NODE);
-    EXPECT_THAT(log_.lines(), ElementsAre(error_line("GetPublishAuthorityForThisNode@#: Null node")));
+    EXPECT_THAT(log_.lines(), ElementsAre(error_line("Null node")));
 }
 
 TEST_F(GetPublishAuthority, ANodeWithoutWriteAccessIsClosed) {
@@ -112,17 +112,16 @@ constexpr char kDefaults[] = R"({)"
                              R"("wide":[{"id":0,"writeAccess":"openAll","maxItems":3}])"
                              R"(})";
 
-const auto kNotThisValueOfX =
-    deny_line(LOG_INFO, "MergeLeaf@#: Component not authorized to update this node value - x");
+const auto kNotThisValueOfX = deny_line(LOG_INFO, "Component not authorized to update this node value - x");
 
 std::vector<QoLogLine> not_a_new_node(const std::string& name) {
-    return {deny_line(LOG_ERR, "AddMember@#: Component not authorized to publish new nodes"),
-            deny_line(LOG_ERR, "AddMember@#: No node with name - " + name + " - skipping this node")};
+    return {deny_line(LOG_ERR, "Component not authorized to publish new nodes"),
+            deny_line(LOG_ERR, "No node with name - " + name + " - skipping this node")};
 }
 
 std::vector<QoLogLine> not_a_new_index(int index) {
-    return {deny_line(LOG_INFO, "AddElement@#: Component not authorized to publish new array index"),
-            deny_line(LOG_INFO, "AddElement@#: Skipping this array index - " + std::to_string(index))};
+    return {deny_line(LOG_INFO, "Component not authorized to publish new array index"),
+            deny_line(LOG_INFO, "Skipping this array index - " + std::to_string(index))};
 }
 
 class ClientPublish : public QoStoreTest {
@@ -166,8 +165,7 @@ TEST_F(ClientPublish, OpenAllHoldsForClosedNodesBelowIt) {
 TEST_F(ClientPublish, OtherAuthorityIsNotInherited) {
     EXPECT_EQ(after(R"({"remote":{"x":2,"sub":{"y":2}}})", "remote"),
               R"({"remote":{"writeAccess":"remote","x":2,"sub":{"y":1}}})");
-    EXPECT_THAT(
-        said_, ElementsAre(deny_line(LOG_INFO, "MergeLeaf@#: Component not authorized to update this node value - y")));
+    EXPECT_THAT(said_, ElementsAre(deny_line(LOG_INFO, "Component not authorized to update this node value - y")));
 }
 
 TEST_F(ClientPublish, AnObjectWithoutWriteAccessIsClosedButNotWhatIsOpenBelowIt) {
@@ -210,8 +208,7 @@ TEST_F(ClientPublish, AnInternalComponentCannotChangeWriteAccessEither) {
 TEST_F(ClientPublish, AnExistingElementIsWrittenByTheAuthorityOfTheFirst) {
     EXPECT_EQ(after(R"({"zones":[{"id":1,"t":2,"sub":{"y":2}}]})", "zones/1"),
               R"({"zones":[{"id":1,"t":2,"sub":{"y":1}}]})");
-    EXPECT_THAT(
-        said_, ElementsAre(deny_line(LOG_INFO, "MergeLeaf@#: Component not authorized to update this node value - y")));
+    EXPECT_THAT(said_, ElementsAre(deny_line(LOG_INFO, "Component not authorized to update this node value - y")));
 }
 
 TEST_F(ClientPublish, ANewElementNeedsTheAuthorityOfTheArray) {
@@ -219,8 +216,8 @@ TEST_F(ClientPublish, ANewElementNeedsTheAuthorityOfTheArray) {
     EXPECT_EQ(publish(R"({"sealed":[{"id":2,"t":2},{"id":0,"t":5}]})", QO_REMOTE_CLIENT), 0);
     auto expected = not_a_new_index(2);
     for (const char* name : {"id", "t"}) {
-        expected.push_back(deny_line(
-            LOG_INFO, std::string("MergeLeaf@#: Component not authorized to update this node value - ") + name));
+        expected.push_back(
+            deny_line(LOG_INFO, std::string("Component not authorized to update this node value - ") + name));
     }
     EXPECT_EQ(said_, expected);
     EXPECT_EQ(read("/sealed"), R"({"sealed":[{"id":0,"t":1}]})");
@@ -269,8 +266,7 @@ TEST_F(ClientPublish, ANewArrayMayGoWhereNewMembersMay) {
 TEST_F(ClientPublish, MaxItemsHoldsForClientsToo) {
     EXPECT_EQ(publish(R"({"wide":[{"id":3}]})", QO_REMOTE_CLIENT), 0);
     EXPECT_EQ(publish(R"({"wide":[{"id":4}]})", QO_REMOTE_CLIENT), -1);
-    EXPECT_THAT(said_,
-                ElementsAre(error_line("IsBeyondMaxItems@#: Array id 4 exceeded max items 3. Tree NOT updated!")));
+    EXPECT_THAT(said_, ElementsAre(error_line("Array id 4 exceeded max items 3. Tree NOT updated!")));
 }
 
 TEST_F(ClientPublish, AValueIsNotTurnedIntoAContainerWithoutAuthority) {
@@ -307,7 +303,7 @@ TEST_F(ClientPublish, TheBuiltInTreeKeepsARemoteClientOutOfStatusAndLetsItIntoCo
         publish(R"({"system":{"status":{"systemTemperature":70},"config":{"language":"french"}}})", QO_REMOTE_CLIENT),
         0);
     EXPECT_THAT(said_, ElementsAre(deny_line(LOG_INFO,
-                                             "MergeLeaf@#: Component not authorized to update this node "
+                                             "Component not authorized to update this node "
                                              "value - systemTemperature")));
     EXPECT_EQ(read("/system/status/systemTemperature"), R"({"system":{"status":{"systemTemperature":77}}})");
     EXPECT_EQ(read("/system/config/language"), R"({"system":{"config":{"language":"french"}}})");

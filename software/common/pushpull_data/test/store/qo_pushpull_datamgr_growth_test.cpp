@@ -15,7 +15,7 @@ using ::testing::SizeIs;
 constexpr int64_t kLimit = 20000;  // bytes
 
 QoLogLine full(const std::string& name) {
-    return error_line("TakeRoom@#: Data tree exceeded max size 20000 bytes - " + name + ". Tree NOT updated!");
+    return error_line("Data tree exceeded max size 20000 bytes - " + name + ". Tree NOT updated!");
 }
 
 class GrowthTest : public QoStoreTest {

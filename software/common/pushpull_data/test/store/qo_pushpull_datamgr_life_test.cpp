@@ -48,11 +48,9 @@ TEST_F(DataMgrLife, InitLogsItsStepsInOrder) {
     DataMgr store({scratch_.path(), scratch_.path()});
     log_.clear();
     EXPECT_EQ(store.Init(nullptr), 0);
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(info_line("CreateDefaultTree@#: Default tree created"),
-                            info_line("CreateDataTree@#: No saved configuration found"),
-                            info_line("CreateDataTree@#: No back up configuration found"),
-                            info_line("MergeToDataTree@#: No saved configuration, using default tree as data tree")));
+    EXPECT_THAT(log_.lines(), ElementsAre(info_line("Default tree created"), info_line("No saved configuration found"),
+                                          info_line("No back up configuration found"),
+                                          info_line("No saved configuration, using default tree as data tree")));
 }
 
 TEST_F(DataMgrLife, InitMergesTheSavedTreeWithTheDefaultTree) {
@@ -71,7 +69,8 @@ TEST_F(DataMgrLife, InitFailsWithoutAMutex) {
     refuse_mutex = true;
     EXPECT_EQ(store.Init(nullptr), -1);
     refuse_mutex = false;
-    EXPECT_EQ(log_.lines().back(), (QoLogLine{LOG_CRIT, "PushPull:Init@#: Mutex cannot be created"}));
+    EXPECT_EQ(log_.lines().back(), (QoLogLine{LOG_CRIT, "PushPull:*@#: Mutex cannot be created"}));
+    EXPECT_EQ(log_.lines().back().operation, "Init");
 }
 
 // Deliberate: the store has no loop of its own.
@@ -134,7 +133,7 @@ TEST_F(DataMgrLife, ACallbackThatOutlivedItsTimerIsOverridden) {
     load(kDefaults);
     log_.clear();
     DataMgr::TimerCallBack(pointing_to(store_.get()));
-    EXPECT_THAT(log_.lines(), Contains(error_line("SaveDataTree@#: Save request overridden")));
+    EXPECT_THAT(log_.lines(), Contains(error_line("Save request overridden")));
     EXPECT_FALSE(scratch_.has(QO_SAVED_TREE_FILE));
 }
 

@@ -76,18 +76,18 @@ constexpr char kSaved[] = "saved_tree.json";
 constexpr char kBackup[] = "saved_tree.json.bak";
 constexpr char kActive[] = "active_tree.json";
 
-const QoLogLine kSavedFound = info_line("CreateDataTree@#: Saved configuration found");
-const QoLogLine kNoSaved = info_line("CreateDataTree@#: No saved configuration found");
-const QoLogLine kBackupFound = info_line("CreateDataTree@#: Back up saved config found");
-const QoLogLine kNoBackup = info_line("CreateDataTree@#: No back up configuration found");
-const QoLogLine kNoCrc = error_line("DoesDataTreeCRCMatch@#: Cannot find CRC info in saved configuration");
-const QoLogLine kNoMatch = error_line("DoesDataTreeCRCMatch@#: Saved and calculated CRC do not match");
-const QoLogLine kCannotOpen = error_line("SaveDataTree@#: Couldn't open file to save the data tree");
-const QoLogLine kSavedIt = info_line("SaveDataTree@#: Saved the data tree");
+const QoLogLine kSavedFound = info_line("Saved configuration found");
+const QoLogLine kNoSaved = info_line("No saved configuration found");
+const QoLogLine kBackupFound = info_line("Back up saved config found");
+const QoLogLine kNoBackup = info_line("No back up configuration found");
+const QoLogLine kNoCrc = error_line("Cannot find CRC info in saved configuration");
+const QoLogLine kNoMatch = error_line("Saved and calculated CRC do not match");
+const QoLogLine kCannotOpen = error_line("Couldn't open file to save the data tree");
+const QoLogLine kSavedIt = info_line("Saved the data tree");
 
-QoLogLine critical_line(const std::string& text) { return {LOG_CRIT, "PushPull:" + text}; }
+QoLogLine critical_line(const std::string& text) { return {LOG_CRIT, "PushPull:*@#: " + text}; }
 
-const QoLogLine kDiscarding = critical_line("DoesDataTreeCRCMatch@#: Discarding saved configuration");
+const QoLogLine kDiscarding = critical_line("Discarding saved configuration");
 
 /// The text that a saved file has for the tree.
 std::string saved_text_of(const std::string& tree) {
@@ -194,9 +194,8 @@ TEST_F(LoadSavedTree, AnUnparsableFileIsRemovedAndTheBackupTried) {
         const std::string path = scratch_.write(kSaved, garbage);
         scratch_.write(kBackup, saved_text_of(R"({"a":7})"));
         EXPECT_EQ(load_saved(), 0);
-        EXPECT_THAT(said_,
-                    ElementsAre(kSavedFound, error_line("ParseJsonFile@#: JSON in file " + path + " is invalid json"),
-                                critical_line("CreateDataTree@#: Saved configuration cannot be parsed"), kBackupFound));
+        EXPECT_THAT(said_, ElementsAre(kSavedFound, error_line("JSON in file " + path + " is invalid json"),
+                                       critical_line("Saved configuration cannot be parsed"), kBackupFound));
         EXPECT_EQ(tree(), R"({"a":7})");
         EXPECT_FALSE(scratch_.has(kSaved));
         EXPECT_EQ(scratch_.read(kSaved + std::string(".bad")), garbage);
@@ -206,9 +205,8 @@ TEST_F(LoadSavedTree, AnUnparsableFileIsRemovedAndTheBackupTried) {
 TEST_F(LoadSavedTree, AnUnparsableBackupIsRemoved) {
     const std::string path = scratch_.write(kBackup, "{");
     EXPECT_EQ(load_saved(), -1);
-    EXPECT_THAT(said_, ElementsAre(kNoSaved, kBackupFound,
-                                   error_line("ParseJsonFile@#: JSON in file " + path + " is invalid json"),
-                                   critical_line("CreateDataTree@#: Saved back up configuration cannot be parsed")));
+    EXPECT_THAT(said_, ElementsAre(kNoSaved, kBackupFound, error_line("JSON in file " + path + " is invalid json"),
+                                   critical_line("Saved back up configuration cannot be parsed")));
     EXPECT_EQ(files(), (std::map<std::string, std::string>{{kBackup + std::string(".bad"), "{"}}));
 }
 
@@ -229,7 +227,7 @@ TEST_F(LoadSavedTree, ADirectoryInAFilesPlaceCountsAsAbsent) {
 TEST_F(LoadSavedTree, WithoutATreeTheCrcDoesNotMatch) {
     store_ = std::make_unique<DataMgr>(QoStorePaths{scratch_.path(), scratch_.path()});
     EXPECT_FALSE(store_->DoesDataTreeCRCMatch());
-    EXPECT_THAT(log_.lines(), ElementsAre(error_line("DoesDataTreeCRCMatch@#: Null data tree!")));
+    EXPECT_THAT(log_.lines(), ElementsAre(error_line("Null data tree!")));
 }
 
 TEST_F(LoadSavedTree, TheCrcIsANumberWhateverItsCaseZerosOrPlace) {
@@ -264,9 +262,8 @@ TEST_F(LoadSavedTree, ADefaultTreeThatCannotBeCopiedFails) {
     refuse_duplicate = true;
     log_.clear();
     EXPECT_EQ(store_->MergeToDataTree(defaults.get()), -1);
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(info_line("MergeToDataTree@#: No saved configuration, using default tree as data tree"),
-                            error_line("MergeToDataTree@#: json_new/json_duplicate failed")));
+    EXPECT_THAT(log_.lines(), ElementsAre(info_line("No saved configuration, using default tree as data tree"),
+                                          error_line("json_new/json_duplicate failed")));
 }
 
 TEST_F(LoadSavedTree, BothDamagedLeavesTheDefaultTree) {
@@ -302,9 +299,8 @@ TEST_F(SaveDataTree, WritesTheFormattedTreeBehindItsCrc) {
 TEST_F(SaveDataTree, AForcedSaveLogsThreeLines) {
     load("{}");
     EXPECT_EQ(save(), 0);
-    EXPECT_THAT(said_,
-                ElementsAre(info_line("SaveDataTree@#: Forced Save"),
-                            info_line("SaveDataTree@#: Pending timer to save data is cancelled, if any"), kSavedIt));
+    EXPECT_THAT(said_, ElementsAre(info_line("Forced Save"),
+                                   info_line("Pending timer to save data is cancelled, if any"), kSavedIt));
 }
 
 TEST_F(SaveDataTree, BytesAreThoseOfInsertingTheCrcAndWritingAgain) {
@@ -526,7 +522,7 @@ TEST_F(SaveDataTree, SavesAndLoadsTheDeepestTreeThatAMessageCanBuild) {
 TEST_F(SaveDataTree, ATimerTriggeredSaveWithoutATimerIsOverridden) {
     load("{}");
     EXPECT_EQ(store_->SaveDataTree(true), 0);
-    EXPECT_THAT(log_.lines(), ElementsAre(error_line("SaveDataTree@#: Save request overridden")));
+    EXPECT_THAT(log_.lines(), ElementsAre(error_line("Save request overridden")));
     EXPECT_THAT(files(), IsEmpty());
 }
 
@@ -620,7 +616,7 @@ TEST_F(FailingSave, ABackupThatCannotBeReplacedDoesNotStopIt) {
     std::filesystem::create_directory(scratch_.file(kBackup));
     scratch_.write(std::string(kBackup) + "/occupied", "");
     EXPECT_EQ(save(), 0);
-    EXPECT_EQ(said_.front(), critical_line("RenameAsBackUpFile@#: Back up failed"));
+    EXPECT_EQ(said_.front(), critical_line("Back up failed"));
     EXPECT_EQ(said_.back(), kSavedIt);
     EXPECT_EQ(files(), (std::map<std::string, std::string>{{kSaved, saved_text_of(R"({"a":3})")}, {kBackup, ""}}));
 }
@@ -631,7 +627,7 @@ TEST_F(FailingSave, AFileBeforeThatCannotBeKeptDoesNotStopIt) {
     int flushes = 0;
     on_disk_call = [&flushes](const std::string& call) { return call == "fsync" && ++flushes == 2; };
     EXPECT_EQ(save(), 0);
-    EXPECT_EQ(said_.front(), critical_line("SaveDataTree@#: Back up failed"));
+    EXPECT_EQ(said_.front(), critical_line("Back up failed"));
     EXPECT_EQ(said_.back(), kSavedIt);
     EXPECT_EQ(files(), (std::map<std::string, std::string>{{kSaved, saved_text_of(R"({"a":3})")},
                                                            {kBackup, saved_text_of(R"({"a":1})")}}));
@@ -709,14 +705,14 @@ TEST_F(SharedDirectory, TwoSavesOfProcessesWithTheSameNumberDoNotMeet) {
 TEST_F(FailingSave, WithoutATreeThereIsNothingToSave) {
     store_ = std::make_unique<DataMgr>(QoStorePaths{scratch_.path(), scratch_.path()});
     EXPECT_EQ(save(), -1);
-    EXPECT_THAT(said_, ElementsAre(error_line("SaveDataTree@#: No data tree available to save")));
+    EXPECT_THAT(said_, ElementsAre(error_line("No data tree available to save")));
     EXPECT_THAT(files(), IsEmpty());
 }
 
 TEST_F(FailingSave, ATreeThatCannotBeCopiedIsNotSaved) {
     load_with_history();
     refuse_duplicate = true;
-    expect_refused(error_line("SaveDataTree@#: json duplicate failed."));
+    expect_refused(error_line("json duplicate failed."));
     refuse_duplicate = false;
     expect_next_save_succeeds();
 }
@@ -724,7 +720,7 @@ TEST_F(FailingSave, ATreeThatCannotBeCopiedIsNotSaved) {
 TEST_F(FailingSave, WithoutACrcMemberTheTreeIsNotSaved) {
     load_with_history();
     refuse_new_text = true;
-    expect_refused(error_line("SaveDataTree@#: json new failed."));
+    expect_refused(error_line("json new failed."));
     refuse_new_text = false;
     expect_next_save_succeeds();
 }
@@ -733,7 +729,7 @@ TEST_F(FailingSave, ATextThatTheDiskRefusesReplacesNothing) {
     for (const char* failing : {"write", "fsync"}) {
         load_with_history();
         on_disk_call = [failing](const std::string& call) { return call == failing; };
-        expect_refused(error_line("SaveDataTree@#: Couldn't write file to save the data tree: Input/output error"));
+        expect_refused(error_line("Couldn't write file to save the data tree: Input/output error"));
         on_disk_call = nullptr;
         expect_next_save_succeeds();
         std::filesystem::remove(scratch_.file(kSaved));
@@ -849,7 +845,7 @@ TEST_F(RenameAsBackUpFile, AMissingFileLeavesTheBackup) {
     load("{}");
     scratch_.write("f.bak", "old");
     EXPECT_EQ(store_->RenameAsBackUpFile(scratch_.file("f")), -1);
-    EXPECT_THAT(log_.lines(), ElementsAre(critical_line("RenameAsBackUpFile@#: Back up failed")));
+    EXPECT_THAT(log_.lines(), ElementsAre(critical_line("Back up failed")));
     EXPECT_EQ(scratch_.read("f.bak"), "old");
 }
 
@@ -870,9 +866,8 @@ TEST_F(SaveActiveTreeForDebug, FailuresAreLogged) {
     EXPECT_EQ(store_->SaveActiveTreeForDebug(), -1);
     store_ = std::make_unique<DataMgr>(QoStorePaths{scratch_.path(), scratch_.path()});
     EXPECT_EQ(store_->SaveActiveTreeForDebug(), -1);
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(error_line("SaveActiveTreeForDebug@#: Couldn't open file to save the active data tree"),
-                            error_line("SaveActiveTreeForDebug@#: Save Active Tree: No data tree available to save")));
+    EXPECT_THAT(log_.lines(), ElementsAre(error_line("Couldn't open file to save the active data tree"),
+                                          error_line("Save Active Tree: No data tree available to save")));
     EXPECT_THAT(files(), IsEmpty());
 }
 
@@ -880,15 +875,14 @@ TEST_F(SaveActiveTreeForDebug, ADirectoryInItsPlaceIsAFailure) {
     load("{}");
     std::filesystem::create_directory(scratch_.file(kActive));
     EXPECT_EQ(store_->SaveActiveTreeForDebug(), -1);
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(error_line("SaveActiveTreeForDebug@#: Couldn't open file to save the active data tree")));
+    EXPECT_THAT(log_.lines(), ElementsAre(error_line("Couldn't open file to save the active data tree")));
 }
 
 TEST_F(SaveActiveTreeForDebug, ADiskThatRefusesTheTextIsAFailure) {
     load("{}");
     on_disk_call = [](const std::string& call) { return call == "write"; };
     EXPECT_EQ(store_->SaveActiveTreeForDebug(), -1);
-    EXPECT_THAT(log_.lines(), ElementsAre(error_line("SaveActiveTreeForDebug@#: Couldn't write file to save the active "
+    EXPECT_THAT(log_.lines(), ElementsAre(error_line("Couldn't write file to save the active "
                                                      "data tree: Input/output error")));
 }
 

@@ -18,9 +18,9 @@ using ::testing::ElementsAre;
 
 constexpr char kMountPoint[] = "/kivo/disk/";
 
-QoLogLine critical_line(const std::string& text) { return {LOG_CRIT, "PushPull:" + text}; }
+QoLogLine critical_line(const std::string& text) { return {LOG_CRIT, "PushPull:*@#: " + text}; }
 
-const QoLogLine kCannotOpen = error_line("SaveDataTree@#: Couldn't open file to save the data tree");
+const QoLogLine kCannotOpen = error_line("Couldn't open file to save the data tree");
 
 /// A store on a small disk of its own, with a saved file, a backup and one more change.
 class RefusingDisk : public QoStoreTest {
@@ -96,8 +96,7 @@ protected:
 TEST_F(RefusingDisk, AFullOneKeepsTheSavedFileAndTheBackup) {
     const std::string filler = std::string(kMountPoint) + "filler";
     std::ofstream(filler) << std::string(1 << 20, 'x');
-    expect_refused_twice(
-        error_line("SaveDataTree@#: Couldn't write file to save the data tree: No space left on device"));
+    expect_refused_twice(error_line("Couldn't write file to save the data tree: No space left on device"));
     std::filesystem::remove(filler);
     expect_next_save_succeeds();
 }
@@ -118,8 +117,7 @@ TEST_F(RefusingDisk, AReadOnlyOneKeepsTheSavedFileAndTheBackup) {
     expect_refused_twice(kCannotOpen);
     log_.clear();
     EXPECT_EQ(store_->SaveActiveTreeForDebug(), -1);
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(error_line("SaveActiveTreeForDebug@#: Couldn't open file to save the active data tree")));
+    EXPECT_THAT(log_.lines(), ElementsAre(error_line("Couldn't open file to save the active data tree")));
     ASSERT_TRUE(remount(0)) << strerror(errno);
     expect_next_save_succeeds();
 }
@@ -128,8 +126,8 @@ TEST_F(RefusingDisk, OnAReadOnlyOneABackupCanNeitherBeRemovedNorMade) {
     ASSERT_TRUE(remount(MS_RDONLY)) << strerror(errno);
     log_.clear();
     EXPECT_EQ(store_->RenameAsBackUpFile(std::string(kMountPoint) + QO_SAVED_TREE_FILE), -1);
-    EXPECT_THAT(log_.lines(), ElementsAre(error_line("RenameAsBackUpFile@#: Cannot remove existing .bak file"),
-                                          critical_line("RenameAsBackUpFile@#: Back up failed")));
+    EXPECT_THAT(log_.lines(),
+                ElementsAre(error_line("Cannot remove existing .bak file"), critical_line("Back up failed")));
 }
 
 TEST_F(RefusingDisk, OnAReadOnlyOneAnInvalidFileCannotBeRemoved) {
@@ -141,15 +139,13 @@ TEST_F(RefusingDisk, OnAReadOnlyOneAnInvalidFileCannotBeRemoved) {
     store_ = std::make_unique<DataMgr>(QoStorePaths{kMountPoint, scratch_.path()});
     log_.clear();
     EXPECT_EQ(store_->CreateDataTree(), -1);
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(info_line("CreateDataTree@#: Saved configuration found"),
-                            error_line("ParseJsonFile@#: JSON in file " + saved + " is invalid json"),
-                            critical_line("CreateDataTree@#: Saved configuration cannot be parsed"),
-                            critical_line("CreateDataTree@#: Cannot remove invalid file"),
-                            info_line("CreateDataTree@#: Back up saved config found"),
-                            error_line("ParseJsonFile@#: JSON in file " + backup + " is invalid json"),
-                            critical_line("CreateDataTree@#: Saved back up configuration cannot be parsed"),
-                            critical_line("CreateDataTree@#: Cannot remove invalid back up file")));
+    EXPECT_THAT(
+        log_.lines(),
+        ElementsAre(info_line("Saved configuration found"), error_line("JSON in file " + saved + " is invalid json"),
+                    critical_line("Saved configuration cannot be parsed"), critical_line("Cannot remove invalid file"),
+                    info_line("Back up saved config found"), error_line("JSON in file " + backup + " is invalid json"),
+                    critical_line("Saved back up configuration cannot be parsed"),
+                    critical_line("Cannot remove invalid back up file")));
 }
 
 }  // namespace

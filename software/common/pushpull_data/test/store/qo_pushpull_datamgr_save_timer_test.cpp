@@ -196,10 +196,10 @@ protected:
     FakeTimers timers_;
 };
 
-const QoLogLine kTimedSave = info_line("SaveDataTree@#: Saved the data tree");
-const QoLogLine kOverridden = error_line("SaveDataTree@#: Save request overridden");
-const QoLogLine kCreated = info_line("CreateTimerToSaveTree@#: Timer to save the data tree created!");
-const QoLogLine kRunning = debug_line("CreateTimerToSaveTree@#: Timer is already running!");
+const QoLogLine kTimedSave = info_line("Saved the data tree");
+const QoLogLine kOverridden = error_line("Save request overridden");
+const QoLogLine kCreated = info_line("Timer to save the data tree created!");
+const QoLogLine kRunning = debug_line("Timer is already running!");
 
 TEST_F(SaveTimer, OneChangeIsSavedAfter5Seconds) {
     change(1);
@@ -300,9 +300,8 @@ TEST_F(SaveTimer, AForcedSaveWritesAtOnceAndCancelsTheTimer) {
     EXPECT_EQ(store_->SaveDataTree(false), 0);
     EXPECT_EQ(saved_value(), 1);
     EXPECT_EQ(timers_.count(), 0U);
-    EXPECT_THAT(log_.lines(),
-                ElementsAre(info_line("SaveDataTree@#: Forced Save"),
-                            info_line("SaveDataTree@#: Pending timer to save data is cancelled, if any"), kTimedSave));
+    EXPECT_THAT(log_.lines(), ElementsAre(info_line("Forced Save"),
+                                          info_line("Pending timer to save data is cancelled, if any"), kTimedSave));
     timers_.pass(seconds(100));
     EXPECT_FALSE(scratch_.has("saved_tree.json.bak")) << "written twice";
 }
@@ -365,11 +364,10 @@ TEST_F(SaveTimer, AFailedForcedSaveLeavesThePendingTimerAsItWas) {
     EXPECT_EQ(saved_value(), 1);
 }
 
-const QoLogLine kNotWritten =
-    error_line("SaveDataTree@#: Couldn't write file to save the data tree: Input/output error");
+const QoLogLine kNotWritten = error_line("Couldn't write file to save the data tree: Input/output error");
 
 QoLogLine recovered_after(int attempts) {
-    return info_line("SaveDataTree@#: Saving succeeds again after " + std::to_string(attempts) + " failed attempts");
+    return info_line("Saving succeeds again after " + std::to_string(attempts) + " failed attempts");
 }
 
 class FailingTimedSave : public SaveTimer {
@@ -459,9 +457,9 @@ TEST_F(FailingTimedSave, IsOverWithAForcedSaveThatSucceeds) {
     EXPECT_EQ(store_->SaveDataTree(false), 0);
     EXPECT_EQ(saved_value(), 1);
     EXPECT_EQ(timers_.count(), 0U);
-    EXPECT_THAT(log_.lines(), ElementsAre(info_line("SaveDataTree@#: Forced Save"),
-                                          info_line("SaveDataTree@#: Pending timer to save data is cancelled, if any"),
-                                          kTimedSave, recovered_after(1)));
+    EXPECT_THAT(log_.lines(),
+                ElementsAre(info_line("Forced Save"), info_line("Pending timer to save data is cancelled, if any"),
+                            kTimedSave, recovered_after(1)));
     timers_.pass(seconds(100));
     EXPECT_FALSE(scratch_.has("saved_tree.json.bak")) << "written twice";
 }
@@ -490,7 +488,7 @@ TEST_F(SaveTimer, AShortageOfMemoryIsAFailedSave) {
     log_.clear();
     timers_.pass(seconds(5));
     EXPECT_EQ(store_->SaveDataTree(false), -1);
-    const QoLogLine line = error_line("SaveDataTree@#: Couldn't save the data tree: std::bad_alloc");
+    const QoLogLine line = error_line("Couldn't save the data tree: std::bad_alloc");
     EXPECT_THAT(log_.lines(), ElementsAre(line, line));
     on_flush = nullptr;
     timers_.pass(seconds(60));
@@ -502,7 +500,7 @@ TEST_F(SaveTimer, ADirectoryThatIsAwayWhenTheTimerExpiresIsAFailedSave) {
     std::filesystem::rename(scratch_.path(), scratch_.path().substr(0, scratch_.path().size() - 1) + "_away");
     log_.clear();
     timers_.pass(seconds(5));
-    EXPECT_THAT(log_.lines(), ElementsAre(error_line("SaveDataTree@#: Couldn't open file to save the data tree")));
+    EXPECT_THAT(log_.lines(), ElementsAre(error_line("Couldn't open file to save the data tree")));
     std::filesystem::rename(scratch_.path().substr(0, scratch_.path().size() - 1) + "_away", scratch_.path());
     timers_.pass(seconds(60));
     EXPECT_EQ(saved_value(), 1);
@@ -525,8 +523,8 @@ TEST_F(SaveTimer, ADiskThatRefusesForALongTimeDoesNotEndTheSavingForGood) {
 TEST_F(SaveTimer, WithoutATimerThePublishStillSucceeds) {
     timers_.refuse_create = true;
     EXPECT_EQ(publish(R"({"a":1})"), 0);
-    EXPECT_THAT(said_, ElementsAre(error_line("CreateTimerToSaveTree@#: Cannot create timer!"),
-                                   error_line("UpdateNode@#: Timer creation to save tree failed")));
+    EXPECT_THAT(said_,
+                ElementsAre(error_line("Cannot create timer!"), error_line("Timer creation to save tree failed")));
     timers_.refuse_create = false;
     change(2);
     EXPECT_EQ(timers_.until_next(), seconds(5));
@@ -535,15 +533,15 @@ TEST_F(SaveTimer, WithoutATimerThePublishStillSucceeds) {
 TEST_F(SaveTimer, WithoutATimerTheDeleteStillSucceeds) {
     timers_.refuse_create = true;
     EXPECT_EQ(remove("/a"), 0);
-    EXPECT_THAT(said_, ElementsAre(error_line("CreateTimerToSaveTree@#: Cannot create timer!"),
-                                   error_line("DeleteNode@#: Timer creation to save tree failed")));
+    EXPECT_THAT(said_,
+                ElementsAre(error_line("Cannot create timer!"), error_line("Timer creation to save tree failed")));
     EXPECT_EQ(read("/a"), "");
 }
 
 TEST_F(SaveTimer, ATimerThatCannotBeSetIsGivenBack) {
     timers_.refuse_set = true;
     EXPECT_EQ(store_->CreateTimerToSaveTree(), -1);
-    EXPECT_TRUE(log_.contains(LOG_ERR, "PushPull:CreateTimerToSaveTree@#: Cannot set time in the timer!"));
+    EXPECT_TRUE(log_.contains(LOG_ERR, "PushPull:*@#: Cannot set time in the timer!"));
     EXPECT_EQ(timers_.count(), 0U);
     timers_.refuse_set = false;
     EXPECT_EQ(store_->CreateTimerToSaveTree(), 0);
@@ -555,7 +553,7 @@ TEST_F(SaveTimer, AnExtensionThatFailsLeavesTheTimer) {
     log_.clear();
     timers_.refuse_set = true;
     EXPECT_EQ(store_->CreateTimerToSaveTree(), 0);
-    EXPECT_THAT(log_.lines(), ElementsAre(error_line("CreateTimerToSaveTree@#: Timer extended attempted but failed!")));
+    EXPECT_THAT(log_.lines(), ElementsAre(error_line("Timer extended attempted but failed!")));
     timers_.refuse_set = false;
     EXPECT_EQ(timers_.until_next(), seconds(5));
 }
@@ -599,7 +597,7 @@ TEST_F(SaveTimer, ACallbackForAStoreThatIsGoneDoesNothing) {
 TEST_F(SaveTimer, ACallbackWithoutAPointerIsLogged) {
     log_.clear();
     DataMgr::TimerCallBack(sigval{});
-    EXPECT_THAT(log_.lines(), ElementsAre(error_line("TimerCallBack@#: Call back did not provide a pointer!")));
+    EXPECT_THAT(log_.lines(), ElementsAre(error_line("Call back did not provide a pointer!")));
 }
 
 }  // namespace

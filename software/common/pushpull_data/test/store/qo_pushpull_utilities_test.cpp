@@ -136,7 +136,7 @@ protected:
     QoLogCapture log_;
 
     std::vector<QoLogLine> invalid(const std::string& path) {
-        return {error_line("PushPull:ParseJsonFile@#: JSON in file " + path + " is invalid json")};
+        return {error_line("PushPull:*@#: JSON in file " + path + " is invalid json")};
     }
 };
 
@@ -236,9 +236,10 @@ TEST(ConvertIntToString, AThrowingStreamIsLogged) {
     const QoLogCapture log;
     ConvertIntToString(1, stream);
     ASSERT_EQ(log.lines().size(), 2U);
-    EXPECT_THAT(log.lines()[0].text, ::testing::StartsWith("PushPull:ConvertIntToString@#: Exception "));
+    EXPECT_THAT(log.lines()[0].text, ::testing::StartsWith("PushPull:*@#: Exception "));
     EXPECT_EQ(log.lines()[0].level, LOG_ERR);
-    EXPECT_EQ(log.lines()[1], error_line("PushPull:ConvertIntToString@#: Err in int to string conv"));
+    EXPECT_EQ(log.lines()[1], error_line("PushPull:*@#: Err in int to string conv"));
+    EXPECT_EQ(log.lines()[1].operation, "ConvertIntToString");
 }
 
 // ---- qo_json_subset_equal ----

@@ -16,16 +16,17 @@
 #include "qo_pushpull_stats.h"
 #include "scratch_directory.h"
 
-inline QoLogLine error_line(const std::string& text) { return {LOG_ERR, "PushPull:" + text}; }
-inline QoLogLine warning_line(const std::string& text) { return {LOG_WARNING, "PushPull:" + text}; }
-inline QoLogLine debug_line(const std::string& text) { return {LOG_DEBUG, "PushPull:" + text}; }
-inline QoLogLine info_line(const std::string& text) { return {LOG_INFO, "PushPull:" + text}; }
-inline QoLogLine deny_line(int level, const std::string& text) { return {level, "PushPull DENY:" + text}; }
+/// Lines of the store, whichever of its operations logged them.
+inline QoLogLine error_line(const std::string& text) { return {LOG_ERR, "PushPull:*@#: " + text}; }
+inline QoLogLine warning_line(const std::string& text) { return {LOG_WARNING, "PushPull:*@#: " + text}; }
+inline QoLogLine debug_line(const std::string& text) { return {LOG_DEBUG, "PushPull:*@#: " + text}; }
+inline QoLogLine info_line(const std::string& text) { return {LOG_INFO, "PushPull:*@#: " + text}; }
+inline QoLogLine deny_line(int level, const std::string& text) { return {level, "PushPull DENY:*@#: " + text}; }
 
 /// Every operation leaves what it logged in `said_`, LOG_INFO lines of the save timer excepted.
 class QoStoreTest : public ::testing::Test {
 protected:
-    static constexpr char kTimerCreated[] = "PushPull:CreateTimerToSaveTree@#: Timer to save the data tree created!";
+    static constexpr char kTimerCreated[] = "PushPull:*@#: Timer to save the data tree created!";
 
     /// A store that starts from this default tree.
     void load(const std::string& defaults) {

@@ -1,0 +1,194 @@
+// Which operation a line of the store names. The other tests compare such lines without it.
+#include <algorithm>
+#include <iterator>
+#include <stdexcept>
+
+#include "qo_pushpull_initializer.h"
+#include "qo_pushpull_utilities.h"
+#include "qo_store_fixture.h"
+
+using ::testing::Each;
+using ::testing::ElementsAreArray;
+using ::testing::Field;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+namespace {
+
+constexpr auto kComponent = static_cast<eQO_CMP_IDs_>(1);
+constexpr int64_t kMaxTreeBytes = 20000;
+
+struct Operation {
+    const char* name;
+    void (*provoke)(DataMgr& store);
+    /// The operation of each line; when empty, of each of any number of lines it is the name.
+    std::vector<std::string> named = {};
+};
+
+void merge(DataMgr& store, std::string_view destination, std::string_view source,
+           eQO_COMPONENT_CLASS_ component_class = QO_INTERNAL,
+           eQO_PUBLISH_AUTHORITY_ authority = QO_ALLOW_PUBLISH_THIS_NODE) {
+    const QoJsonNode into = qo_json_parse(destination);
+    const QoJsonNode from = qo_json_parse(source);
+    store.TreeMerge(into.get(), from.get(), true, component_class, authority);
+}
+
+void provoke_merge_lines(DataMgr& store) {
+    constexpr std::string_view array = R"({"a":[{"id":0,"maxItems":1}]})";
+    constexpr std::string_view boundless = R"({"a":[{"id":0}]})";
+    store.TreeMerge(nullptr, nullptr, true, QO_INTERNAL, QO_ALLOW_PUBLISH_THIS_NODE);
+    merge(store, R"({"a":1})", R"([{"id":0}])");
+    merge(store, R"({"a":{"x":1}})", array);
+    merge(store, array, R"({"a":[{"x":1}]})");
+    merge(store, array, R"({"a":[{"id":-1}]})");
+    merge(store, array, R"({"a":[{"id":5}]})");
+    merge(store, boundless, R"({"a":[{"id":2000000000}]})");
+    merge(store, boundless, R"({"a":[{"id":60000}]})");
+    merge(store, boundless, R"({"a":[{"id":1}]})", QO_REMOTE_CLIENT, QO_NO_PUBLISH_THIS_NODE);
+    merge(store, R"({"a":1})", R"({"a":2})", QO_REMOTE_CLIENT, QO_NO_PUBLISH_THIS_NODE);
+    merge(store, R"({"a":1})", R"({"b":2})", QO_REMOTE_CLIENT, QO_NO_PUBLISH_THIS_NODE);
+    const QoJsonNode large = qo_json_parse("{\"large\":\"" + std::string(kMaxTreeBytes, 'x') + "\"}");
+    bool save_scheduled = false;
+    store.UpdateNode(large.get(), save_scheduled, QO_INTERNAL);
+}
+
+void walk(DataMgr& store, std::string_view skeleton, std::string_view data, char response_type) {
+    const QoJsonNode wanted = qo_json_parse(skeleton);
+    const QoJsonNode tree = qo_json_parse(data);
+    const QoJsonNode response(json_new(response_type));
+    long array_size = 0;
+    store.ValidateAndReadNode(wanted.get(), tree.get(), response.get(), false, array_size);
+}
+
+void provoke_read_lines(DataMgr& store) {
+    walk(store, R"({"a":{"x":{}}})", R"({"a":[1]})", JSON_NODE);
+    walk(store, R"({"a":{"b":{}}})", R"({"a":{"c":1}})", JSON_NODE);
+    walk(store, R"({"a":{}})", R"({"a":1})", JSON_NUMBER);
+    walk(store, R"({"a":{"b":{}}})", R"({"a":{"b":1}})", JSON_NUMBER);
+    walk(store, R"({"a":{"0":{}}})", R"({"a":[1]})", JSON_NUMBER);
+}
+
+void provoke_delete_lines(DataMgr& store) {
+    const QoJsonNode data = qo_json_parse(R"({"a":[1]})");
+    for (const std::string_view skeleton : {R"({"b":{}})", R"({"a":{"x":{}}})", R"({"a":{"7":{}}})"}) {
+        store.ValidateAndDeleteNode(qo_json_parse(skeleton).get(), data.get());
+    }
+}
+
+const Operation kOperations[] = {
+    // ---- life and persistence ----
+    {"CreateDefaultTree", [](DataMgr&) { Initializer("/nowhere/").Init(); }},
+    {"CreateDataTree", [](DataMgr& store) { store.CreateDataTree(); }},
+    {"ParseJsonFile", [](DataMgr&) { const QoJsonNode none(ParseJsonFile("/proc/version")); }},
+    {"DoesDataTreeCRCMatch", [](DataMgr& store) { store.DoesDataTreeCRCMatch(); }},
+    {"SaveDataTree",
+     [](DataMgr& store) {
+         store.SaveDataTree(false);
+         store.SaveDataTree(true);
+     }},
+    {"RenameAsBackUpFile", [](DataMgr& store) { store.RenameAsBackUpFile("/nowhere/file"); }},
+    {"SaveActiveTreeForDebug",
+     [](DataMgr& store) {
+         store.DoesDataTreeCRCMatch();
+         store.SaveActiveTreeForDebug();
+     },
+     {"DoesDataTreeCRCMatch", "DoesDataTreeCRCMatch", "SaveActiveTreeForDebug"}},
+    {"CreateTimerToSaveTree", [](DataMgr& store) { store.CreateTimerToSaveTree(); }},
+    {"TimerCallBack", [](DataMgr&) { DataMgr::TimerCallBack({}); }},
+    {"CheckForSavingDataTree",
+     [](DataMgr& store) {
+         bool change = false;
+         bool decided = false;
+         store.CheckForSavingDataTree(nullptr, nullptr, change, decided);
+     }},
+    {"IsNodeNonPersistent",
+     [](DataMgr& store) {
+         bool marker = false;
+         store.IsNodeNonPersistent(nullptr, marker);
+         Initializer("/nowhere/").IsNodeNonPersistent(nullptr);
+     }},
+    {"TrimNonPersistentData", [](DataMgr&) { Initializer("/nowhere/").TrimNonPersistentData(nullptr); }},
+
+    // ---- pointers ----
+    {"JsonPtrToNode",
+     [](DataMgr& store) {
+         const QoJsonNode none(store.JsonPtrToNode("a"));
+         const QoJsonNode root(store.JsonPtrToNode("/"));
+     }},
+    {"GetJsonArrayIndex",
+     [](DataMgr& store) {
+         unsigned index = 0;
+         store.GetJsonArrayIndex(nullptr, index);
+     }},
+    {"JsonNodeToPtr", [](DataMgr& store) { EXPECT_THROW(store.JsonNodeToPtr(nullptr), std::logic_error); }},
+
+    // ---- publish ----
+    {"UpdateNode",
+     [](DataMgr& store) {
+         bool save_scheduled = false;
+         store.UpdateNode(nullptr, save_scheduled, QO_INTERNAL);
+     }},
+    {"TreeMerge", provoke_merge_lines},
+    {"UpdateLeafValue", [](DataMgr& store) { store.UpdateLeafValue(nullptr, nullptr); }},
+    {"GetPublishAuthorityForThisNode",
+     [](DataMgr& store) { store.GetPublishAuthorityForThisNode(nullptr, QO_REMOTE_CLIENT); }},
+    {"UpdateModifiedNodeState", [](DataMgr& store) { store.UpdateModifiedNodeState(nullptr); }},
+    {"MergeToDataTree", [](DataMgr& store) { store.MergeToDataTree(nullptr); }},
+
+    // ---- read and delete ----
+    {"ReadNode",
+     [](DataMgr& store) {
+         const QoJsonNode response(json_new(JSON_NODE));
+         long array_size = 0;
+         store.ReadNode("/missing", response.get(), false, array_size);
+     },
+     {"ValidateAndReadNode", "ReadNode"}},
+    {"ValidateAndReadNode", provoke_read_lines},
+    {"CopyNode", [](DataMgr& store) { store.CopyNode(nullptr, nullptr); }},
+    {"DeleteNode",
+     [](DataMgr& store) { store.DeleteNode("/missing", false); },
+     {"ValidateAndDeleteNode", "DeleteNode"}},
+    {"ValidateAndDeleteNode", provoke_delete_lines},
+
+    // ---- subscriptions ----
+    {"CreateSubscriptionTree", [](DataMgr& store) { store.CreateSubscriptionTree(nullptr); }},
+    {"GenerateShadowTree", [](DataMgr& store) { store.GenerateShadowTree(nullptr, nullptr); }},
+    {"AddSubscriber", [](DataMgr& store) { store.AddSubscriber(kComponent, "/missing", false); }},
+    {"ValidateAndAddSubscription",
+     [](DataMgr& store) { store.ValidateAndAddSubscription(nullptr, kComponent, false); }},
+    {"CheckIfSubscriberExists", [](DataMgr& store) { store.CheckIfSubscriberExists(nullptr, kComponent); }},
+    {"RemoveSubscriber", [](DataMgr& store) { store.RemoveSubscriber(kComponent, "/missing"); }},
+    {"RemoveSubscriberInternal", [](DataMgr& store) { store.RemoveSubscriberInternal(kComponent, nullptr); }},
+    {"GetSubscribers", [](DataMgr& store) { store.GetSubscribers(nullptr, nullptr); }},
+    {"GetSubscribersInternal", [](DataMgr& store) { store.GetSubscribersInternal(nullptr, nullptr, nullptr); }},
+    {"GetNodeSubscriber", [](DataMgr& store) { store.GetNodeSubscriber(nullptr, nullptr); }},
+    {"TrimDuplicates", [](DataMgr& store) { store.TrimDuplicates(nullptr); }},
+    {"GetSubscribersByJsonPtr", [](DataMgr& store) { store.GetSubscribersByJsonPtr("", nullptr); }},
+};
+
+class OperationNames : public ::testing::TestWithParam<Operation> {};
+
+TEST_P(OperationNames, AreThoseOfTheLines) {
+    const QoScratchDirectory scratch;
+    DataMgr store({scratch.path(), scratch.path()}, {}, kMaxTreeBytes);
+    ASSERT_EQ(store.Init(nullptr), 0);
+    QoLogCapture log;
+    GetParam().provoke(store);
+    const std::vector<QoLogLine> lines = log.lines();
+    std::vector<std::string> named;
+    std::transform(lines.begin(), lines.end(), std::back_inserter(named),
+                   [](const QoLogLine& line) { return line.operation; });
+    EXPECT_THAT(lines, Each(Field(&QoLogLine::text, StartsWith("PushPull"))));
+    if (GetParam().named.empty()) {
+        EXPECT_THAT(named, Not(IsEmpty()));
+        EXPECT_THAT(named, Each(GetParam().name));
+    } else {
+        EXPECT_THAT(named, ElementsAreArray(GetParam().named));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Store, OperationNames, testing::ValuesIn(kOperations),
+                         [](const testing::TestParamInfo<Operation>& parameter) { return parameter.param.name; });
+
+}  // namespace
