@@ -161,9 +161,9 @@ TEST_F(DataMgrLife, SavesMayMeetPublishesReadsAndClears) {
     load(R"({"a":{"x":1},"zones":[{"id":0,"t":1},{"id":1,"t":1}]})");
     std::atomic<bool> is_done = false;
     std::thread saver([this, &is_done] {
-        while (!is_done) {
+        do {
             EXPECT_EQ(store_->SaveDataTree(false), 0);
-        }
+        } while (!is_done);
     });
     for (int i = 0; i < 200; ++i) {
         const std::string number = std::to_string(i);
