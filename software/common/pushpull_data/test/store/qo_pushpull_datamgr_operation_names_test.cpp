@@ -78,7 +78,12 @@ void provoke_delete_lines(DataMgr& store) {
 
 const Operation kOperations[] = {
     // ---- life and persistence ----
-    {"CreateDefaultTree", [](DataMgr&) { Initializer("/nowhere/").Init(); }},
+    {"CreateDefaultTree",
+     [](DataMgr&) {
+         Initializer defaults("/nowhere/");
+         defaults.Init();
+         defaults.Terminate();
+     }},
     {"CreateDataTree", [](DataMgr& store) { store.CreateDataTree(); }},
     {"ParseJsonFile", [](DataMgr&) { const QoJsonNode none(ParseJsonFile("/proc/version")); }},
     {"DoesDataTreeCRCMatch", [](DataMgr& store) { store.DoesDataTreeCRCMatch(); }},
