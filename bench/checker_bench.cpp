@@ -42,9 +42,8 @@ std::string system_object(size_t bytes, int offset) {
     constexpr size_t kRoomForNote = 100;  // more than a zone takes
     const std::string end = R"("}})";
     std::string text = R"({"system":{"clock":{"offset":)" + std::to_string(offset) + R"(,"tz":"NST"})";
-    for (int i = 0; text.size() + kRoomForNote < bytes; ++i) {
+    for (int i = 0; text.size() + kRoomForNote < bytes; ++i)
         text += ",\"zone" + std::to_string(i) + R"(":{"value":21.50,"unit":"degC","online":true})";
-    }
     text += R"(,"note":")";
     text.append(bytes - text.size() - end.size(), '.');
     return text + end;

@@ -35,9 +35,8 @@ public:
     Reader() {
         const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         const sockaddr_un address{AF_UNIX, "/dev/log"};
-        if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
             throw std::runtime_error(std::string("/dev/log: ") + strerror(errno) + "; run this with qo_isolated");
-        }
         process_ = fork();
         if (process_ == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);

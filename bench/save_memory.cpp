@@ -25,9 +25,8 @@ constexpr size_t kFileBytes = size_t{32} << 20;
 /// A number of /proc/self/status, in KiB.
 long status_kib(const std::string& name) {
     std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
+    for (std::string line; std::getline(status, line);)
         if (line.starts_with(name + ":")) return std::stol(line.substr(name.size() + 1));
-    }
     abort();
 }
 
@@ -40,9 +39,8 @@ void forget_peak() {
 
 std::string many_small_nodes() {
     std::string text = R"({"list":[)";
-    for (int id = 0; text.size() < kFileBytes / 2; ++id) {
+    for (int id = 0; text.size() < kFileBytes / 2; ++id)
         text += (id > 0 ? "," : "") + std::string(R"({"id":)") + std::to_string(id) + R"(,"on":true,"value":21.50})";
-    }
     return text + "]}";
 }
 
@@ -51,9 +49,7 @@ std::string long_strings(size_t count, const std::string& piece) {
     std::string value;
     while (value.size() < kFileBytes / count) value += piece;
     std::string text = "{";
-    for (size_t i = 0; i < count; ++i) {
-        text += (i > 0 ? ",\"" : "\"") + std::to_string(i) + "\":\"" + value + "\"";
-    }
+    for (size_t i = 0; i < count; ++i) text += (i > 0 ? ",\"" : "\"") + std::to_string(i) + "\":\"" + value + "\"";
     return text + "}";
 }
 
@@ -111,9 +107,13 @@ void run(const char* name, std::string (*make)()) {
 
 int main() {
     run("many small nodes", many_small_nodes);
-    run("150 texts of letters", [] { return long_strings(150, "0123456789"); });
-    run("150 texts of control characters", [] { return long_strings(150, "\\u0001"); });
-    run("150 texts of quotes", [] { return long_strings(150, "\\\""); });
-    run("one text of letters", [] { return long_strings(1, "0123456789"); });
+    run(
+        "150 texts of letters", [] { return long_strings(150, "0123456789"); });
+    run(
+        "150 texts of control characters", [] { return long_strings(150, "\\u0001"); });
+    run(
+        "150 texts of quotes", [] { return long_strings(150, "\\\""); });
+    run(
+        "one text of letters", [] { return long_strings(1, "0123456789"); });
     run("one text of control characters", [] { return long_strings(1, "\\u0001"); });
 }

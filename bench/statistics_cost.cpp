@@ -59,9 +59,8 @@ public:
     std::string receive() const {
         const timespec until = deadline();
         std::vector<char> buffer(static_cast<size_t>(kMessageSize));
-        if (mq_timedreceive(descriptor_, buffer.data(), buffer.size(), nullptr, &until) < 0) {
+        if (mq_timedreceive(descriptor_, buffer.data(), buffer.size(), nullptr, &until) < 0)
             fail("receive from " + name_);
-        }
         return buffer.data();
     }
 
@@ -108,15 +107,13 @@ public:
     Rates rates(int publishes) const {
         const auto begin = std::chrono::steady_clock::now();
         const double processor_begin = processor_time();
-        for (int i = 0; i < publishes; ++i) {
+        for (int i = 0; i < publishes; ++i)
             queue_.send(request("publish", R"({\"version\":{\"schemaVersion\":\")" + std::to_string(i) + R"(\"}})"));
-        }
         const std::string answer = wait_until_done();
         const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;
         // A refused publish costs something else.
-        if (answer.find("\"" + std::to_string(publishes - 1) + "\"") == std::string::npos) {
+        if (answer.find("\"" + std::to_string(publishes - 1) + "\"") == std::string::npos)
             throw std::runtime_error("the publishes were not taken: " + answer);
-        }
         return {publishes / taken.count(), publishes / (processor_time() - processor_begin)};
     }
 

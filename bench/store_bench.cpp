@@ -166,9 +166,8 @@ void PublishToSubscribers(benchmark::State& state) {
 /// One publish of that many array elements, all of which concern the same subscribers.
 void CollectSubscribersOfElements(benchmark::State& state) {
     const auto store = new_store();
-    for (int id = 1; id <= 128; ++id) {
+    for (int id = 1; id <= 128; ++id)
         require(store->AddSubscriber(static_cast<eQO_CMP_IDs_>(id), "/devices/temperature", false) == 0, "subscribed");
-    }
     std::string text = R"({"devices":[)";
     for (int64_t id = 0; id < state.range(0); ++id) text += (id == 0 ? "" : ",") + device(id, 20);
     const QoJsonNode published = parse(text + "]}");

@@ -9,9 +9,8 @@
 namespace {
 
 void record(const ExampleComponent& watcher, const std::string& text) {
-    if (const auto temperature = value_at(text, {"system", "status", "systemTemperature"})) {
+    if (const auto temperature = value_at(text, {"system", "status", "systemTemperature"}))
         watcher.says("records " + *temperature + " F");
-    }
 }
 
 }  // namespace
@@ -21,8 +20,7 @@ int main(int argc, char** argv) {
     if (!watcher.start()) return EXIT_FAILURE;
     if (!watcher.subscribe("/system/status", true)) return EXIT_FAILURE;
     if (const auto now = watcher.ask("/system/status")) record(watcher, *now);
-    while (watcher.running()) {
+    while (watcher.running())
         if (const auto text = watcher.receive(std::chrono::milliseconds(200))) record(watcher, *text);
-    }
     return EXIT_SUCCESS;
 }

@@ -35,8 +35,7 @@ int main(int argc, char** argv) {
     if (!display.subscribe("/system/status", false)) return EXIT_FAILURE;
     if (!display.subscribe("/system/alarms", false)) return EXIT_FAILURE;
     refresh(display);
-    while (display.running()) {
+    while (display.running())
         if (display.receive(std::chrono::milliseconds(200))) refresh(display);
-    }
     return EXIT_SUCCESS;
 }

@@ -34,9 +34,8 @@ void catch_stop_signals() {
 // Answers come with line breaks and tabs, which never stand inside a JSON string: without them it is one line.
 std::string on_one_line(const std::string& text) {
     std::string line;
-    for (const char character : text) {
+    for (const char character : text)
         if (character != '\n' && character != '\t') line += character;
-    }
     if (line.size() <= kShownBytes) return line;
     return line.substr(0, kShownBytes) + "... (" + std::to_string(text.size()) + " bytes)";
 }

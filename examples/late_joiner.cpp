@@ -54,9 +54,8 @@ struct Fetched {
 
 void take_over(Fetched& fetched, const std::string& answer) {
     ++fetched.messages;
-    for (const Part& part : kParts) {
+    for (const Part& part : kParts)
         if (value_at(answer, part.path)) fetched.pointers.insert(part.pointer);
-    }
     if (const auto name = value_at(answer, {"system", "config", "name"})) fetched.system_name = *name;
 }
 

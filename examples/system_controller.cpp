@@ -72,15 +72,14 @@ void obey(ExampleComponent& controller, const std::string& line) {
     const size_t blank = line.find(' ');
     const std::string command = line.substr(0, blank);
     const std::string argument = blank == std::string::npos ? "" : line.substr(blank + 1);
-    if (command == "temperature") {
+    if (command == "temperature")
         publish_temperature(controller, argument);
-    } else if (command == "alarm") {
+    else if (command == "alarm")
         publish_alarm(controller, argument);
-    } else if (command == "stop-service") {
+    else if (command == "stop-service")
         controller.ask_service_to_exit();
-    } else if (!command.empty()) {
+    else if (!command.empty())
         fprintf(stderr, "system_controller: \"%s\" is none of temperature, alarm, stop-service\n", command.c_str());
-    }
 }
 
 }  // namespace

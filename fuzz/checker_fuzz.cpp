@@ -17,9 +17,8 @@ std::string text_at(JSONNODE* tree, std::string_view member, std::string_view be
 }
 
 bool one_of(JSONNODE* node, std::initializer_list<std::string_view> texts) {
-    for (const std::string_view text : texts) {
+    for (const std::string_view text : texts)
         if (json_type(node) == JSON_STRING && qo_json_string(node) == text) return true;
-    }
     return false;
 }
 

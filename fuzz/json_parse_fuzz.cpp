@@ -54,9 +54,8 @@ std::string_view name_of(const JSONNODE* node) {
 }
 
 JSONNODE* find_by_scan(JSONNODE* object, std::string_view name) {
-    for (JSONNODE_ITERATOR it = json_begin(object); it != json_end(object); ++it) {
+    for (JSONNODE_ITERATOR it = json_begin(object); it != json_end(object); ++it)
         if (name_of(*it) == name) return *it;
-    }
     return nullptr;
 }
 

@@ -18,9 +18,8 @@ constexpr auto kComponent = QO_CMPID_DEMO;
 /// The pointer without its empty segments.
 std::string without_empty_segments(const std::string& pointer) {
     std::string result;
-    for (const char character : pointer) {
+    for (const char character : pointer)
         if (character != '/' || result.empty() || result.back() != '/') result += character;
-    }
     if (!result.empty() && result.back() == '/') result.pop_back();
     return result;
 }

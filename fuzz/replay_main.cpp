@@ -18,9 +18,8 @@ namespace fs = std::filesystem;
 std::set<fs::path> files_below(const fs::path& path) {
     if (!fs::is_directory(path)) return {path};
     std::set<fs::path> files;
-    for (const auto& entry : fs::recursive_directory_iterator(path)) {
+    for (const auto& entry : fs::recursive_directory_iterator(path))
         if (entry.is_regular_file()) files.insert(entry.path());
-    }
     return files;
 }
 

@@ -27,9 +27,8 @@ constexpr size_t kMaxComponents = 16;
 
 size_t count_named(JSONNODE* node, std::string_view name) {
     size_t count = 0;
-    for (JSONNODE* child : QoJsonChildren(node)) {
+    for (JSONNODE* child : QoJsonChildren(node))
         count += (qo_json_name(child) == name ? 1U : 0U) + count_named(child, name);
-    }
     return count;
 }
 
@@ -103,9 +102,7 @@ public:
         qo_require(json_type(tree.get()) == JSON_NODE, "the tree is an object");
         qo_require(qo_json_write_formatted(tree.get()) == text, "the tree's text parses back equal");
         qo_require(count_metadata(tree.get()) <= metadata_, "nobody adds metadata");
-        if (!double_ids_) {
-            require_elements_at_their_ids(tree.get());
-        }
+        if (!double_ids_) require_elements_at_their_ids(tree.get());
         if (!trusted_writes_) {
             qo_require(qo_json_write(qo_json_find(tree.get(), "sealed")) == sealed_,
                        "no client changes what is sealed");
@@ -142,9 +139,8 @@ private:
 
     static void check_subscribers(JSONNODE* list) {
         qo_require(json_size(list) <= 2 * kMaxComponents, "each subscriber is listed once per mode");
-        for (const JSONNODE* entry : QoJsonChildren(list)) {
+        for (const JSONNODE* entry : QoJsonChildren(list))
             qo_require(json_type(entry) == JSON_NUMBER, "a subscriber is a number");
-        }
     }
 
     void get(const std::string& pointer, bool pack) {

@@ -34,9 +34,8 @@ DemoLog::DemoLog(const std::string& copy) {
     strncpy(address.sun_path, kLogSocket, sizeof address.sun_path - 1);
     socket_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (socket_ < 0 || bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        chmod(kLogSocket, 0666) != 0 || pipe2(stop_pipe_, O_CLOEXEC) != 0) {
+        chmod(kLogSocket, 0666) != 0 || pipe2(stop_pipe_, O_CLOEXEC) != 0)
         throw NotSeen(std::string("cannot read the log at /dev/log: ") + strerror(errno));
-    }
     reader_ = std::thread([this, copy] { read_until_stopped(copy); });
 }
 
@@ -73,9 +72,8 @@ void DemoLog::read_until_stopped(const std::string& copy) {
 std::string DemoLog::wait_for(const std::string& text, DemoClock::time_point deadline) {
     std::unique_lock<std::mutex> guard(mutex_);
     for (size_t next = 0;;) {
-        for (; next < lines_.size(); ++next) {
+        for (; next < lines_.size(); ++next)
             if (lines_[next].find(text) != std::string::npos) return lines_[next];
-        }
         if (arrived_.wait_until(guard, deadline) == std::cv_status::timeout && next == lines_.size()) return "";
     }
 }

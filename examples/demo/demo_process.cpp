@@ -106,9 +106,8 @@ DemoProcess::~DemoProcess() {
         kill(pid_, SIGKILL);
         waitpid(pid_, nullptr, 0);
     }
-    for (const int descriptor : {end_watch_, to_child_, from_child_}) {
+    for (const int descriptor : {end_watch_, to_child_, from_child_})
         if (descriptor >= 0) close(descriptor);
-    }
 }
 
 void DemoProcess::write_line(const std::string& line) {

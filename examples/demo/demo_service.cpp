@@ -59,9 +59,8 @@ int make_ready_socket(const std::string& name) {
     const sockaddr_un address = abstract_address(name);
     const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
     const int ready = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (ready < 0 || bind(ready, reinterpret_cast<const sockaddr*>(&address), length) != 0) {
+    if (ready < 0 || bind(ready, reinterpret_cast<const sockaddr*>(&address), length) != 0)
         throw NotSeen(std::string("cannot play systemd's part: ") + strerror(errno));
-    }
     return ready;
 }
 

@@ -54,9 +54,7 @@ protected:
         const std::string before = subscriber_->active_tree();
         subscriber_->fence();
         publish(publisher, json);
-        if (!reason.empty()) {
-            EXPECT_TRUE(events().wait_for_log(LOG_ERR, reason));
-        }
+        if (!reason.empty()) EXPECT_TRUE(events().wait_for_log(LOG_ERR, reason));
         EXPECT_TRUE(events().wait_for_log(LOG_ERR, kRefused));
         EXPECT_TRUE(events().wait_for_log(LOG_ERR, "Component data publish failed = -1"));
         EXPECT_TRUE(subscriber_->hears_nothing());
@@ -117,9 +115,8 @@ TEST_F(CheckedPublish, UnknownPriorityOfTheCommandedAlertIsRefusedAndInsideActiv
 }
 
 TEST_F(CheckedPublish, VersionOfAnyClientIsRefused) {
-    for (const int32_t client : {kLocalClient, kRemoteClient, kStrictClient}) {
+    for (const int32_t client : {kLocalClient, kRemoteClient, kStrictClient})
         expect_refused(client, R"({"version":{"schemaVersion":"9"}})", "");
-    }
 }
 
 TEST_F(CheckedPublish, SecondMemberOrDuplicateCannotHideAValue) {

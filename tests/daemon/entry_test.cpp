@@ -132,9 +132,8 @@ protected:
     std::vector<std::string> lines_like(const std::vector<std::string>& awaited) {
         std::vector<std::string> found;
         for (const QoLogLine& line : events().log()) {
-            for (const std::string& text : awaited) {
+            for (const std::string& text : awaited)
                 if (line.level != LOG_DEBUG && line.text.starts_with(text)) found.push_back(text);
-            }
         }
         return found;
     }

@@ -153,9 +153,8 @@ TEST_P(HostileMessage, LeavesServiceTreeAndMemoryAsTheyAre) {
 // The same pointer in every kind of request that takes one.
 Texts in_every_kind(const std::string& pointer) {
     Texts requests;
-    for (const char* kind : {"get", "subscribe", "unsubscribe", "delete", "clear"}) {
+    for (const char* kind : {"get", "subscribe", "unsubscribe", "delete", "clear"})
         requests.push_back(request(kind, pointer));
-    }
     requests.push_back(request("get", pointer, R"(,"pack_and_send":true)"));
     requests.push_back(request("get", pointer, R"(,"sender_id":"s")"));
     requests.push_back(request("subscribe", pointer, R"(,"notifyOnChangeOnly":true)"));
@@ -211,11 +210,9 @@ const Attack kAttacks[] = {
      [] {
          Texts requests;
          for (const char* position : {"2000000000", "-1", "1.5x", "x", "9223372036854775808", "-9223372036854775809",
-                                      "99999999999999999999999999", "+7", " 7", ""}) {
-             for (const char* kind : {"get", "delete", "subscribe"}) {
+                                      "99999999999999999999999999", "+7", " 7", ""})
+             for (const char* kind : {"get", "delete", "subscribe"})
                  requests.push_back(request(kind, std::string("/devices/") + position + "/device"));
-             }
-         }
          requests.push_back(request("get", "/devices/" + repeated("9", kPayload)));
          requests.push_back(request("delete", "/devices/" + repeated("0", kPayload) + "9"));
          return requests;
@@ -244,9 +241,8 @@ const Attack kAttacks[] = {
     {"PublishedNumbersThatNoDoubleHolds",
      [] {
          Texts texts;
-         for (const std::string& number : Texts{repeated("9", 10000), "1e" + repeated("9", 10000), "-1e309", "1e400"}) {
+         for (const std::string& number : Texts{repeated("9", 10000), "1e" + repeated("9", 10000), "-1e309", "1e400"})
              texts.push_back(R"({"version":{"number":)" + number + "}}");
-         }
          return published(texts);
      }},
     {"IdsOf10000Digits",
@@ -311,13 +307,11 @@ const Attack kAttacks[] = {
          Texts requests;
          for (const std::string& id :
               Texts{"4294967296", "5368709150", "-1", "2147483648", "-2147483649", "1e300", "1e-300", "true", "null",
-                    "[]", "{}", "\"1102\"", "0.9", "99999999999999999999999999999999"}) {
-             for (const char* kind : {"register", "publish", "get", "delete", "unregister", "save", "sync"}) {
+                    "[]", "{}", "\"1102\"", "0.9", "99999999999999999999999999999999"})
+             for (const char* kind : {"register", "publish", "get", "delete", "unregister", "save", "sync"})
                  requests.push_back(std::string(R"({"function":")") + kind + R"(","arg":{"comp_id":)" + id +
                                     R"(,"dst_comp_id":)" + id +
                                     R"(,"buffer":"{\"version\":{\"schemaVersion\":\"z\"}}"}})");
-             }
-         }
          // None of them may count as the next request's sender.
          requests.push_back(request("get", "/usb"));
          return requests;
@@ -367,11 +361,10 @@ const Attack kAttacks[] = {
          int32_t id = 40000;
          for (const std::string& name :
               Texts{"", "/", "//", "/a/b", "/..", "/.", "x", "/" + repeated("q", 255), "/" + repeated("q", 256),
-                    "/" + repeated("q", kPayload), "/%s%n%s%n", "/\xc3\xa9"}) {
+                    "/" + repeated("q", kPayload), "/%s%n%s%n", "/\xc3\xa9"})
              requests.push_back(R"({"function":"register","arg":{"comp_id":)" + std::to_string(++id) +
                                 R"(,"buffer":")" + name +
                                 R"("},"que":{"flags":0,"maxmsg":1,"msgsize":1,"curmsgs":0}})");
-         }
          return requests;
      }},
     {"QueueAttributesOfAllKinds",
@@ -577,9 +570,7 @@ TEST_F(Hostile, ManyIds65536ApartInOneMessageAreRefusedBeforeTheyFillTheMemory) 
     ids.pop_back();
     const size_t before = service().resident_kib();
     send({request("publish", R"({"error":[)" + ids + "]}")});
-    if (kMeasuresMemory) {
-        EXPECT_LT(service().resident_kib(), before + kGrowthKib + kLargestTreeKib);
-    }
+    if (kMeasuresMemory) EXPECT_LT(service().resident_kib(), before + kGrowthKib + kLargestTreeKib);
     EXPECT_TRUE(
         events().wait_for_store_log(LOG_ERR, "Data tree exceeded max size 67108864 bytes - error. Tree NOT updated!"));
     EXPECT_TRUE(events().wait_for_log(LOG_ERR, "Component data publish failed = -1"));
@@ -587,15 +578,11 @@ TEST_F(Hostile, ManyIds65536ApartInOneMessageAreRefusedBeforeTheyFillTheMemory) 
 
 TEST_F(Hostile, OneHundredArraysOfTheLargestIdInOneMessageAreRefusedBeforeTheyFillTheMemory) {
     std::string arrays;
-    for (int array = 0; array < 100; ++array) {
-        arrays += "\"a" + std::to_string(array) + "\":[{\"id\":65536}],";
-    }
+    for (int array = 0; array < 100; ++array) arrays += "\"a" + std::to_string(array) + "\":[{\"id\":65536}],";
     arrays.pop_back();
     const size_t before = service().resident_kib();
     send({request("publish", "{" + arrays + "}")});
-    if (kMeasuresMemory) {
-        EXPECT_LT(service().resident_kib(), before + kGrowthKib + kLargestTreeKib);
-    }
+    if (kMeasuresMemory) EXPECT_LT(service().resident_kib(), before + kGrowthKib + kLargestTreeKib);
     EXPECT_TRUE(
         events().wait_for_store_log(LOG_ERR, "Data tree exceeded max size 67108864 bytes - a3. Tree NOT updated!"));
 }
@@ -608,12 +595,10 @@ TEST_F(Hostile, TwoArraysThatNeed40000PlaceholdersEachAreAcceptedInOneMessage) {
 
 TEST_F(Hostile, APublishTo128SubscribersBesideAnArrayOf100000ElementsCostsWhatItBrings) {
     Component all(service(), 2000, {130, 64});
-    for (int32_t id = 2001; id < 2126; ++id) {
+    for (int32_t id = 2001; id < 2126; ++id)
         ASSERT_EQ(all.api().comp_register(static_cast<eQO_CMP_IDs_>(id), all.queue_name(), nullptr), 0);
-    }
-    for (int32_t id = 2000; id < 2126; ++id) {
+    for (int32_t id = 2000; id < 2126; ++id)
         ASSERT_EQ(all.api().subscribe(static_cast<eQO_CMP_IDs_>(id), "/error", id % 2 == 0), 0);
-    }
     const auto processor_time_of_publishes_to = [&](int64_t element) {
         EXPECT_TRUE(service().wait_until_idle());
         const auto before = service().processor_time();
@@ -636,17 +621,14 @@ TEST_F(Hostile, APublishTo128SubscribersBesideAnArrayOf100000ElementsCostsWhatIt
     std::cout << "one publish to 126 subscribers: " << small << " ms, beside the large array " << large << " ms\n";
     // What cost time in proportion to the array, or to the array for each subscriber, would be far beyond.
     EXPECT_LT(large, small * 10);
-    for (int32_t id = 2001; id < 2126; ++id) {
-        ASSERT_EQ(all.api().comp_unregister(static_cast<eQO_CMP_IDs_>(id)), 0);
-    }
+    for (int32_t id = 2001; id < 2126; ++id) ASSERT_EQ(all.api().comp_unregister(static_cast<eQO_CMP_IDs_>(id)), 0);
 }
 
 TEST_F(Hostile, EverNewNamesFillTheTreeAndThenOthersValuesStillChange) {
     const std::string text(kPayload - 1000, 'x');
     constexpr int kMoreThanFits = 300;  // of 64 MiB
-    for (int name = 0; name < kMoreThanFits; ++name) {
+    for (int name = 0; name < kMoreThanFits; ++name)
         send({request("publish", "{\"n" + std::to_string(name) + "\":\"" + text + "\"}")});
-    }
     EXPECT_TRUE(
         events().wait_for_store_log(LOG_ERR, "Data tree exceeded max size 67108864 bytes - n299. Tree NOT updated!"));
     ASSERT_EQ(witness_->api().publish(witness_->id(), R"({"version":{"schemaVersion":"9.9"}})"), 0);
@@ -684,9 +666,7 @@ TEST_F(Hostile, TenThousandRegistrationsLeaveNoDescriptorOpenAndNoMemoryInUse) {
     const size_t resident = service().resident_kib();
     register_and_forget(10000);
     EXPECT_EQ(service().open_descriptors(), descriptors);
-    if (kMeasuresMemory) {
-        EXPECT_LT(service().resident_kib(), resident + 1024);
-    }
+    if (kMeasuresMemory) EXPECT_LT(service().resident_kib(), resident + 1024);
     expect_answer();
 }
 

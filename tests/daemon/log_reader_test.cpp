@@ -141,9 +141,7 @@ TEST_P(StoppedLogReader, ThatGoesOnIsToldHowManyLinesItMissedBeforeTheNextOne) {
     ASSERT_GT(log.size(), 5U);
     const size_t kept = log.size() - 2;
     ASSERT_LT(kept, made);
-    for (size_t number = 0; number < kept; ++number) {
-        ASSERT_EQ(log[number], line_of_request(static_cast<int>(number)));
-    }
+    for (size_t number = 0; number < kept; ++number) ASSERT_EQ(log[number], line_of_request(static_cast<int>(number)));
     EXPECT_EQ(log[kept], lost_lines(made - kept));
     EXPECT_EQ(log[kept + 1], line_of_request(kManyLines));
 }
@@ -202,9 +200,8 @@ public:
     LogStream() : listener_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
         const sockaddr_un address{AF_UNIX, "/dev/log"};
         if (bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-            listen(listener_, 5) != 0) {
+            listen(listener_, 5) != 0)
             throw std::runtime_error("cannot listen on /dev/log");
-        }
     }
     ~LogStream() {
         close(listener_);
@@ -218,14 +215,12 @@ public:
     testing::AssertionResult read_until(const std::string& text) {
         while (lines_.empty() || lines_.back().find(text) == std::string::npos) {
             pollfd source{connection_ == -1 ? listener_ : connection_, POLLIN, 0};
-            if (poll(&source, 1, static_cast<int>(std::chrono::milliseconds(kQoPatience).count())) != 1) {
+            if (poll(&source, 1, static_cast<int>(std::chrono::milliseconds(kQoPatience).count())) != 1)
                 return testing::AssertionFailure() << "\"" << text << "\" did not come, of " << lines_.size();
-            }
-            if (connection_ == -1) {
+            if (connection_ == -1)
                 connection_ = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-            } else {
+            else
                 take();
-            }
         }
         return testing::AssertionSuccess();
     }

@@ -120,9 +120,8 @@ TEST_F(MemoryShortage, WhileTheDataDirectoryIsReadEndsTheStartWithoutACrash) {
         faults.add({.calls = kQoAllocate, .first = call});
         faults.arm();
         service().start();
-        while (service().running() && events().notifications().size() == notifications) {
+        while (service().running() && events().notifications().size() == notifications)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
         if (events().notifications().size() > notifications) service().send_signal(SIGKILL);
         const std::optional<int> status = service().wait_for_end();
         ASSERT_TRUE(status);

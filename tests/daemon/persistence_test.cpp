@@ -270,9 +270,7 @@ TEST_F(Persistence, SavesWhilePublishesPourInAreWholeAndLoseNothing) {
         ASSERT_EQ(
             other.api().publish(other.id(), R"({"system":{"config":{"name":")" + std::to_string(number) + R"("}}})"),
             0);
-        if (number % 10 == 0) {
-            ASSERT_EQ(component_->api().flush(kDemo), 0);
-        }
+        if (number % 10 == 0) ASSERT_EQ(component_->api().flush(kDemo), 0);
     }
     ASSERT_TRUE(service().wait_until_idle());
     EXPECT_EQ(logged("Saved the data tree"), 30);
@@ -289,9 +287,8 @@ int open_as_foreigner(const std::string& path) {
     if (child == 0) {
         [[maybe_unused]] const int as_root = seteuid(0);
         if (setgroups(0, nullptr) != 0 || setresgid(kForeigner, kForeigner, kForeigner) != 0 ||
-            setresuid(kForeigner, kForeigner, kForeigner) != 0) {
+            setresuid(kForeigner, kForeigner, kForeigner) != 0)
             _exit(255);
-        }
         _exit(open(path.c_str(), O_RDONLY | O_CLOEXEC) >= 0 ? 0 : errno);
     }
     int status = 0;
@@ -328,9 +325,8 @@ public:
         std::string variable = "NOTIFY_SOCKET=" + notify_socket;
         const char* arguments[] = {program.c_str(), "-m", "another", nullptr};
         char* variables[] = {variable.data(), nullptr};
-        if (posix_spawn(&process_, program.c_str(), nullptr, nullptr, const_cast<char**>(arguments), variables) != 0) {
+        if (posix_spawn(&process_, program.c_str(), nullptr, nullptr, const_cast<char**>(arguments), variables) != 0)
             throw std::runtime_error("cannot start " + program);
-        }
     }
     ~AnotherService() {
         kill(process_, SIGKILL);
@@ -373,9 +369,8 @@ protected:
             service().send_signal(SIGSTOP);
             int status = 0;
             waitpid(service().pid(), &status, WUNTRACED);
-            for (const auto& entry : fs::directory_iterator(kDataDirectory)) {
+            for (const auto& entry : fs::directory_iterator(kDataDirectory))
                 if (entry.path().filename().native().starts_with("saved_tree.json.new.")) return true;
-            }
             service().send_signal(SIGCONT);
             EXPECT_TRUE(service().wait_until_idle());
         }
@@ -414,9 +409,8 @@ protected:
         Persistence::SetUp();
         if (IsSkipped()) return;
         stop();
-        if (mount("tmpfs", kDataDirectory, "tmpfs", 0, "size=256k,mode=0777") != 0) {
+        if (mount("tmpfs", kDataDirectory, "tmpfs", 0, "size=256k,mode=0777") != 0)
             GTEST_SKIP() << "no disk of our own: " << strerror(errno);
-        }
         mounted_ = true;
         start();
         make_saved_file_and_back_up("2", "1");

@@ -320,9 +320,8 @@ TEST_F(SoftWatchdog, ARestartThatHasEndedIsReaped) {
     publish_into_full_queue(gateway);
     ASSERT_TRUE(events().wait_for_command(kRestart));
     const auto deadline = std::chrono::steady_clock::now() + kQoPatience;
-    while (!service().children().empty() && std::chrono::steady_clock::now() < deadline) {
+    while (!service().children().empty() && std::chrono::steady_clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
     EXPECT_THAT(service().children(), testing::IsEmpty());
 }
 

@@ -62,9 +62,8 @@ TEST_F(SecondService, OnTheSameQueueEndsWithStatus1AndTouchesNoFileAndNoMessage)
     std::ofstream("/kivo/data/logs/ppstat/ppstats.csv") << "a row\n";
     std::ofstream("/kivo/data/saved_tree.json") << "no tree";
     service().send_signal(SIGSTOP);
-    for (int message = 0; message < 2; ++message) {  // it may wait in a receive, which takes the first
+    for (int message = 0; message < 2; ++message)  // it may wait in a receive, which takes the first
         ASSERT_TRUE(service().post(R"({"function":"waiting"})"));
-    }
     const long waiting = service().waiting_requests();
     ASSERT_GT(waiting, 0);
     const std::map<std::string, std::string> before = files();

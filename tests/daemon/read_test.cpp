@@ -91,9 +91,8 @@ TEST_F(Get, OfAnEmptyListSendsNothingAndFails) {
 
 TEST_F(Get, OfWhatIsNotThereAnswersThePointerAndAnEmptyObject) {
     for (const char* pointer : {"/nope", "/version/schemaVersion/x", "/", "//", "version", "/devices/-1", "/devices/x",
-                                "/devices/99999999999999999999"}) {
+                                "/devices/99999999999999999999"})
         EXPECT_EQ(reader_->get(pointer), std::string(pointer) + ":{}");
-    }
     EXPECT_TRUE(events().wait_for_log(LOG_ERR, "comp_get: ReadNode failed OR json_size is zero, node = /nope"));
     EXPECT_TRUE(events().wait_for_store_log(LOG_ERR, "Cannot read the entire tree"));
 }
@@ -185,9 +184,8 @@ using Delete = Read;
 
 TEST_F(Delete, RemovesTheNodeAndTellsItsSubscribersButNotTheRequester) {
     Component controller(service(), kSystemController);
-    for (Component* component : {&controller, &*reader_}) {
+    for (Component* component : {&controller, &*reader_})
         ASSERT_EQ(component->api().subscribe(component->id(), "/ledErrorType", component == &controller), 0);
-    }
     ASSERT_EQ(controller.api().delete_node(controller.id(), "/ledErrorType/errorType"), 0);
     EXPECT_EQ(reader_->next_message(), "NODE DELETED: /ledErrorType/errorType");
     EXPECT_TRUE(controller.hears_nothing());

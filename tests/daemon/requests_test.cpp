@@ -158,9 +158,8 @@ TEST_F(Request, RegisterAgainWithAnotherQueueKeepsTheFirst) {
 
 TEST_F(Request, RegisterOfThe129thComponentFailsAndFitsAfterOneUnregisters) {
     Component component(service(), kDemo);
-    for (int32_t id = 2000; id < 2127; ++id) {
+    for (int32_t id = 2000; id < 2127; ++id)
         ASSERT_TRUE(service().post(request("register", id, component.queue_name())));
-    }
     ASSERT_TRUE(service().post(request("register", 3000, component.queue_name())));
     EXPECT_TRUE(events().wait_for_log(LOG_ERR, "Res Mgr Table Full , ERR_CODE:50013"));
     EXPECT_TRUE(events().wait_for_log(LOG_ERR, "Component Registration failed = 50013"));
@@ -207,9 +206,8 @@ TEST_P(UnregisteredRequester, IsRefused) {
     ASSERT_TRUE(service().post(request(GetParam().kind, 1351, "/usb")));
     component.fence();
     for (const QoLogLine& line : GetParam().lines) EXPECT_TRUE(events().wait_for_log(line.level, line.text));
-    if (GetParam().lines.empty()) {
+    if (GetParam().lines.empty())
         EXPECT_THAT(events().log(), Not(Contains(testing::Field(&QoLogLine::level, testing::Lt(LOG_DEBUG)))));
-    }
     EXPECT_EQ(stranger.waiting_messages(), 0);
     EXPECT_EQ(component.active_tree(), before);
 }

@@ -26,9 +26,8 @@ protected:
     void SetUp() override {
         ServiceProcess::SetUp();
         if (IsSkipped()) return;
-        if (mount("tmpfs", kDataDirectory, "tmpfs", 0, "size=128k,mode=0777") != 0) {
+        if (mount("tmpfs", kDataDirectory, "tmpfs", 0, "size=128k,mode=0777") != 0)
             GTEST_SKIP() << "no disk of our own: " << strerror(errno);
-        }
         mounted_ = true;
         std::ofstream(kFiller) << std::string(size_t{1} << 20, 'x');
         ASSERT_TRUE(service().start_and_wait());

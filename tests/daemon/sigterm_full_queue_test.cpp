@@ -50,9 +50,8 @@ TEST(SigtermUnit, StopsNoEarlierThanTheEndOfALongRequestAndOfBothPosts) {
     const auto two_posts = 2 * QO_SEND_ATTEMPTS * (timings.send_deadline + timings.retry_pause);
     std::ifstream unit(QO_UNIT_FILE);
     long seconds = 0;
-    for (std::string line; std::getline(unit, line);) {
+    for (std::string line; std::getline(unit, line);)
         if (line.starts_with("TimeoutStopSec=")) seconds = std::stol(line.substr(line.find('=') + 1));
-    }
     EXPECT_GE(std::chrono::seconds(seconds), kLongRequest + two_posts);
 }
 

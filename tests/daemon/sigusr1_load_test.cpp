@@ -21,11 +21,9 @@ protected:
     void publish_until(const std::atomic<bool>& done) {
         Component component(service(), QO_CMPID_DEMO, {2, 4096});
         const std::string text = R"({"devices":[{"id":0,"device":{"deviceName":")" + std::string(300, 'x') + R"("}}]})";
-        while (!done) {
-            if (service().waiting_requests() + 1 < service().capacity()) {
+        while (!done)
+            if (service().waiting_requests() + 1 < service().capacity())
                 EXPECT_EQ(component.api().publish(component.id(), text), 0);
-            }
-        }
     }
 };
 

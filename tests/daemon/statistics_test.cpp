@@ -36,9 +36,8 @@ std::string content(const std::string& file) {
 std::vector<std::string> lines() {
     std::vector<std::string> all;
     const std::string text = content(kFile);
-    for (size_t begin = 0, end = 0; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1) {
+    for (size_t begin = 0, end = 0; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1)
         all.push_back(text.substr(begin, end - begin));
-    }
     return all;
 }
 
@@ -59,9 +58,8 @@ class Row {
 public:
     Row(const std::string& line, const std::vector<std::string>& queues) {
         std::vector<std::string> names = fields(kFixedHeader);
-        for (const std::string& queue : queues) {
+        for (const std::string& queue : queues)
             for (const char* column : {"(Total)", "(Saves)", "(Max)", "(Avg)"}) names.push_back(queue + column);
-        }
         const std::vector<std::string> values = fields(line);
         EXPECT_EQ(values.size(), names.size()) << line;
         for (size_t i = 0; i < std::min(values.size(), names.size()); ++i) values_[names[i]] = values[i];
@@ -147,9 +145,8 @@ TEST_F(StatisticsFile, TellsInEveryColumnWhatWasDone) {
     // A requested save counts twice, once by the loop and once by the saver.
     EXPECT_EQ(busy.count("Saves"), 2);
     EXPECT_EQ(busy.count("Total Saves"), before.count("Total Saves") + 2);
-    for (const char* none : {"Clears", "Subscriptions", "Registers", "Unregisters"}) {
+    for (const char* none : {"Clears", "Subscriptions", "Registers", "Unregisters"})
         EXPECT_EQ(busy.count(none), 0) << none;
-    }
     EXPECT_GT(busy.number("Percent Active"), 0);
     EXPECT_LE(busy.number("Percent Active"), 100);
     // Nine requests and the one that tells when the service is idle.
@@ -165,14 +162,12 @@ TEST_F(StatisticsFile, TellsInEveryColumnWhatWasDone) {
 
     // Nothing at all but that one request.
     const auto [still_before, idle] = rows_around(queues, [] {});
-    for (const char* none : {"Publishes", "Reads", "Saves", "Clears", "Subscriptions", "Registers", "Unregisters"}) {
+    for (const char* none : {"Publishes", "Reads", "Saves", "Clears", "Subscriptions", "Registers", "Unregisters"})
         EXPECT_EQ(idle.count(none), 0) << none;
-    }
     EXPECT_EQ(idle.text("Avg Pub Time"), "0.000000");
     EXPECT_EQ(idle.text("Avg Read Time"), "0.000000");
-    for (const char* total : {"Total Publishes", "Total Reads", "Total Saves", "Total Clears"}) {
+    for (const char* total : {"Total Publishes", "Total Reads", "Total Saves", "Total Clears"})
         EXPECT_EQ(idle.count(total), busy.count(total)) << total;
-    }
     EXPECT_EQ(idle.count("/pushpull(Total)"), 1);
     EXPECT_EQ(idle.count(demo.queue_name() + "(Total)"), 0);
     EXPECT_EQ(idle.text(demo.queue_name() + "(Avg)"), "0.000000");
@@ -234,9 +229,8 @@ TEST_F(StatisticsFile, OfAnEarlierRunIsArchivedByTheFirstRowOfTheNext) {
         events().wait_for_log(LOG_DEBUG, "LOG: removeOldArchives '" + std::string(kDirectory) + "/*_ppstats.csv.gz'"));
     EXPECT_EQ(service().stop(), 0);
     std::vector<std::string> archives;
-    for (const auto& entry : std::filesystem::directory_iterator(kDirectory)) {
+    for (const auto& entry : std::filesystem::directory_iterator(kDirectory))
         if (entry.path().extension() == ".gz") archives.push_back(entry.path());
-    }
     ASSERT_EQ(archives.size(), 1U);
     const std::string unpacked = events().scratch() + "unpacked";
     ASSERT_EQ(qo_zlibDecompress(archives.front(), unpacked), 0);
@@ -290,9 +284,8 @@ protected:
 
     static std::string header_of(const std::vector<std::string>& queues) {
         std::string header = kFixedHeader;
-        for (const std::string& queue : queues) {
+        for (const std::string& queue : queues)
             for (const char* column : kColumns) header += queue + column + ",";
-        }
         header.back() = '\n';
         return header;
     }
@@ -324,9 +317,8 @@ TEST_F(StatisticsOnASmallDisk, KeepNoPartOfARowThatWasCutShort) {
     fill();
     // The header is written, and then the row in which it is due.
     const auto deadline = std::chrono::steady_clock::now() + kQoPatience;
-    while (content(kFile) != header_of(queues_) && std::chrono::steady_clock::now() < deadline) {
+    while (content(kFile) != header_of(queues_) && std::chrono::steady_clock::now() < deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
     ASSERT_EQ(content(kFile), header_of(queues_));
     std::filesystem::remove(filler());
     next_row();

@@ -71,9 +71,8 @@ protected:
         const QoLogLine header{LOG_NOTICE, "---- Output from system command " + command + " ----"};
         const std::vector<QoLogLine> log = events().log();
         std::vector<std::string> texts;
-        for (auto line = std::find(log.begin(), log.end(), header); line != log.end() && texts.size() < 3; ++line) {
+        for (auto line = std::find(log.begin(), log.end(), header); line != log.end() && texts.size() < 3; ++line)
             texts.push_back(line->text);
-        }
         return texts;
     }
     void expect_output_of(const std::string& command, const std::string& name) {

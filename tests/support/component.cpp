@@ -32,15 +32,11 @@ Component::Component(QoServiceProcess& service, int32_t comp_id, Queue queue, bo
     mq_attr attributes{};
     attributes.mq_maxmsg = queue.messages;
     attributes.mq_msgsize = queue.size;
-    if (registered_) {
-        EXPECT_EQ(api_.comp_register(comp_id_, queue_name_, &attributes), 0);
-    }
+    if (registered_) EXPECT_EQ(api_.comp_register(comp_id_, queue_name_, &attributes), 0);
 }
 
 Component::~Component() {
-    if (registered_ && service_.running()) {
-        EXPECT_EQ(api_.comp_unregister(comp_id_), 0);
-    }
+    if (registered_ && service_.running()) EXPECT_EQ(api_.comp_unregister(comp_id_), 0);
     queue_.reset();
     mq_unlink(queue_name_.c_str());
 }

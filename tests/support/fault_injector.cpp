@@ -73,9 +73,8 @@ private:
         char link[40] = "/proc/self/fd/";
         char digits[12];
         size_t count = 0;
-        for (int rest = descriptor_; count == 0 || rest > 0; rest /= 10) {
+        for (int rest = descriptor_; count == 0 || rest > 0; rest /= 10)
             digits[count++] = static_cast<char>('0' + rest % 10);
-        }
         char* end = link + strlen(link);
         while (count > 0) *end++ = digits[--count];
         const int before = errno;
@@ -157,9 +156,8 @@ void record(QoFaultRule& rule, QoFaultCall call, const char* function, Place& pl
 bool matches(const QoFaultRule& rule, QoFaultCall call, Place& place) {
     if ((rule.calls & call) == 0) return false;
     if (rule.threads != QoFaultThreads::kAny &&
-        (rule.threads == QoFaultThreads::kMain) != (syscall(SYS_gettid) == syscall(SYS_getpid))) {
+        (rule.threads == QoFaultThreads::kMain) != (syscall(SYS_gettid) == syscall(SYS_getpid)))
         return false;
-    }
     return rule.path[0] == '\0' || place.has(rule.path);
 }
 

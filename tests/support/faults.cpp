@@ -55,9 +55,8 @@ std::vector<std::string> QoFaults::environment() const {
 }
 
 size_t QoFaults::add(const Rule& rule) {
-    if (rules_ == std::size(plan_->rules) || rule.path.size() >= sizeof plan_->rules->path) {
+    if (rules_ == std::size(plan_->rules) || rule.path.size() >= sizeof plan_->rules->path)
         throw std::runtime_error("a fault rule too many, or too long");
-    }
     QoFaultRule& shared = plan_->rules[rules_];
     shared.act = rule.act;
     shared.error = rule.error;
@@ -80,9 +79,7 @@ void QoFaults::clear() {
 }
 
 void QoFaults::arm() {
-    for (QoFaultRule& rule : plan_->rules) {
-        start_counting(rule);
-    }
+    for (QoFaultRule& rule : plan_->rules) start_counting(rule);
     plan_->armed = 1;
 }
 

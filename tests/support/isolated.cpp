@@ -63,9 +63,8 @@ void say(const std::string& text) { fprintf(stderr, "qo_isolated: %s\n", text.c_
 }
 
 bool is_listing(char** command) {
-    for (char** argument = command; *argument != nullptr; ++argument) {
+    for (char** argument = command; *argument != nullptr; ++argument)
         if (strcmp(*argument, "--gtest_list_tests") == 0) return true;
-    }
     return false;
 }
 
@@ -93,9 +92,8 @@ void raise_effective() {
 void raise_ambient() {
     raise_effective();
     const Capabilities mine;
-    for (unsigned capability = 0; capability <= CAP_LAST_CAP; ++capability) {
+    for (unsigned capability = 0; capability <= CAP_LAST_CAP; ++capability)
         if (mine.permits(capability)) prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_RAISE, capability, 0, 0);
-    }
 }
 
 // Process ids repeat in other PID namespaces, such as those of two containers on one machine: each has a range.
@@ -143,9 +141,8 @@ void make_directory(const fs::path& path, mode_t mode) {
 
 void show_link(const fs::path& source, const fs::path& target) {
     char where[PATH_MAX] = {};
-    if (readlink(source.c_str(), where, sizeof where - 1) < 0 || symlink(where, target.c_str()) != 0) {
+    if (readlink(source.c_str(), where, sizeof where - 1) < 0 || symlink(where, target.c_str()) != 0)
         fail("link " + target.string());
-    }
 }
 
 // Shows `source` at `target`, which lies on our own tmpfs. On a 32-bit board std::filesystem cannot look at files that
@@ -157,11 +154,10 @@ void show(const fs::path& source, const fs::path& target) {
         show_link(source, target);
         return;
     }
-    if (S_ISDIR(status.st_mode)) {
+    if (S_ISDIR(status.st_mode))
         make_directory(target, 0755);
-    } else {
+    else
         std::ofstream(target).close();
-    }
     bind_or_fail(source, target);
 }
 
@@ -174,9 +170,8 @@ void show_all_but(const fs::path& folder, const fs::path& target, std::initializ
 
 void make_dev(const fs::path& dev) {
     make_directory(dev, 0777);  // a test binds /dev/log here
-    for (const char* node : {"null", "zero", "full", "random", "urandom", "tty", "pts"}) {
+    for (const char* node : {"null", "zero", "full", "random", "urandom", "tty", "pts"})
         if (fs::exists(fs::path("/dev") / node)) show(fs::path("/dev") / node, dev / node);
-    }
     fs::create_symlink("pts/ptmx", dev / "ptmx");
     fs::create_symlink("/proc/self/fd", dev / "fd");
     fs::create_symlink("/proc/self/fd/0", dev / "stdin");
@@ -279,9 +274,8 @@ int attend(pid_t child) {
     const sigset_t watched = watched_signals();
     for (;;) {
         int status = 0;
-        for (pid_t ended = 0; (ended = waitpid(-1, &status, WNOHANG)) > 0;) {
+        for (pid_t ended = 0; (ended = waitpid(-1, &status, WNOHANG)) > 0;)
             if (ended == child) return status;
-        }
         const int number = sigwaitinfo(&watched, nullptr);
         if (number > 0 && number != SIGCHLD) kill(child, number);
     }
@@ -349,9 +343,8 @@ struct Pipe {
 std::string whole_map(const char* path) {
     std::ifstream map(path);
     std::string mapped;
-    for (std::string first, outside, count; map >> first >> outside >> count;) {
+    for (std::string first, outside, count; map >> first >> outside >> count;)
         mapped.append(first).append(" ").append(first).append(" ").append(count).append("\n");
-    }
     return mapped;
 }
 

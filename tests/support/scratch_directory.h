@@ -18,9 +18,7 @@ public:
         // Not by std::filesystem, which on a 32-bit board cannot look at a folder that was changed after January 2038.
         const char* folder = getenv("TMPDIR");
         std::string name = std::string(folder != nullptr ? folder : "/tmp") + "/qo_test_XXXXXX";
-        if (mkdtemp(name.data()) == nullptr) {
-            throw std::runtime_error("no scratch directory " + name);
-        }
+        if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no scratch directory " + name);
         path_ = name + "/";
     }
     ~QoScratchDirectory() {

@@ -25,9 +25,8 @@ int bind_datagram_socket(const std::string& path) {
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof address.sun_path - 1);
     const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
         throw std::runtime_error("cannot bind " + path + ": " + strerror(errno));
-    }
     const int size = 8 << 20;
     setsockopt(descriptor, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size);
     return descriptor;
@@ -147,9 +146,9 @@ void QoServiceEvents::open_log() {
 
 std::unique_lock<std::mutex> QoServiceEvents::collect() {
     std::unique_lock<std::mutex> lock(mutex_);
-    if (log_socket_ != -1 && !log_paused_) {
-        drain(log_socket_, buffer_, [this](const std::string& line) { take_log_line(line); });
-    }
+    if (log_socket_ != -1 && !log_paused_)
+        drain(
+            log_socket_, buffer_, [this](const std::string& line) { take_log_line(line); });
     drain(command_pipe_, buffer_, [this](const std::string& bytes) { take_commands(bytes); });
     if (!notifications_paused_)
         drain(notify_socket_, buffer_, [this](const std::string& text) { notifications_.push_back(text); });
@@ -211,9 +210,8 @@ std::string QoServiceEvents::tail_of_log() {
     std::erase_if(lines, [](const QoLogLine& line) { return line.level == LOG_DEBUG; });
     std::ostringstream tail;
     tail << lines.size() << " lines above debug level, the last of them:";
-    for (size_t index = lines.size() - std::min<size_t>(lines.size(), 25); index < lines.size(); ++index) {
+    for (size_t index = lines.size() - std::min<size_t>(lines.size(), 25); index < lines.size(); ++index)
         tail << "\n  <" << lines[index].level << "> " << lines[index].text.substr(0, 300);
-    }
     return tail.str();
 }
 

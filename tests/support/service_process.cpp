@@ -118,9 +118,8 @@ pid_t QoServiceProcess::spawn(const std::vector<std::string>& arguments, Standar
     posix_spawn_file_actions_t files;
     posix_spawn_file_actions_init(&files);
     posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-    for (int descriptor = 0; standard_files == StandardFiles::kClosed && descriptor < 3; ++descriptor) {
+    for (int descriptor = 0; standard_files == StandardFiles::kClosed && descriptor < 3; ++descriptor)
         posix_spawn_file_actions_addclose(&files, descriptor);
-    }
     pid_t process = -1;
     const int error =
         posix_spawn(&process, kProgram, &files, nullptr, pointers_to(command).data(), pointers_to(variables).data());
@@ -214,9 +213,8 @@ std::optional<int> QoServiceProcess::wait_for_end(std::chrono::milliseconds time
 int QoServiceProcess::stop() {
     const testing::AssertionResult posted = post(R"({"function":"exit","arg":{"comp_id":1102,"buffer":"true"}})");
     EXPECT_TRUE(posted);
-    if (const std::optional<int> status = wait_for_end(posted ? kQoPatience : std::chrono::seconds(0))) {
+    if (const std::optional<int> status = wait_for_end(posted ? kQoPatience : std::chrono::seconds(0)))
         return WIFEXITED(*status) ? WEXITSTATUS(*status) : -1;
-    }
     ADD_FAILURE() << "the service did not end by an \"exit\" request and had to be killed";
     kill(process_, SIGKILL);
     wait_for_end();
@@ -277,9 +275,8 @@ size_t QoServiceProcess::resident_kib() const {
 std::chrono::nanoseconds QoServiceProcess::processor_time() const {
     clockid_t clock{};
     timespec used{};
-    if (clock_getcpuclockid(process_, &clock) != 0 || clock_gettime(clock, &used) != 0) {
+    if (clock_getcpuclockid(process_, &clock) != 0 || clock_gettime(clock, &used) != 0)
         throw std::runtime_error("the processor time of the service is unknown");
-    }
     return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
 }
 
@@ -301,9 +298,7 @@ void ServiceProcess::SetUp() {
 }
 
 void ServiceProcess::TearDown() {
-    if (service_ && service_->running()) {
-        EXPECT_EQ(service_->stop(), 0);
-    }
+    if (service_ && service_->running()) EXPECT_EQ(service_->stop(), 0);
 }
 
 void RunningService::SetUp() {

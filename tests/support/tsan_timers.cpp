@@ -50,9 +50,7 @@ public:
     void set(Clock::duration after) {
         const std::lock_guard lock(mutex_);
         expires_at_.reset();
-        if (after.count() != 0) {
-            expires_at_ = Clock::now() + after;
-        }
+        if (after.count() != 0) expires_at_ = Clock::now() + after;
         changed_.notify_all();
     }
 

@@ -30,9 +30,8 @@ bool is_receive(uint64_t number) {
 }  // namespace
 
 QoCallCutter::QoCallCutter(pid_t process, QoSaver saver) : process_(process), saver_(saver) {
-    for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+    for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task"))
         seize(static_cast<pid_t>(std::stol(task.path().filename())));
-    }
     if (saver == QoSaver::kMainThread) {
         saving_thread_ = process;
         interrupt_main_thread();

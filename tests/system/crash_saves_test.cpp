@@ -89,9 +89,7 @@ protected:
         start(HardLinks::kMade);
         Component component(service(), kPublisher);
         for (int number = 0; number <= 3; ++number) {
-            if (number > 0) {
-                ASSERT_EQ(component.api().publish(kPublisher, qo_tree_number(number)), 0);
-            }
+            if (number > 0) ASSERT_EQ(component.api().publish(kPublisher, qo_tree_number(number)), 0);
             save(component);
             texts_.push_back(qo_text_of(kQoSavedFile));
         }
@@ -145,9 +143,7 @@ protected:
                 save(component);
             }
             const bool by_request = GetParam().saver == QoSaver::kMainThread;
-            if (by_request) {
-                EXPECT_EQ(component.api().publish(kPublisher, qo_tree_number(3)), 0);
-            }
+            if (by_request) EXPECT_EQ(component.api().publish(kPublisher, qo_tree_number(3)), 0);
             // The store's own timer thread must not be the first new one to be seen.
             if (!by_request && GetParam().first_save == FirstSave::kNone) start_timer_thread(component);
             EXPECT_TRUE(service().wait_until_idle());

@@ -96,9 +96,7 @@ void QoFaultCampaign::make_texts() {
     {
         Component component(service(), kPublisher);
         for (int number = 0; number <= 4; ++number) {
-            if (number > 0) {
-                ASSERT_EQ(component.api().publish(kPublisher, qo_tree_number(number)), 0);
-            }
+            if (number > 0) ASSERT_EQ(component.api().publish(kPublisher, qo_tree_number(number)), 0);
             ASSERT_TRUE(save(component));
             texts_.push_back(qo_text_of(kQoSavedFile));
         }
@@ -231,9 +229,8 @@ void QoFaultCampaign::arm(QoFaultThreads threads) {
         fault_rules_.push_back(
             add(fault_->kind, fault_->call, fault_->stays ? kQoAlways : fault_->call, fault_->error));
     } else {
-        for (size_t kind = 0; kind < qo_fault_kinds().size(); ++kind) {
+        for (size_t kind = 0; kind < qo_fault_kinds().size(); ++kind)
             fault_rules_.push_back(add(kind, kQoAlways, kQoAlways, 0));
-        }
     }
     faults_->arm();
 }
@@ -243,16 +240,15 @@ void QoFaultCampaign::end_faults() {
 }
 
 bool QoFaultCampaign::was_hit() const {
-    return std::any_of(fault_rules_.begin(), fault_rules_.end(),
-                       [this](size_t rule) { return faults_->hits(rule) > 0; });
+    return std::any_of(
+        fault_rules_.begin(), fault_rules_.end(), [this](size_t rule) { return faults_->hits(rule) > 0; });
 }
 
 void QoFaultCampaign::launch(const std::vector<std::string>& arguments) {
     notifications_ = events().notifications().size();
     service().start(arguments);
-    if (!await([&] { return events().notifications().size() > notifications_ || !service().running(); })) {
+    if (!await([&] { return events().notifications().size() > notifications_ || !service().running(); }))
         wrong("neither got ready nor ended");
-    }
 }
 
 void QoFaultCampaign::settle() {
@@ -272,11 +268,10 @@ void QoFaultCampaign::forced_save() {
 }
 
 void QoFaultCampaign::note_save() {
-    if (was_saved()) {
+    if (was_saved())
         allowed_ = {last_, 3};
-    } else {
+    else
         allowed_.insert(3);
-    }
     last_ = 3;
 }
 
@@ -290,9 +285,8 @@ void QoFaultCampaign::timer_save() {
     EXPECT_EQ(publisher.api().publish(kPublisher, qo_tree_number(3)), 0);
     await([this] { return was_saved() || !service().running() || (fault_ && fault_->stays && was_hit()); });
     end_faults();
-    if (service().running() && !await([this] { return was_saved() || !service().running(); })) {
+    if (service().running() && !await([this] { return was_saved() || !service().running(); }))
         lost("the save is not tried again");
-    }
     note_save();
 }
 
@@ -309,9 +303,8 @@ void QoFaultCampaign::statistics() {
     await([this] { return (fault_ ? was_hit() : rows().size() > 2) || !service().running(); }, std::chrono::seconds(2));
     end_faults();
     const size_t before = rows().size();
-    if (service().running() && !await([&] { return rows().size() > before + 1 || !service().running(); })) {
+    if (service().running() && !await([&] { return rows().size() > before + 1 || !service().running(); }))
         wrong("writes no statistics any more");
-    }
     expect_whole_rows();
 }
 
@@ -320,9 +313,8 @@ std::vector<std::string> QoFaultCampaign::rows() {
     std::string text = qo_text_of(kStatisticsFile);
     text.erase(text.rfind('\n') + 1);
     std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
+    for (std::string line; std::getline(lines, line);)
         if (!line.starts_with("UTC Time") && line != kYesterday) all.push_back(line);
-    }
     return all;
 }
 
@@ -403,9 +395,8 @@ void QoFaultCampaign::go_on() {
     events().clear_log();
     EXPECT_EQ(prober.api().publish(kPublisher, qo_tree_number(4)), 0);
     EXPECT_EQ(prober.api().flush(kPublisher), 0);
-    if (!await([this] { return was_saved() || !service().running(); }) || !service().running()) {
+    if (!await([this] { return was_saved() || !service().running(); }) || !service().running())
         return wrong("does not save any more");
-    }
     saved_after_ = true;
     last_ = 4;
     allowed_ = {4};
@@ -442,11 +433,10 @@ bool QoFaultCampaign::serves(Component& prober) {
         answered = answered || (prober.waiting_messages() > 0 && prober.next_message().starts_with("sender_id:probe;"));
         return answered || !service().running();
     });
-    if (!service().running()) {
+    if (!service().running())
         wrong("has ended");
-    } else if (!answered) {
+    else if (!answered)
         wrong("does not answer");
-    }
     return answered && service().running();
 }
 
@@ -457,9 +447,8 @@ void QoFaultCampaign::expect_files_kept() {
     // A later save puts the former file in the place of the backup.
     const bool backup_went = saved_after_ && (found == 2 || situation_->disk == QoFaultDisk::kDiscarded);
     if (found != 0 && !backup_went) wanted.push_back(texts_[1]);
-    for (const std::string& name : qo_files_in_data_directory()) {
+    for (const std::string& name : qo_files_in_data_directory())
         std::erase(wanted, qo_text_of(kQoDataDirectory + name));
-    }
     if (!wanted.empty()) lost("a good file was removed");
 }
 
@@ -479,9 +468,8 @@ void QoFaultCampaign::judge(bool hit) {
     }
     kill_service();
     const int number = saved ? number_of(qo_text_of(kQoSavedFile)) : -1;
-    if (!allowed_.contains(number)) {
+    if (!allowed_.contains(number))
         return lost("tree " + std::to_string(number) + " instead of one of " + testing::PrintToString(allowed_));
-    }
     if (hit) ++(number == last_ ? figures_.with_last : figures_.with_previous);
 }
 
@@ -515,9 +503,8 @@ std::string QoFaultCampaign::tail_of_log() {
     std::vector<QoLogLine> lines = events().log();
     std::erase_if(lines, [](const QoLogLine& line) { return line.level == LOG_DEBUG; });
     std::ostringstream tail;
-    for (auto line = lines.end() - std::min<ptrdiff_t>(kLines, std::ssize(lines)); line != lines.end(); ++line) {
+    for (auto line = lines.end() - std::min<ptrdiff_t>(kLines, std::ssize(lines)); line != lines.end(); ++line)
         tail << "  <" << line->level << "> " << line->text.substr(0, 200) << "\n";
-    }
     return tail.str();
 }
 

@@ -60,9 +60,8 @@ class Faults : public QoFaultCampaign, public testing::WithParamInterface<QoFaul
 protected:
     /// @param calls how many there are of each kind
     void try_every_call(const std::vector<uint64_t>& calls) {
-        for (size_t kind = 0; kind < calls.size(); ++kind) {
+        for (size_t kind = 0; kind < calls.size(); ++kind)
             for (uint64_t call = 0; call < calls[kind]; ++call) try_fault(GetParam(), fault_at(kind, call));
-        }
     }
 
     /// Half of them of files, a tenth short reads and writes, the rest of allocations; each call once as long as there
@@ -72,9 +71,8 @@ protected:
         const size_t shorts = std::min<size_t>(wanted / 10, calls[1]);
         const size_t files = std::min<size_t>((wanted + 1) / 2, calls[0]);
         const size_t shares[] = {files, shorts, std::min<size_t>(wanted - files - shorts, calls[2])};
-        for (size_t kind = 0; kind < calls.size(); ++kind) {
+        for (size_t kind = 0; kind < calls.size(); ++kind)
             for (const uint64_t call : some_of(calls[kind], shares[kind])) try_fault(GetParam(), fault_at(kind, call));
-        }
         for (size_t tries = 0; figures().faults < wanted && tries < 10 * wanted; ++tries) {
             const bool of_files = calls[2] == 0 || (calls[0] > 0 && random_() % 2 == 0);
             const size_t kind = of_files ? 0 : 2;
@@ -108,9 +106,8 @@ TEST_P(Faults, LeaveTheLastOrThePreviousTreeAndAServiceThatServes) {
     } else {
         const std::vector<uint64_t> calls = try_fault(GetParam(), std::nullopt);
         ASSERT_THAT(calls, testing::SizeIs(3));
-        if (!QoFaults::kReachAllocations && calls[0] == 0) {
+        if (!QoFaults::kReachAllocations && calls[0] == 0)
             GTEST_SKIP() << "it calls for nothing but memory, and a sanitizer has an allocator of its own";
-        }
         ASSERT_GT(calls[0] + calls[2], 0U) << "the calls were not seen";
         std::cout << calls[0] << " calls for files, " << calls[1] << " reads and writes, " << calls[2]
                   << " allocations\n";

@@ -86,14 +86,12 @@ void make_file_systems() {
     mount_at("devtmpfs", "/dev", "devtmpfs");
     mount_at("tmpfs", "/var/volatile", "tmpfs");
     load_modules();
-    for (int attempt = 0; access(kDisk, F_OK) != 0 && attempt < 3000; ++attempt) {
+    for (int attempt = 0; access(kDisk, F_OK) != 0 && attempt < 3000; ++attempt)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
     check_disk();
     mount_at(kDisk, "/kivo", "ext4");
-    for (const char* directory : {"/kivo/data", "/kivo/others", "/kivo/noise", "/tmp"}) {
+    for (const char* directory : {"/kivo/data", "/kivo/others", "/kivo/noise", "/tmp"})
         std::filesystem::create_directories(directory);
-    }
 }
 
 pid_t service = -1;
@@ -147,9 +145,8 @@ void check_service_queue() {
     const mqd_t queue = mq_open("/pushpull", O_RDONLY | O_CLOEXEC);
     if (queue == -1 || mq_getattr(queue, &attributes) != 0) fail("the service's queue");
     mq_close(queue);
-    if (attributes.mq_maxmsg != kServiceMessages || attributes.mq_msgsize != kServiceMessageSize) {
+    if (attributes.mq_maxmsg != kServiceMessages || attributes.mq_msgsize != kServiceMessageSize)
         throw std::runtime_error("the service's queue has not its full size");
-    }
 }
 
 /// A component that publishes and can wait until its requests are handled.

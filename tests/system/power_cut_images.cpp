@@ -81,9 +81,8 @@ public:
 
     std::vector<size_t> flushes() const {
         std::vector<size_t> found;
-        for (size_t number = first_report_; number < entries_.size(); ++number) {
+        for (size_t number = first_report_; number < entries_.size(); ++number)
             if (entries_[number].flushes()) found.push_back(number);
-        }
         return found;
     }
 
@@ -96,9 +95,8 @@ public:
 private:
     void read(uint64_t offset, void* bytes, size_t length) {
         file_.seekg(static_cast<std::streamoff>(offset));
-        if (!file_.read(static_cast<char*>(bytes), static_cast<std::streamsize>(length))) {
+        if (!file_.read(static_cast<char*>(bytes), static_cast<std::streamsize>(length)))
             throw std::runtime_error("the log of writes ends early");
-        }
     }
 
     void note_report(const Entry& entry) {
@@ -131,9 +129,8 @@ public:
         const std::string bytes = log.data(entry);
         const auto length = static_cast<size_t>(sectors * kSector);
         if (pwrite(file_, bytes.data(), length, static_cast<off_t>(entry.header.sector * kSector)) !=
-            static_cast<ssize_t>(length)) {
+            static_cast<ssize_t>(length))
             throw std::runtime_error("cannot write the image");
-        }
     }
 
 private:

@@ -31,9 +31,8 @@ inline std::string qo_hand_edited(std::string text) {
 
 inline std::vector<std::string> qo_files_in_data_directory() {
     std::vector<std::string> names;
-    for (const auto& entry : std::filesystem::directory_iterator(kQoDataDirectory)) {
+    for (const auto& entry : std::filesystem::directory_iterator(kQoDataDirectory))
         if (entry.is_regular_file()) names.push_back(entry.path().filename());
-    }
     return names;
 }
 

@@ -129,9 +129,7 @@ protected:
     void restart_component() {
         std::unique_ptr<Component>& component = components_[random_below(components_.size())];
         const int32_t comp_id = component->id();
-        if (random_below(2) == 0) {
-            EXPECT_EQ(component->api().comp_unregister(component->id()), 0);
-        }
+        if (random_below(2) == 0) EXPECT_EQ(component->api().comp_unregister(component->id()), 0);
         component.reset();
         component = begin_component(comp_id);
         ++restarts_;
@@ -242,9 +240,8 @@ protected:
     // Not of a publish: each would bring a name that the tree does not know.
     std::string mutated(std::string bytes) {
         if (bytes.empty() || bytes.find("publish") != std::string::npos) return bytes;
-        for (size_t count = 1 + random_below(4); count > 0; --count) {
+        for (size_t count = 1 + random_below(4); count > 0; --count)
             bytes[random_below(bytes.size())] = static_cast<char>(random_below(256));
-        }
         return bytes;
     }
 
@@ -265,9 +262,8 @@ protected:
     // A request that names no function repeats the one before, and so registers and unregisters others.
     void register_everybody() {
         EXPECT_EQ(anyone().api().comp_unregister(static_cast<eQO_CMP_IDs_>(kSlow)), 0);
-        for (const std::unique_ptr<Component>& component : components_) {
+        for (const std::unique_ptr<Component>& component : components_)
             EXPECT_EQ(component->api().comp_register(component->id(), component->queue_name(), nullptr), 0);
-        }
     }
     void let_components_read() {
         EXPECT_TRUE(service().wait_until_idle());
@@ -292,11 +288,10 @@ protected:
         const auto end = steady_clock::now() + seconds(run_for);
         for (int cycle = 0; steady_clock::now() < end && !HasFailure() && service().running(); ++cycle) {
             run_cycle(cycle);
-            if (leak) {
+            if (leak)
                 leave_a_component_behind(cycle);
-            } else if (cycle % kCyclesToAReset == kCyclesToAReset - 1) {
+            else if (cycle % kCyclesToAReset == kCyclesToAReset - 1)
                 reset_service();
-            }
             EXPECT_TRUE(service().wait_until_idle());
             held.push_back(holding());
         }

@@ -27,11 +27,10 @@ public:
         places_.push_back({tree, ""});
         for (; !places_.empty(); places_.pop_front()) {
             const Place place = places_.front();
-            if (json_type(place.node) == JSON_ARRAY) {
+            if (json_type(place.node) == JSON_ARRAY)
                 look_at_array(place);
-            } else {
+            else
                 look_at_object(place);
-            }
         }
         return mistakes_;
     }
@@ -51,9 +50,8 @@ private:
             const std::string_view name = qo_json_name(member);
             const std::string pointer = place.pointer + "/" + std::string(name);
             if (!names.insert(name).second) report(pointer, "stands twice; only the first is ever found");
-            if (name.empty() || name.find_first_of("/;") != std::string_view::npos) {
+            if (name.empty() || name.find_first_of("/;") != std::string_view::npos)
                 report(pointer, "no pointer reaches a name that is empty or holds a slash or a semicolon");
-            }
             visit_later(member, pointer);
         }
     }
@@ -64,9 +62,8 @@ private:
             JSONNODE* element = json_at(place.node, position);
             const std::string pointer = place.pointer + "/" + std::to_string(position);
             look_at_id(qo_json_find(element, "id"), position, pointer);
-            if (max_items != nullptr && static_cast<int64_t>(position) > json_as_int(max_items)) {
+            if (max_items != nullptr && static_cast<int64_t>(position) > json_as_int(max_items))
                 report(pointer, "lies beyond \"maxItems\": the saved tree is dropped at every start");
-            }
             visit_later(element, pointer);
         }
     }

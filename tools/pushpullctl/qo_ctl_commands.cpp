@@ -19,13 +19,12 @@ QoCtlSessionSettings qo_ctl_session_settings(const QoCtlOptions& options) {
     settings.instance = options.instance;
     settings.timeout = options.timeout;
     settings.message_size = options.message_size;
-    if (options.identity != QO_CMPID_RESERVED) {
+    if (options.identity != QO_CMPID_RESERVED)
         settings.identities = {options.identity};
-    } else if (options.command == QoCtlCommand::delete_node) {
+    else if (options.command == QoCtlCommand::delete_node)
         settings.identities.assign(std::begin(kDeletingIdentities), std::end(kDeletingIdentities));
-    } else {
+    else
         settings.identities.assign(std::begin(kIdentities), std::end(kIdentities));
-    }
     return settings;
 }
 

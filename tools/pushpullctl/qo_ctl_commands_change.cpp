@@ -76,18 +76,15 @@ QoCtlStatus wait_for_text(QoCtlSession& session, const QoCtlSignals& signals, co
 QoCtlStatus qo_ctl_publish(const QoCtlOptions& options, QoCtlSignals& signals) {
     const auto publish = [&options](QoPushpullApi& api, eQO_CMP_IDs_ id) { return api.publish(id, options.text); };
     const QoCtlStatus status = handle(options, signals, publish, options.text);
-    if (status == QoCtlStatus::answered) {
-        qo_ctl_tell_person("handled; if the service refused any of it, its log tells");
-    }
+    if (status == QoCtlStatus::answered) qo_ctl_tell_person("handled; if the service refused any of it, its log tells");
     return status;
 }
 
 QoCtlStatus qo_ctl_save(const QoCtlOptions& options, QoCtlSignals& signals) {
     const QoCtlStatus status = handle(
         options, signals, [](QoPushpullApi& api, eQO_CMP_IDs_ id) { return api.flush(id); }, "");
-    if (status == QoCtlStatus::answered) {
+    if (status == QoCtlStatus::answered)
         qo_ctl_tell_person("handled; if the file could not be written, the service's log tells");
-    }
     return status;
 }
 
@@ -96,9 +93,8 @@ QoCtlStatus qo_ctl_sync(const QoCtlOptions& options, QoCtlSignals& signals) {
         return api.comp_sync(id, options.destination, options.text);
     };
     const QoCtlStatus status = handle(options, signals, forward, options.text);
-    if (status == QoCtlStatus::answered) {
+    if (status == QoCtlStatus::answered)
         qo_ctl_tell_person("handled; if the component could not be reached, the service's log tells");
-    }
     return status;
 }
 
@@ -170,9 +166,8 @@ QoCtlStatus qo_ctl_exit(const QoCtlOptions& options, QoCtlSignals& signals) {
     if (status != QoCtlStatus::answered) return status;
     // The service sends this to every component, without a limit in time, before it ends: to ours too.
     status = wait_for_text(session, signals, QO_EXIT_NOTICE, options.timeout);
-    if (status == QoCtlStatus::no_answer) {
+    if (status == QoCtlStatus::no_answer)
         qo_ctl_say("it said that it exits, but cannot tell every component: the queue of one may be full");
-    }
     session.close(true);
     return status;
 }

@@ -64,9 +64,8 @@ std::string component_json(const QoCtlComponent& component) {
 
 /// A queue may have any name; a terminal and JSON may not show every byte.
 std::string shown(std::string name) {
-    for (char& character : name) {
+    for (char& character : name)
         if (character < ' ' || character > '~') character = '?';
-    }
     return name;
 }
 
@@ -138,17 +137,17 @@ std::vector<QoCtlQueue> look_at_queues(const std::string& service) {
     std::vector<QoCtlQueue> queues;
     for (const std::string& name : names_to_look_at(service)) {
         const std::optional<QoCtlQueue> queue = qo_ctl_look_at_queue(name);
-        if (queue) {
+        if (queue)
             queues.push_back(*queue);
-        } else if (name != service || errno != ENOENT) {
+        else if (name != service || errno != ENOENT)
             qo_ctl_say(name + ": " + std::strerror(errno));
-        }
     }
     return queues;
 }
 
 bool has_queue(const std::vector<QoCtlQueue>& queues, const std::string& name) {
-    return std::any_of(queues.begin(), queues.end(), [&](const QoCtlQueue& queue) { return queue.name == name; });
+    return std::any_of(
+        queues.begin(), queues.end(), [&](const QoCtlQueue& queue) { return queue.name == name; });
 }
 
 // ---- watching ----
@@ -184,9 +183,8 @@ private:
 /// @return true when the one who watches has had enough
 bool watched_enough(SingleKeys& keys, const QoCtlSignals& signals) {
     const auto next = std::chrono::steady_clock::now() + kRefresh;
-    while (std::chrono::steady_clock::now() < next) {
+    while (std::chrono::steady_clock::now() < next)
         if (signals.caught() != 0 || keys.wait_for_q(kLookAtSignals)) return true;
-    }
     return false;
 }
 

@@ -64,17 +64,16 @@ std::string too_long(const std::string& pointer, const QoCtlSession& session) {
 void take_answer(const std::string& pointer, const std::string& asked, const std::string& body, QoCtlStyle style,
                  Result& result) {
     const QoCtlAnswer answer = qo_ctl_answer(asked, body);
-    if (answer.kind == QoCtlAnswerKind::missing) {
+    if (answer.kind == QoCtlAnswerKind::missing)
         result.fail(pointer + ": no such node");
-    } else if (answer.kind == QoCtlAnswerKind::size && answer.size < 0) {
+    else if (answer.kind == QoCtlAnswerKind::size && answer.size < 0)
         result.fail(pointer + ": no array there whose size can be asked for");
-    } else if (answer.kind == QoCtlAnswerKind::size) {
+    else if (answer.kind == QoCtlAnswerKind::size)
         result.text += std::to_string(answer.size) + "\n";
-    } else if (json_is_valid_n(body.data(), body.size()) == 0) {
+    else if (json_is_valid_n(body.data(), body.size()) == 0)
         result.fail(pointer + ": the answer is not valid JSON");
-    } else {
+    else
         result.text += qo_ctl_render_text(body, style);
-    }
 }
 
 /// One request per pointer, so that each answer is known to be that pointer's.
@@ -86,11 +85,10 @@ void get_each(QoCtlSession& session, const QoCtlOptions& options, QoCtlStyle sty
             result.status = exchange.status;
             return;
         }
-        if (exchange.answers.empty()) {
+        if (exchange.answers.empty())
             result.fail(too_long(pointer, session));
-        } else {
+        else
             take_answer(pointer, asked, exchange.answers.front(), style, result);
-        }
     }
 }
 
@@ -177,11 +175,10 @@ QoCtlStatus qo_ctl_get(const QoCtlOptions& options, QoCtlSignals& signals) {
     QoCtlSession session(qo_ctl_session_settings(options), signals);
     result.status = session.open();
     if (result.status != QoCtlStatus::answered) return result.status;
-    if (options.pack) {
+    if (options.pack)
         get_packed(session, options, style, result);
-    } else {
+    else
         get_each(session, options, style, result);
-    }
     session.close();
     signals.release();
     return qo_ctl_print(result.text, result.status);

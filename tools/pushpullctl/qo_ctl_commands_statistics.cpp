@@ -14,9 +14,8 @@ namespace {
 /// All rows of the files. @return failed when a file could not be opened
 QoCtlStatus read_all(const std::vector<std::string>& files, QoCtlStatistics& statistics) {
     QoCtlStatus status = QoCtlStatus::answered;
-    for (const std::string& file : files) {
+    for (const std::string& file : files)
         if (!qo_ctl_read_statistics_file(file, statistics)) status = QoCtlStatus::failed;
-    }
     qo_ctl_complete_statistics(statistics);
     for (const std::string& fault : statistics.faults) qo_ctl_say(fault);
     return status;
@@ -33,11 +32,10 @@ bool write_plot(const std::string& path, const std::string& picture) {
 void say_why_there_are_none() {
     std::error_code error;
     const std::filesystem::directory_iterator entries(QO_STATS_LOG_DIRECTORY, error);
-    if (!error || error == std::errc::no_such_file_or_directory) {
+    if (!error || error == std::errc::no_such_file_or_directory)
         qo_ctl_say(std::string("no statistics in ") + QO_STATS_LOG_DIRECTORY + "; is the service started with -l?");
-    } else {
+    else
         qo_ctl_say(std::string(QO_STATS_LOG_DIRECTORY) + ": " + error.message());
-    }
 }
 
 }  // namespace
@@ -56,9 +54,8 @@ QoCtlStatus qo_ctl_stats(const QoCtlOptions& options, QoCtlSignals& signals) {
         qo_ctl_say("there are no rows");
         return QoCtlStatus::failed;
     }
-    if (!options.plot.empty() && !write_plot(options.plot, qo_ctl_statistics_plot(statistics.rows))) {
+    if (!options.plot.empty() && !write_plot(options.plot, qo_ctl_statistics_plot(statistics.rows)))
         status = QoCtlStatus::failed;
-    }
     if (options.json_lines) return qo_ctl_print(qo_ctl_statistics_json(statistics.rows, options.rows), status);
     return qo_ctl_print(
         qo_ctl_statistics_table(statistics.rows, options.rows) + "\n" + qo_ctl_queue_totals_table(statistics.rows),

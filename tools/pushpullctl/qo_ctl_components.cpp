@@ -23,9 +23,8 @@ std::string upper(std::string_view text) {
 }
 
 std::string_view without_prefix(std::string_view name) {
-    for (const std::string_view prefix : {std::string_view("QO_CMPID_"), std::string_view("QO_CMP_ID_")}) {
+    for (const std::string_view prefix : {std::string_view("QO_CMPID_"), std::string_view("QO_CMP_ID_")})
         if (name.starts_with(prefix)) return name.substr(prefix.size());
-    }
     return name;
 }
 
@@ -47,16 +46,14 @@ std::span<const QoCtlComponent> qo_ctl_components() { return kComponents; }
 std::optional<eQO_CMP_IDs_> qo_ctl_component_id(std::string_view text) {
     const std::string wanted = upper(text);
     const std::string_view name = without_prefix(wanted);
-    for (const QoCtlComponent& component : kComponents) {
+    for (const QoCtlComponent& component : kComponents)
         if (component.name == name && component.id != QO_CMPID_RESERVED) return component.id;
-    }
     return id_of_number(text);
 }
 
 std::string qo_ctl_component_name(eQO_CMP_IDs_ id) {
-    for (const QoCtlComponent& component : kComponents) {
+    for (const QoCtlComponent& component : kComponents)
         if (component.id == id) return std::string(component.name);
-    }
     return std::to_string(static_cast<int32_t>(id));
 }
 

@@ -52,9 +52,8 @@ QoCtlStatus subscribe(QoCtlSession& session, const QoCtlOptions& options) {
         list += " " + pointer;
     }
     const QoCtlStatus status = session.fence();
-    if (status == QoCtlStatus::answered) {
+    if (status == QoCtlStatus::answered)
         qo_ctl_say("following" + list + " as " + qo_ctl_component_name(session.identity()));
-    }
     return status;
 }
 
@@ -89,9 +88,8 @@ QoCtlStatus follow(QoCtlSession& session, const QoCtlOptions& options, const QoC
 }
 
 void say_what_was_lost(const QoCtlBacklog& output) {
-    if (output.broken() && output.error() != EPIPE) {
+    if (output.broken() && output.error() != EPIPE)
         qo_ctl_say(std::string("cannot write to standard output: ") + std::strerror(output.error()));
-    }
     if (!output.broken() && output.dropped() > 0) {
         qo_ctl_say(qo_ctl_count(static_cast<long>(output.dropped()), "notification") +
                    " dropped: the output was not taken in time");

@@ -43,9 +43,8 @@ void open_standard_descriptors() {
 }
 
 QoCtlStatus run(const QoCtlOptions& options, QoCtlSignals& signals) {
-    for (const CommandRow& row : kCommands) {
+    for (const CommandRow& row : kCommands)
         if (row.command == options.command) return row.run(options, signals);
-    }
     return QoCtlStatus::usage;
 }
 

@@ -235,9 +235,8 @@ Fault take_common(Words& words) {
         if (Fault fault = take_component(*words.as, options.identity); !fault.empty()) return fault;
         if (options.identity == QO_CMPID_PUSHPULL) return "PUSHPULL is the service itself; act as another component";
     }
-    if (options.instance.find('/') != std::string::npos || options.instance.size() > kLongestInstance) {
+    if (options.instance.find('/') != std::string::npos || options.instance.size() > kLongestInstance)
         return "an instance suffix has no \"/\" and at most 200 characters";
-    }
     options.timeout = std::chrono::milliseconds(std::lround(words.timeout_s * 1000));
     options.color = words.color == "always"  ? QoCtlColor::always
                     : words.color == "never" ? QoCtlColor::never
@@ -250,13 +249,11 @@ Fault check_pointers(const QoCtlOptions& options) {
         if (std::string fault = qo_ctl_pointer_fault(pointer); !fault.empty())
             return std::string(pointer).append(": ").append(fault);
         const bool root = qo_ctl_segments(pointer).empty();
-        if (root && options.command == QoCtlCommand::get) {
+        if (root && options.command == QoCtlCommand::get)
             return "the service does not give the whole tree in one answer; use: pushpullctl tree";
-        }
         if (root && options.command != QoCtlCommand::subscribe) return "the whole tree cannot be deleted or cleared";
-        if (options.size && pointer.find("/size") != std::string::npos) {
+        if (options.size && pointer.find("/size") != std::string::npos)
             return pointer + ": the service cuts a size query at the first \"/size\"";
-        }
     }
     return "";
 }
@@ -292,9 +289,8 @@ Fault read_publish_text(Words& words) {
 Fault take_publish(Words& words) {
     if (Fault fault = read_publish_text(words); !fault.empty()) return fault;
     const std::string& text = words.options.text;
-    if (text.size() > static_cast<size_t>(QO_QUEUE_MSGSIZE)) {
+    if (text.size() > static_cast<size_t>(QO_QUEUE_MSGSIZE))
         return "the text is longer than a request can be (" + std::to_string(QO_QUEUE_MSGSIZE) + " bytes)";
-    }
     const QoJsonNode node = qo_json_parse(text);
     if (!node) return "the text to publish is not valid JSON";
     if (json_type(node.get()) != JSON_NODE) return "the text to publish is not a JSON object";

@@ -75,9 +75,8 @@ bool QoCtlOwnQueue::make_or_open(long message_size) {
 QoCtlOwnQueueResult QoCtlOwnQueue::open(const std::string& name, long message_size) {
     name_ = name;
     for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
-        if (!make_or_open(message_size)) {
+        if (!make_or_open(message_size))
             return errno == EACCES ? QoCtlOwnQueueResult::taken : QoCtlOwnQueueResult::failed;
-        }
         if (!qo_ctl_lock_queue(descriptor_.get())) {
             descriptor_.reset();
             return QoCtlOwnQueueResult::taken;

@@ -44,9 +44,8 @@ std::optional<std::vector<std::string>> qo_ctl_queue_names(const std::string& di
     const std::unique_ptr<DIR, CloseDirectory> opened(opendir(directory.c_str()));
     if (!opened) return std::nullopt;
     std::vector<std::string> names;
-    while (const dirent* entry = readdir(opened.get())) {
+    while (const dirent* entry = readdir(opened.get()))
         if (entry->d_name[0] != '.') names.push_back(std::string("/") + entry->d_name);
-    }
     std::sort(names.begin(), names.end());
     return names;
 }

@@ -88,9 +88,8 @@ QoCtlStatus QoCtlSession::take_identity(eQO_CMP_IDs_ id, bool& taken) {
     switch (own_queue_.open(name, settings_.message_size)) {
         case QoCtlOwnQueueResult::taken:
             taken = true;
-            if (id == settings_.identities.back()) {
+            if (id == settings_.identities.back())
                 qo_ctl_say("another pushpullctl acts as " + qo_ctl_component_name(id) + "; choose another by --as");
-            }
             return QoCtlStatus::failed;
         case QoCtlOwnQueueResult::failed:
             qo_ctl_say("cannot make the receive queue " + name + ": " + std::strerror(errno));

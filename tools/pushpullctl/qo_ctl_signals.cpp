@@ -27,9 +27,8 @@ void ignore(int signal_number, struct sigaction& before) {
 
 QoCtlSignals::QoCtlSignals() {
     sigemptyset(&watched_);
-    for (const int signal_number : {SIGINT, SIGTERM, SIGHUP, SIGTSTP}) {
+    for (const int signal_number : {SIGINT, SIGTERM, SIGHUP, SIGTSTP})
         if (!is_ignored(signal_number)) sigaddset(&watched_, signal_number);
-    }
     pthread_sigmask(SIG_BLOCK, &watched_, &mask_before_);
     // A reader of standard output that goes away is noticed where it is written to. A terminal that is another
     // job's does not stop this one, for the reason that SIGTSTP does not.
@@ -64,9 +63,8 @@ void QoCtlSignals::run() {
     std::array<pollfd, 2> ends{{{signals_, POLLIN, 0}, {quit_->descriptor(), POLLIN, 0}}};
     while (poll(ends.data(), ends.size(), -1) >= 0 && ends[1].revents == 0) {
         signalfd_siginfo signal{};
-        if (read(signals_, &signal, sizeof signal) == static_cast<ssize_t>(sizeof signal)) {
+        if (read(signals_, &signal, sizeof signal) == static_cast<ssize_t>(sizeof signal))
             take(static_cast<int>(signal.ssi_signo));
-        }
     }
 }
 

@@ -108,9 +108,8 @@ struct Header {
 std::string read_header(const Fields& fields, Header& header) {
     header = Header();
     for (size_t i = 0; i < std::min(fields.size(), kFixedColumns); ++i) header.columns.emplace(fields[i], i);
-    for (const std::string_view name : QO_STATS_COLUMNS) {
+    for (const std::string_view name : QO_STATS_COLUMNS)
         if (header.columns.count(name) == 0) return "the header has no column \"" + std::string(name) + "\"";
-    }
     for (size_t i = kFixedColumns; i + kColumnsOfQueue <= fields.size(); i += kColumnsOfQueue) {
         std::string_view name = fields[i];
         // A name with commas that is not quoted: its columns, and those behind it, can be told by their places only.
@@ -164,9 +163,8 @@ bool read_queues(const Fields& fields, const Header& header, QueueOrder& order, 
         const bool named = place > 0 && place < header.queues.size() && count >= header.queues.size();
         QoCtlQueueSample queue{queue_name(header, place, count), 0, 0, 0, 0, certain || !named};
         if (!to_number(field[0], queue.messages) || !to_number(field[1], queue.saves) ||
-            !to_number(field[2], queue.max_depth) || !to_number(field[3], queue.avg_depth)) {
+            !to_number(field[2], queue.max_depth) || !to_number(field[3], queue.avg_depth))
             return false;
-        }
         row.queues.push_back(std::move(queue));
     }
     return true;
@@ -176,9 +174,8 @@ bool read_queues(const Fields& fields, const Header& header, QueueOrder& order, 
 std::string read_row(const Fields& fields, const Header& header, QueueOrder& order, time_t limit,
                      QoCtlStatisticsRow& row) {
     if (header.columns.empty()) return "there is no header above it";
-    if (fields.size() < kFixedColumns || (fields.size() - kFixedColumns) % kColumnsOfQueue != 0) {
+    if (fields.size() < kFixedColumns || (fields.size() - kFixedColumns) % kColumnsOfQueue != 0)
         return "a row of " + std::to_string(fields.size()) + " columns";
-    }
     const auto field = [&](std::string_view name) -> std::string_view {
         return fields[header.columns.find(name)->second];
     };
@@ -260,15 +257,13 @@ void qo_ctl_read_statistics(std::string_view text, const std::string& file, time
         }
         QoCtlStatisticsRow row;
         const std::string fault = read_row(fields, header, order, written + kDay, row);
-        if (fault.empty()) {
+        if (fault.empty())
             statistics.rows.push_back(std::move(row));
-        } else {
+        else
             report(fault + "; skipped");
-        }
     }
-    if (faults > kMostFaults) {
+    if (faults > kMostFaults)
         statistics.faults.push_back(file + ": " + std::to_string(faults - kMostFaults) + " more lines skipped");
-    }
 }
 
 bool qo_ctl_read_statistics_file(const std::string& file, QoCtlStatistics& statistics) {
@@ -329,9 +324,8 @@ void qo_ctl_complete_statistics(QoCtlStatistics& statistics) {
 std::vector<std::string> qo_ctl_statistics_files(const std::string& directory) {
     std::vector<std::string> files;
     glob_t found{};
-    if (glob((directory + "/*" + qo_archive_ending(QO_STATS_LOG_FILE)).c_str(), 0, nullptr, &found) == 0) {
+    if (glob((directory + "/*" + qo_archive_ending(QO_STATS_LOG_FILE)).c_str(), 0, nullptr, &found) == 0)
         files.assign(found.gl_pathv, found.gl_pathv + found.gl_pathc);
-    }
     globfree(&found);
     const std::string log = directory + "/" + QO_STATS_LOG_FILE;
     struct stat status {};
@@ -347,9 +341,8 @@ std::string qo_ctl_time_text(time_t time) {
 }
 
 std::string qo_ctl_plain_name(std::string name) {
-    for (char& character : name) {
+    for (char& character : name)
         if (character < ' ' || character > '~') character = '?';
-    }
     return name;
 }
 
@@ -368,17 +361,15 @@ std::map<std::string, QoCtlQueueTotal> qo_ctl_queue_totals(const std::vector<QoC
             total.certain = total.certain && queue.certain;
         }
     }
-    for (auto& [name, total] : totals) {
+    for (auto& [name, total] : totals)
         total.avg_depth = total.messages > 0 ? total.avg_depth / static_cast<double>(total.messages) : 0;
-    }
     return totals;
 }
 
 double qo_ctl_usual_interval(const std::vector<QoCtlStatisticsRow>& rows) {
     std::vector<double> intervals;
-    for (const QoCtlStatisticsRow& row : rows) {
+    for (const QoCtlStatisticsRow& row : rows)
         if (row.interval_s > 0) intervals.push_back(row.interval_s);
-    }
     if (intervals.empty()) return 0;
     const auto middle = intervals.begin() + static_cast<std::ptrdiff_t>(intervals.size() / 2);
     std::nth_element(intervals.begin(), middle, intervals.end());

@@ -141,9 +141,8 @@ public:
     }
     std::vector<double> starts() const {
         std::vector<double> all;
-        for (const QoCtlStatisticsRow& row : rows_) {
+        for (const QoCtlStatisticsRow& row : rows_)
             if (row.after_start) all.push_back(static_cast<double>(row.time) - interval(row));
-        }
         return all;
     }
 
@@ -191,9 +190,8 @@ struct ValueAxis {
 ValueAxis value_axis(const Panel& panel) {
     double largest = 0;
     for (const Series& series : panel.series) {
-        for (const Line& line : series.lines) {
+        for (const Line& line : series.lines)
             for (const Point& point : line) largest = std::max(largest, point.y);
-        }
     }
     if (largest <= 0) return {1, 1};
     const double step = value_step(largest);
@@ -202,9 +200,8 @@ ValueAxis value_axis(const Panel& panel) {
 
 double time_step(double seconds) {
     for (const double step : {1.,    2.,    5.,    10.,    15.,    30.,    60.,    120.,    300.,    600.,    900.,
-                              1800., 3600., 7200., 10800., 21600., 43200., 86400., 172800., 604800., 1209600.}) {
+                              1800., 3600., 7200., 10800., 21600., 43200., 86400., 172800., 604800., 1209600.})
         if (seconds / step <= kMostTimeTicks) return step;
-    }
     constexpr double kMonth = 2592000;
     return std::ceil(seconds / kMostTimeTicks / kMonth) * kMonth;
 }
@@ -345,9 +342,8 @@ private:
             const std::string date = time_label(time, "%b %d");
             svg_ += format("<path d=\"M%.1f %.1fv5\" stroke=\"#222\"/>\n", x, bottom);
             if (*pattern != '\0') text(x, bottom + 19, time_label(time, pattern), "text-anchor=\"middle\"");
-            if (date != last_date) {
+            if (date != last_date)
                 text(x, bottom + (*pattern != '\0' ? 36 : 19), date, "text-anchor=\"middle\" font-weight=\"bold\"");
-            }
             last_date = date;
         }
         if (labelled) text(kLeft + kPlotWidth + 40, top + kPanelHeight + 19, "time, UTC", "fill=\"#555\"");
@@ -357,21 +353,15 @@ private:
         std::string lines;
         std::string areas;
         for (Line& line : series.lines) {
-            for (Point& point : line) {
-                point = {x_of(point.x), top + kPanelHeight * (1 - point.y / axis.top)};
-            }
+            for (Point& point : line) point = {x_of(point.x), top + kPanelHeight * (1 - point.y / axis.top)};
             const Line thin = thinned(line);
             std::string path;
-            for (const Point& point : thin) {
-                path += format("%c%.1f %.1f", path.empty() ? 'M' : 'L', point.x, point.y);
-            }
+            for (const Point& point : thin) path += format("%c%.1f %.1f", path.empty() ? 'M' : 'L', point.x, point.y);
             lines += path;
             areas += path + format("V%.1fH%.1fZ", top + kPanelHeight, thin.front().x);
         }
         if (lines.empty()) return;
-        if (series.filled) {
-            svg_ += "<path d=\"" + areas + "\" fill=\"" + series.color + "\" fill-opacity=\"0.18\"/>\n";
-        }
+        if (series.filled) svg_ += "<path d=\"" + areas + "\" fill=\"" + series.color + "\" fill-opacity=\"0.18\"/>\n";
         svg_ += "<path d=\"" + lines + "\" fill=\"none\" stroke=\"" + series.color +
                 "\" stroke-width=\"1.4\" stroke-linejoin=\"round\"/>\n";
     }
@@ -420,15 +410,15 @@ Panel rate_panel(const Timeline& timeline) {
 }
 
 Panel duration_panel(const Timeline& timeline) {
-    return {"Time each took",
-            "milliseconds, mean",
-            {timeline.series("publish", kColors[0],
-                             [](const auto& row) {
-                                 return row.publishes > 0 ? std::optional<double>(row.publish_ms) : std::nullopt;
-                             }),
-             timeline.series("read", kColors[1],
-                             [](const auto& row) { return row.reads > 0 ? row.read_ms : std::nullopt; })},
-            {}};
+    return {
+        "Time each took",
+        "milliseconds, mean",
+        {timeline.series(
+             "publish", kColors[0],
+             [](const auto& row) { return row.publishes > 0 ? std::optional<double>(row.publish_ms) : std::nullopt; }),
+         timeline.series(
+             "read", kColors[1], [](const auto& row) { return row.reads > 0 ? row.read_ms : std::nullopt; })},
+        {}};
 }
 
 const QoCtlQueueSample* find_queue(const QoCtlStatisticsRow& row, const std::string& name) {
@@ -473,9 +463,8 @@ Panel depth_panel(const Timeline& timeline, const std::string& title, double QoC
     }
     if (names.size() > kMostQueues) panel.notes.push_back(format("and %zu more", names.size() - kMostQueues));
     if (names.empty()) panel.notes.emplace_back("no queues");
-    if (std::any_of(totals.begin(), totals.end(), [](const auto& total) { return !total.second.certain; })) {
+    if (std::any_of(totals.begin(), totals.end(), [](const auto& total) { return !total.second.certain; }))
         panel.notes.emplace_back("? may be another's");
-    }
     return panel;
 }
 

@@ -18,9 +18,8 @@ std::string fixed_point(double number, int digits) {
 /// Rows of cells with two blanks between the columns: the first column to the left, the others to the right.
 std::string aligned(const std::vector<Cells>& rows) {
     std::vector<size_t> widths(rows.front().size(), 0);
-    for (const Cells& row : rows) {
+    for (const Cells& row : rows)
         for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
-    }
     std::string text;
     for (const Cells& row : rows) {
         for (size_t i = 0; i < row.size(); ++i) {

@@ -123,7 +123,8 @@ std::string qo_ctl_pointer_fault(std::string_view pointer) {
 }
 
 JSONNODE* qo_ctl_addressed(JSONNODE* answer, std::string_view pointer, bool* passes_array) {
-    return walk(answer, pointer, passes_array, [](JSONNODE* array, size_t) { return json_at(array, 0); });
+    return walk(
+        answer, pointer, passes_array, [](JSONNODE* array, size_t) { return json_at(array, 0); });
 }
 
 bool qo_ctl_packed_holds(JSONNODE* packed, std::string_view pointer) {
@@ -142,14 +143,12 @@ std::string qo_ctl_harmless(std::string_view text, std::string_view kept) {
         const std::string_view character = text.substr(0, std::max<size_t>(length, 1));
         text.remove_prefix(character.size());
         const uint32_t number = length == 0 ? 0 : character_number(character);
-        if (length == 0) {
+        if (length == 0)
             harmless += hexadecimal("\\x", static_cast<unsigned char>(character[0]), 2);
-        } else if (turns_text_around(number) ||
-                   (is_control(number) && kept.find(character) == std::string_view::npos)) {
+        else if (turns_text_around(number) || (is_control(number) && kept.find(character) == std::string_view::npos))
             harmless += hexadecimal("\\u", number, 4);
-        } else {
+        else
             harmless += character;
-        }
     }
     return harmless;
 }

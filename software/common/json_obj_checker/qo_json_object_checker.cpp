@@ -165,9 +165,8 @@ QoJsonObjectCheckResult QoJsonObjectCheckerAlerts::checkLimits(std::shared_ptr<q
                                                                QoJsonCheckMode) const {
     QoAlertCmd* command = nullptr;
     QoAlert* alert = nullptr;
-    if (!std::static_pointer_cast<QoAlerts>(object)->getAlertCmd(&command) || !command->getAlert(&alert)) {
+    if (!std::static_pointer_cast<QoAlerts>(object)->getAlertCmd(&command) || !command->getAlert(&alert))
         return jsonObjectAcceptable;
-    }
     QoJsonObjectCheckResult result = jsonObjectAcceptable;
     QoAlert::actionEnum action = QoAlert::kActionError;
     if (alert->getAction(&action) && action == QoAlert::kActionError) {

@@ -244,8 +244,6 @@ bool PushPullData::parse_message(const char* message, ssize_t received, std::str
     syslog(LOG_DEBUG, "PushPullData : mq_receive: retval: %d , msg: %s", static_cast<int>(received), text.c_str());
     forget_optional_members(request);
     const int parsed = request.parseJSON(text);
-    if (parsed == -1) {
-        syslog(LOG_ERR, "parseJSON failed in pushpull recv= %ld", static_cast<long>(parsed));
-    }
+    if (parsed == -1) syslog(LOG_ERR, "parseJSON failed in pushpull recv= %ld", static_cast<long>(parsed));
     return parsed != -1;
 }

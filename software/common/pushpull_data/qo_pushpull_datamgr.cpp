@@ -45,20 +45,14 @@ int DataMgr::Init(std::shared_ptr<QoPushPullStats> stats) {
 
 int DataMgr::Init() {
     int result = initializer_->Init();
-    if (result != 0) {
-        return result;
-    }
+    if (result != 0) return result;
     JSONNODE* default_tree = initializer_->default_tree();
     result = CreateSubscriptionTree(default_tree);
-    if (result != 0) {
-        return result;
-    }
+    if (result != 0) return result;
     // Nothing loaded is no failure: the default tree is merged in or takes its place.
     [[maybe_unused]] const int loaded = CreateDataTree();
     result = MergeToDataTree(default_tree);
-    if (result != 0) {
-        return result;
-    }
+    if (result != 0) return result;
     tree_bytes_ = qo_tree_weight(data_tree_);
     if (pthread_mutex_init(&mutex_, nullptr) != 0) {
         QO_LOG_IN("Init", LOG_CRIT, "Mutex cannot be created");
@@ -74,9 +68,7 @@ int DataMgr::Init() {
 int DataMgr::Execute() { return -1; }
 
 int DataMgr::Terminate() {
-    if (!initializer_) {
-        return 0;
-    }
+    if (!initializer_) return 0;
     // From here on a callback of the save timer that is still to come leaves this store alone.
     QoLiveObjects<DataMgr>::remove(this);
     {

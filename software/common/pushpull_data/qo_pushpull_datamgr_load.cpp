@@ -19,9 +19,8 @@ void DataMgr::TidyDirectory() const {
     QoFileReplacement::remove_strays(saved_file);
     QoFileReplacement::remove_strays(ActiveTreeFile());
     // Former versions of this service left them readable by everyone.
-    for (const std::string& file : {saved_file, saved_file + QO_BACKUP_EXTENSION, ActiveTreeFile()}) {
+    for (const std::string& file : {saved_file, saved_file + QO_BACKUP_EXTENSION, ActiveTreeFile()})
         QoFileReplacement::close_to_others(file);
-    }
 }
 
 int DataMgr::CreateDataTree() {
@@ -40,16 +39,12 @@ int DataMgr::CreateDataTree() {
                    saved.error(), strerror(saved.error()));
         } else {
             QO_LOG(LOG_CRIT, "Saved configuration cannot be parsed");
-            if (!qo_set_aside_bad(saved_file)) {
-                QO_LOG(LOG_CRIT, "Cannot remove invalid file");
-            }
+            if (!qo_set_aside_bad(saved_file)) QO_LOG(LOG_CRIT, "Cannot remove invalid file");
         }
     } else {
         QO_LOG(LOG_INFO, "No saved configuration found");
     }
-    if (data_tree_ != nullptr) {
-        return 0;
-    }
+    if (data_tree_ != nullptr) return 0;
 
     QoFileReader back_up(back_up_file);
     if (back_up.absent()) {
@@ -58,9 +53,7 @@ int DataMgr::CreateDataTree() {
     }
     QO_LOG(LOG_INFO, "Back up saved config found");
     data_tree_ = ParseJsonFile(back_up);
-    if (data_tree_ != nullptr) {
-        return DoesDataTreeCRCMatch() ? 0 : -1;
-    }
+    if (data_tree_ != nullptr) return DoesDataTreeCRCMatch() ? 0 : -1;
     if (back_up.error() != 0) {
         back_up_unread_ = true;
         QO_LOG(LOG_CRIT, "Saved back up configuration %s cannot be read and is kept: errno %d (%s)",
@@ -68,9 +61,7 @@ int DataMgr::CreateDataTree() {
         return -1;
     }
     QO_LOG(LOG_CRIT, "Saved back up configuration cannot be parsed");
-    if (!qo_set_aside_bad(back_up_file)) {
-        QO_LOG(LOG_CRIT, "Cannot remove invalid back up file");
-    }
+    if (!qo_set_aside_bad(back_up_file)) QO_LOG(LOG_CRIT, "Cannot remove invalid back up file");
     return -1;
 }
 
@@ -80,14 +71,11 @@ bool DataMgr::DoesDataTreeCRCMatch() {
         return false;
     }
     const QoTreeCrcCheck check = TakeOutTreeCrc(data_tree_);
-    if (check.result == QoTreeCrcCheck::Result::match) {
-        return true;
-    }
-    if (check.result == QoTreeCrcCheck::Result::missing) {
+    if (check.result == QoTreeCrcCheck::Result::match) return true;
+    if (check.result == QoTreeCrcCheck::Result::missing)
         QO_LOG(LOG_ERR, "Cannot find CRC info in saved configuration");
-    } else {
+    else
         QO_LOG(LOG_ERR, "Saved and calculated CRC do not match");
-    }
     QO_LOG(LOG_CRIT, "Discarding saved configuration");
     json_delete(std::exchange(data_tree_, nullptr));
     return false;

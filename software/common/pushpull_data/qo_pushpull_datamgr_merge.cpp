@@ -26,18 +26,10 @@ bool is_write_rule(std::string_view name) { return name == "writeAccess" || name
 
 /// What a "writeAccess" value allows to a client; nothing when the value is unknown.
 std::optional<eQO_PUBLISH_AUTHORITY_> authority_of(std::string_view write_access, bool is_remote) {
-    if (write_access == "openAll") {
-        return QO_ALLOW_PUBLISH_THIS_NODE_AND_BELOW;
-    }
-    if (write_access == "remote") {
-        return QO_ALLOW_PUBLISH_THIS_NODE;
-    }
-    if (write_access == "local") {
-        return is_remote ? QO_NO_PUBLISH_THIS_NODE : QO_ALLOW_PUBLISH_THIS_NODE;
-    }
-    if (write_access == "internal") {
-        return QO_NO_PUBLISH_THIS_NODE;
-    }
+    if (write_access == "openAll") return QO_ALLOW_PUBLISH_THIS_NODE_AND_BELOW;
+    if (write_access == "remote") return QO_ALLOW_PUBLISH_THIS_NODE;
+    if (write_access == "local") return is_remote ? QO_NO_PUBLISH_THIS_NODE : QO_ALLOW_PUBLISH_THIS_NODE;
+    if (write_access == "internal") return QO_NO_PUBLISH_THIS_NODE;
     return std::nullopt;
 }
 
@@ -54,17 +46,12 @@ JSONNODE* metadata_holder(JSONNODE* array) {
 eQO_PUBLISH_AUTHORITY_ authority_among_members(JSONNODE* holder, eQO_COMPONENT_CLASS_ component_class) {
     const bool is_remote = component_class == QO_REMOTE_CLIENT;
     const JSONNODE* first = qo_json_find(holder, "writeAccess");
-    if (const auto authority = authority_of(qo_json_string(first), is_remote); first == nullptr || authority) {
+    if (const auto authority = authority_of(qo_json_string(first), is_remote); first == nullptr || authority)
         return authority.value_or(QO_NO_PUBLISH_THIS_NODE);
-    }
     // Only a first value that is unknown makes it necessary to look at all members for another one.
     for (const JSONNODE* member : QoJsonChildren(holder)) {
-        if (qo_json_name(member) != "writeAccess") {
-            continue;
-        }
-        if (const auto authority = authority_of(qo_json_string(member), is_remote)) {
-            return *authority;
-        }
+        if (qo_json_name(member) != "writeAccess") continue;
+        if (const auto authority = authority_of(qo_json_string(member), is_remote)) return *authority;
     }
     return QO_NO_PUBLISH_THIS_NODE;
 }
@@ -74,9 +61,7 @@ eQO_PUBLISH_AUTHORITY_ authority_among_members(JSONNODE* holder, eQO_COMPONENT_C
 // ---- write authority ----
 
 eQO_PUBLISH_AUTHORITY_ DataMgr::GetPublishAuthorityForThisNode(JSONNODE* node, eQO_COMPONENT_CLASS_ component_class) {
-    if (component_class == QO_INTERNAL) {
-        return QO_ALLOW_PUBLISH_THIS_NODE;
-    }
+    if (component_class == QO_INTERNAL) return QO_ALLOW_PUBLISH_THIS_NODE;
     if (node == nullptr) {
         QO_LOG(LOG_ERR, "Null node");
         return QO_NO_PUBLISH_THIS_NODE;
@@ -97,18 +82,14 @@ int DataMgr::UpdateNode(JSONNODE* published, bool& save_scheduled, eQO_COMPONENT
         const auto authority = GetPublishAuthorityForThisNode(data_tree_, component_class);
         UpdateModifiedNodeState(published);
         const int result = TreeMerge(data_tree_, published, true, component_class, authority);
-        if (result != 0) {
-            return result;
-        }
+        if (result != 0) return result;
     }
     bool persistent_change = false;
     bool decided = false;
     CheckForSavingDataTree(data_tree_, published, persistent_change, decided);
     if (!decided || persistent_change) {
         save_scheduled = true;
-        if (CreateTimerToSaveTree() != 0) {
-            QO_LOG(LOG_ERR, "Timer creation to save tree failed");
-        }
+        if (CreateTimerToSaveTree() != 0) QO_LOG(LOG_ERR, "Timer creation to save tree failed");
     }
     return 0;
 }
@@ -163,9 +144,7 @@ int DataMgr::TreeMerge(JSONNODE* destination, JSONNODE* source, bool update_leav
         return -1;
     }
     // What a whole merge goes into is the root of a tree, and that stays an object even when it is empty.
-    if (qo_json_is_container(destination) && !qo_json_is_container(source)) {
-        return 0;
-    }
+    if (qo_json_is_container(destination) && !qo_json_is_container(source)) return 0;
     if (json_type(destination) == JSON_NODE && json_type(source) == JSON_ARRAY && json_empty(source) == 0) {
         QO_LOG(LOG_ERR, "An array cannot be merged into an object. Tree NOT updated!");
         return -1;
@@ -184,26 +163,19 @@ int DataMgr::TreeMerge(JSONNODE* destination, JSONNODE* source, bool update_leav
         result = MergeNode(destination, source, {run, update_leaves, authority});
     } catch (...) {
         // Some of the room was taken for nodes that have not come about.
-        if (into_data_tree) {
-            tree_bytes_ = qo_tree_weight(data_tree_);
-        }
+        if (into_data_tree) tree_bytes_ = qo_tree_weight(data_tree_);
         throw;
     }
-    if (into_data_tree) {
-        tree_bytes_ += room - run.bytes_left;
-    }
-    if (run.refusals_left_to_log < 0) {
+    if (into_data_tree) tree_bytes_ += room - run.bytes_left;
+    if (run.refusals_left_to_log < 0)
         QO_LOG_DENY(LOG_INFO, "Component not authorized to publish %d more nodes", -run.refusals_left_to_log);
-    }
     return result;
 }
 
 // The merge of one node into another. Recursive, like all that follows: as deep as the published text.
 int DataMgr::MergeNode(JSONNODE* destination, JSONNODE* source, const MergeScope& scope) {
     const bool is_array = json_type(source) == JSON_ARRAY;
-    if (json_empty(source) != 0) {
-        return is_array ? 0 : MergeLeaf(destination, source, scope);
-    }
+    if (json_empty(source) != 0) return is_array ? 0 : MergeLeaf(destination, source, scope);
     switch (FitDestination(destination, source, scope)) {
         case Fit::refused:
             return -1;
@@ -214,27 +186,21 @@ int DataMgr::MergeNode(JSONNODE* destination, JSONNODE* source, const MergeScope
     }
     for (JSONNODE* child : QoJsonChildren(source)) {
         const int result = is_array ? MergeElement(destination, child, scope) : MergeMember(destination, child, scope);
-        if (result != 0) {
-            return result;
-        }
+        if (result != 0) return result;
     }
     return 0;
 }
 
 // Makes a value that is given members a container of their kind; containers with children keep theirs.
 DataMgr::Fit DataMgr::FitDestination(JSONNODE* destination, JSONNODE* source, const MergeScope& scope) {
-    if (json_type(destination) == json_type(source)) {
-        return Fit::ready;
-    }
+    if (json_type(destination) == json_type(source)) return Fit::ready;
     if (json_empty(destination) == 0) {
         QO_LOG_IN("TreeMerge", LOG_ERR, "Array and object cannot replace each other - %s. Node NOT updated!",
                   json_name_view(destination, nullptr));
         // A changed default must not cost the whole saved tree: what was saved is kept.
         return scope.update_leaves ? Fit::refused : Fit::keep;
     }
-    if (!scope.update_leaves) {
-        return Fit::keep;
-    }
+    if (!scope.update_leaves) return Fit::keep;
     if (scope.authority != QO_NO_PUBLISH_THIS_NODE) {
         const QoJsonNode container(json_new(json_type(source)));
         scope.run.bytes_left += qo_value_weight(destination);
@@ -246,9 +212,7 @@ DataMgr::Fit DataMgr::FitDestination(JSONNODE* destination, JSONNODE* source, co
 }
 
 int DataMgr::MergeLeaf(JSONNODE* destination, JSONNODE* source, const MergeScope& scope) {
-    if (!scope.update_leaves || json_empty(destination) == 0) {
-        return 0;
-    }
+    if (!scope.update_leaves || json_empty(destination) == 0) return 0;
     if (scope.authority == QO_NO_PUBLISH_THIS_NODE) {
         if (LogsRefusal(scope)) {
             QO_LOG_DENY_IN("TreeMerge", LOG_INFO, "Component not authorized to update this node value - %s",
@@ -257,9 +221,7 @@ int DataMgr::MergeLeaf(JSONNODE* destination, JSONNODE* source, const MergeScope
         return 0;
     }
     const int64_t growth = IsProtectedMetadata(source) ? 0 : qo_value_weight(source) - qo_value_weight(destination);
-    if (!TakeRoom(scope, growth, destination)) {
-        return -1;
-    }
+    if (!TakeRoom(scope, growth, destination)) return -1;
     scope.run.limits.erase(destination);
     return UpdateLeafValue(destination, source);
 }
@@ -269,12 +231,9 @@ int DataMgr::UpdateLeafValue(JSONNODE* destination, JSONNODE* source) {
         QO_LOG(LOG_ERR, "Destination/source leaf is NULL");
         return -1;
     }
-    if (IsProtectedMetadata(source)) {
-        return 0;
-    }
-    if (!merging_default_tree && check_for_modified_node && json_equal(destination, source) == 0) {
+    if (IsProtectedMetadata(source)) return 0;
+    if (!merging_default_tree && check_for_modified_node && json_equal(destination, source) == 0)
         node_was_modified = true;
-    }
     json_set_n(destination, source);
     return 0;
 }
@@ -293,15 +252,11 @@ int DataMgr::MergeElement(JSONNODE* array, JSONNODE* element, const MergeScope& 
         return -1;
     }
     if (json_type(array) == JSON_ARRAY) {
-        if (IsBeyondMaxItems(array, *index, scope)) {
-            return -1;
-        }
+        if (IsBeyondMaxItems(array, *index, scope)) return -1;
         const auto position = static_cast<size_t>(*index);
         if (JSONNODE* present = json_at(array, position); present != nullptr) {
             const int result = MergeNode(present, element, ScopeBelow(json_at(array, 0), scope));
-            if (scope.run.renumbered.erase(present) != 0) {
-                NoteElement(array, position, scope.run);
-            }
+            if (scope.run.renumbered.erase(present) != 0) NoteElement(array, position, scope.run);
             return result;
         }
     }
@@ -310,16 +265,10 @@ int DataMgr::MergeElement(JSONNODE* array, JSONNODE* element, const MergeScope& 
 
 bool DataMgr::IsBeyondMaxItems(JSONNODE* array, int32_t index, const MergeScope& scope) {
     const JSONNODE* max_items = qo_json_find(json_at(array, 0), "maxItems");
-    if (max_items == nullptr) {
-        return false;
-    }
+    if (max_items == nullptr) return false;
     const auto [limit, is_new] = scope.run.limits.try_emplace(max_items, 0);
-    if (is_new) {
-        limit->second = json_as_int(max_items);
-    }
-    if (index <= limit->second) {
-        return false;
-    }
+    if (is_new) limit->second = json_as_int(max_items);
+    if (index <= limit->second) return false;
     QO_LOG_IN("TreeMerge", LOG_ERR, "Array id %ld exceeded max items %ld. Tree NOT updated!", as_long(index),
               as_long(limit->second));
     return true;
@@ -342,9 +291,7 @@ int DataMgr::AddElement(JSONNODE* array, JSONNODE* element, int32_t index, const
         return -1;
     }
     QoJsonNode added(BuildNode(element, scope));
-    if (!added) {
-        return -1;
-    }
+    if (!added) return -1;
     for (auto position = static_cast<size_t>(size); position < static_cast<size_t>(index); ++position) {
         QoJsonNode placeholder = qo_json_placeholder(position);
         if (!TakePlaceholderRoom(scope, qo_tree_weight(placeholder.get()), array)) {
@@ -364,18 +311,10 @@ int DataMgr::AddElement(JSONNODE* array, JSONNODE* element, int32_t index, const
 
 int DataMgr::MergeMember(JSONNODE* object, JSONNODE* member, const MergeScope& scope) {
     JSONNODE* found = qo_json_find(object, qo_json_name(member));
-    if (qo_json_name(member) == "id" && scope.authority != QO_NO_PUBLISH_THIS_NODE) {
-        scope.run.renumbered.insert(object);
-    }
-    if (found == nullptr) {
-        return AddMember(object, member, scope);
-    }
-    if (json_empty(member) != 0) {
-        return MergeLeaf(found, member, scope);
-    }
-    if (IsProtectedMetadata(member)) {
-        return 0;
-    }
+    if (qo_json_name(member) == "id" && scope.authority != QO_NO_PUBLISH_THIS_NODE) scope.run.renumbered.insert(object);
+    if (found == nullptr) return AddMember(object, member, scope);
+    if (json_empty(member) != 0) return MergeLeaf(found, member, scope);
+    if (IsProtectedMetadata(member)) return 0;
     return MergeNode(found, member, ScopeBelow(found, scope));
 }
 
@@ -388,13 +327,9 @@ int DataMgr::AddMember(JSONNODE* object, JSONNODE* member, const MergeScope& sco
         }
         return 0;
     }
-    if (IsProtectedMetadata(member)) {
-        return 0;
-    }
+    if (IsProtectedMetadata(member)) return 0;
     QoJsonNode added(BuildNode(member, scope));
-    if (!added) {
-        return -1;
-    }
+    if (!added) return -1;
     qo_json_push_back(object, std::move(added));
     NoteAddition();
     return 0;
@@ -404,18 +339,12 @@ int DataMgr::AddMember(JSONNODE* object, JSONNODE* member, const MergeScope& sco
 // array element at its place. Null when that merge fails.
 JSONNODE* DataMgr::BuildNode(JSONNODE* source, const MergeScope& scope) {
     const int64_t bytes_before = scope.run.bytes_left;
-    if (!TakeRoom(scope, qo_node_weight(source), source)) {
-        return nullptr;
-    }
-    if (json_empty(source) != 0) {
-        return json_duplicate(source);
-    }
+    if (!TakeRoom(scope, qo_node_weight(source), source)) return nullptr;
+    if (json_empty(source) != 0) return json_duplicate(source);
     QoJsonNode node(json_new(json_type(source)));
     const std::string_view name = qo_json_name(source);
     json_set_name_n(node.get(), name.data(), name.size());
-    if (MergeNode(node.get(), source, {scope.run, true, scope.authority}) == 0) {
-        return node.release();
-    }
+    if (MergeNode(node.get(), source, {scope.run, true, scope.authority}) == 0) return node.release();
     scope.run.bytes_left = bytes_before;
     return nullptr;
 }
@@ -442,12 +371,9 @@ bool DataMgr::TakePlaceholderRoom(const MergeScope& scope, int64_t bytes, const 
 
 DataMgr::MergeScope DataMgr::ScopeBelow(JSONNODE* node, const MergeScope& scope) {
     MergeRun& run = scope.run;
-    if (scope.authority == QO_ALLOW_PUBLISH_THIS_NODE_AND_BELOW) {
-        return scope;
-    }
-    if (json_type(node) != JSON_ARRAY || run.component_class == QO_INTERNAL) {
+    if (scope.authority == QO_ALLOW_PUBLISH_THIS_NODE_AND_BELOW) return scope;
+    if (json_type(node) != JSON_ARRAY || run.component_class == QO_INTERNAL)
         return {run, scope.update_leaves, GetPublishAuthorityForThisNode(node, run.component_class)};
-    }
     return {run, scope.update_leaves, authority_among_members(MetadataHolder(node, run), run.component_class)};
 }
 
@@ -468,14 +394,11 @@ JSONNODE* DataMgr::MetadataHolder(JSONNODE* array, MergeRun& run) {
 
 void DataMgr::NoteElement(JSONNODE* array, size_t position, MergeRun& run) {
     const auto asked = run.zero_elements.find(array);
-    if (asked == run.zero_elements.end()) {
-        return;
-    }
-    if (has_id_zero(json_at(array, position))) {
+    if (asked == run.zero_elements.end()) return;
+    if (has_id_zero(json_at(array, position)))
         asked->second.insert(position);
-    } else {
+    else
         asked->second.erase(position);
-    }
 }
 
 bool DataMgr::IsProtectedMetadata(const JSONNODE* node) const {
@@ -488,7 +411,5 @@ bool DataMgr::LogsRefusal(const MergeScope& scope) { return scope.run.refusals_l
 
 // A node that was not there before is a change, whatever its value.
 void DataMgr::NoteAddition() {
-    if (check_for_modified_node) {
-        node_was_modified = true;
-    }
+    if (check_for_modified_node) node_was_modified = true;
 }

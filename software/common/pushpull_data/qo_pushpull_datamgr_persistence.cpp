@@ -31,9 +31,7 @@ timespec to_timespec(std::chrono::nanoseconds time) {
 // An expiry that has its thread needs no other one.
 bool DataMgr::TakeExpiry() {
     const QoMutexLock lock(mutex_);
-    if (timer_id_ == timer_t{}) {
-        return false;
-    }
+    if (timer_id_ == timer_t{}) return false;
     [[maybe_unused]] const bool disarmed = SetTimer({});
     return true;
 }
@@ -43,12 +41,8 @@ int DataMgr::CreateTimerToSaveTree() {
     const bool pending = timer_id_ != timer_t{};
     itimerspec remaining{};
     const bool remaining_known = pending && timer_gettime(timer_id_, &remaining) == 0;
-    if (waits_for_retry_) {
-        remaining = {};  // a change is reason enough to try earlier
-    }
-    if (pending && timer_extend_cnt <= timings_.extensions) {
-        ++timer_extend_cnt;
-    }
+    if (waits_for_retry_) remaining = {};  // a change is reason enough to try earlier
+    if (pending && timer_extend_cnt <= timings_.extensions) ++timer_extend_cnt;
     const bool running = !remaining_known || time_left(remaining).count() != 0;
     switch (next_save_timer_step(pending, running, timer_extend_cnt, timings_)) {
         case QoSaveTimerStep::arm:
@@ -66,11 +60,10 @@ int DataMgr::CreateTimerToSaveTree() {
             QO_LOG(LOG_INFO, "Timer to save the data tree created!");
             return 0;
         case QoSaveTimerStep::extend:
-            if (remaining_known && !SetTimer(time_left(remaining) + timings_.extension)) {
+            if (remaining_known && !SetTimer(time_left(remaining) + timings_.extension))
                 QO_LOG(LOG_ERR, "Timer extended attempted but failed!");
-            } else if (remaining_known) {
+            else if (remaining_known)
                 waits_for_retry_ = false;
-            }
             return 0;
         case QoSaveTimerStep::leave:
             QO_LOG(LOG_DEBUG, "Timer is already running!");
@@ -83,9 +76,8 @@ void DataMgr::ArmRetry() {
     const QoMutexLock lock(mutex_);
     itimerspec remaining{};
     // A change that came while the save failed has a timer of its own, which comes earlier.
-    if (timer_id_ == timer_t{} || (timer_gettime(timer_id_, &remaining) == 0 && time_left(remaining).count() != 0)) {
+    if (timer_id_ == timer_t{} || (timer_gettime(timer_id_, &remaining) == 0 && time_left(remaining).count() != 0))
         return;
-    }
     if (!SetTimer(timings_.retry)) {
         QO_LOG_IN("SaveDataTree", LOG_ERR, "Cannot set time in the timer!");
         return;
@@ -105,9 +97,7 @@ bool DataMgr::SetTimer(std::chrono::nanoseconds after) {
 }
 
 int DataMgr::CleanUpTimerInfo() {
-    if (timer_id_ != timer_t{}) {
-        timer_delete(std::exchange(timer_id_, timer_t{}));
-    }
+    if (timer_id_ != timer_t{}) timer_delete(std::exchange(timer_id_, timer_t{}));
     return 0;
 }
 
@@ -130,15 +120,10 @@ bool DataMgr::IsNodeNonPersistent(JSONNODE* node, bool& marker_found) {
         return false;
     }
     // A node may have any number of members, and nearly none has a marker.
-    if (qo_json_find(node, kDoNotPersist) == nullptr) {
-        return false;
-    }
+    if (qo_json_find(node, kDoNotPersist) == nullptr) return false;
     marker_found = true;
-    for (const JSONNODE* member : QoJsonChildren(node)) {
-        if (qo_json_name(member) == kDoNotPersist && json_as_bool(member) != 0) {
-            return true;
-        }
-    }
+    for (const JSONNODE* member : QoJsonChildren(node))
+        if (qo_json_name(member) == kDoNotPersist && json_as_bool(member) != 0) return true;
     return false;
 }
 
@@ -157,16 +142,12 @@ int DataMgr::CheckForSavingDataTree(JSONNODE* data, JSONNODE* published, bool& p
         QO_LOG(LOG_ERR, "Null node");
         return -1;
     }
-    if (persistent_change) {
-        return 0;
-    }
+    if (persistent_change) return 0;
     const JSONNODE* level = json_type(data) == JSON_ARRAY ? json_at(data, 0) : data;
     for (JSONNODE* member : QoJsonChildren(published)) {
         JSONNODE* found = qo_json_find(level, qo_json_name(member));
         const bool is_array = json_type(member) == JSON_ARRAY;
-        if (found == nullptr && !is_array) {
-            continue;
-        }
+        if (found == nullptr && !is_array) continue;
         if (!is_array && json_empty(found) != 0) {
             if (qo_json_name(member) == kDoNotPersist) {
                 decided = true;
@@ -178,14 +159,11 @@ int DataMgr::CheckForSavingDataTree(JSONNODE* data, JSONNODE* published, bool& p
         // log tells that there is no node.
         // Test: SaveDecision.ANewArrayThatWasRefusedIsLookedForOnceAndOnceForEachElement
         const bool by_first_element = is_array && json_type(found) == JSON_ARRAY && json_empty(found) == 0;
-        if (DecideByMarker(by_first_element ? json_at(found, 0) : found, persistent_change, decided)) {
-            return 0;
-        }
-        if (is_array) {
+        if (DecideByMarker(by_first_element ? json_at(found, 0) : found, persistent_change, decided)) return 0;
+        if (is_array)
             CheckElementsForSaving(found, member, persistent_change, decided);
-        } else if (CheckForSavingDataTree(found, member, persistent_change, decided) != 0) {
+        else if (CheckForSavingDataTree(found, member, persistent_change, decided) != 0)
             return -1;
-        }
     }
     return 0;
 }

@@ -12,9 +12,7 @@ namespace {
 JSONNODE* append_object(JSONNODE* parent, std::string_view name) {
     QoJsonNode object(json_new(JSON_NODE));
     json_set_name_n(object.get(), name.data(), name.size());
-    if (qo_json_name(object.get()) != name || json_push_back(parent, object.get()) == 0) {
-        return nullptr;
-    }
+    if (qo_json_name(object.get()) != name || json_push_back(parent, object.get()) == 0) return nullptr;
     return object.release();
 }
 
@@ -41,9 +39,8 @@ JSONNODE* DataMgr::JsonPtrToNode(const std::string& pointer) {
         if (segment.empty()) {
             // One pointer may hold a quarter of a million empty segments, and the system log would hold up the service
             // for as many lines. The first ones tell what there is to tell.
-            if (empty_segments++ < QO_MAX_SLASH_LINES) {
+            if (empty_segments++ < QO_MAX_SLASH_LINES)
                 QO_LOG(LOG_DEBUG, "Root path or dangling / or back to back slashes //");
-            }
             continue;
         }
         cursor = append_object(cursor, segment);
@@ -72,9 +69,7 @@ int DataMgr::GetJsonArrayIndex(JSONNODE* node, unsigned& index) {
     unsigned position = 0;
     for (const JSONNODE* element : QoJsonChildren(node)) {
         if (json_empty(element) == 0) {
-            if (selected) {
-                return -1;
-            }
+            if (selected) return -1;
             selected = true;
             index = position;
         }
@@ -93,15 +88,11 @@ std::string DataMgr::JsonNodeToPtr(JSONNODE* node) {
     std::string pointer;
     for (JSONNODE* cursor = node; json_size(cursor) == 1;) {
         JSONNODE* child = json_at(cursor, 0);
-        if (is_leaf_value(child)) {
-            return pointer.empty() ? "/" : pointer;
-        }
+        if (is_leaf_value(child)) return pointer.empty() ? "/" : pointer;
         pointer.append("/").append(qo_json_name(child));
         if (json_type(child) == JSON_ARRAY) {
             unsigned index = 0;
-            if (GetJsonArrayIndex(child, index) == 0) {
-                pointer.append("/").append(std::to_string(index));
-            }
+            if (GetJsonArrayIndex(child, index) == 0) pointer.append("/").append(std::to_string(index));
             return pointer;
         }
         cursor = child;

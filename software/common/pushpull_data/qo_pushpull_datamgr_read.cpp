@@ -80,9 +80,7 @@ int DataMgr::ValidateAndReadNode(JSONNODE* skeleton, JSONNODE* data, JSONNODE* r
         return -1;
     }
     JSONNODE* wanted = first_child(skeleton);
-    if (wanted == nullptr) {
-        return 0;
-    }
+    if (wanted == nullptr) return 0;
     JSONNODE* found = find_namesake(data, wanted);
     const bool ends_here = json_empty(wanted) != 0;
     if (found == nullptr || (!ends_here && json_empty(found) != 0 && json_type(found) != JSON_ARRAY)) {
@@ -90,14 +88,10 @@ int DataMgr::ValidateAndReadNode(JSONNODE* skeleton, JSONNODE* data, JSONNODE* r
         return -1;
     }
     if (ends_here) {
-        if (want_array_size && json_type(found) == JSON_ARRAY) {
-            array_size = static_cast<long>(json_size(found));
-        }
+        if (want_array_size && json_type(found) == JSON_ARRAY) array_size = static_cast<long>(json_size(found));
         return ReadWholeNode(found, response);
     }
-    if (json_type(found) == JSON_ARRAY) {
-        return ReadArrayElement(wanted, found, response, want_array_size, array_size);
-    }
+    if (json_type(found) == JSON_ARRAY) return ReadArrayElement(wanted, found, response, want_array_size, array_size);
     return ReadBelow(wanted, found, response, want_array_size, array_size);
 }
 
@@ -146,9 +140,7 @@ int DataMgr::ReadWholeNode(JSONNODE* data, JSONNODE* response) {
         QO_LOG_IN("ValidateAndReadNode", LOG_ERR, "json_new/json_duplicate failed");
         return -1;
     }
-    if (json_empty(data) == 0) {
-        return CopyNode(copy, data);
-    }
+    if (json_empty(data) == 0) return CopyNode(copy, data);
     json_set_n(copy, data);
     return 0;
 }
@@ -181,13 +173,10 @@ int DataMgr::DeleteNode(const std::string& pointer, bool restore_default) {
     QoJsonNode defaults(json_new(JSON_NODE));
     if (restore_default) {
         long unused_size = 0;
-        if (ValidateAndReadNode(skeleton.get(), initializer_->default_tree(), defaults.get(), false, unused_size) !=
-            0) {
+        if (ValidateAndReadNode(skeleton.get(), initializer_->default_tree(), defaults.get(), false, unused_size) != 0)
             json_clear(defaults.get());
-        }
-        if (json_empty(defaults.get()) != 0) {
+        if (json_empty(defaults.get()) != 0)
             syslog(LOG_ERR, "Clear: Failed to read node(%s) from default tree.", pointer.c_str());
-        }
     }
     int result = 0;
     {
@@ -202,9 +191,7 @@ int DataMgr::DeleteNode(const std::string& pointer, bool restore_default) {
         QO_LOG(LOG_ERR, "Restoring the node after deletion has failed!");
         return -1;
     }
-    if (CreateTimerToSaveTree() != 0) {
-        QO_LOG(LOG_ERR, "Timer creation to save tree failed");
-    }
+    if (CreateTimerToSaveTree() != 0) QO_LOG(LOG_ERR, "Timer creation to save tree failed");
     return 0;
 }
 
@@ -221,9 +208,7 @@ int DataMgr::ValidateAndDeleteNode(JSONNODE* skeleton, JSONNODE* data) {
         return -1;
     }
     JSONNODE* wanted = first_child(skeleton);
-    if (wanted == nullptr) {
-        return 0;
-    }
+    if (wanted == nullptr) return 0;
     JSONNODE* found = find_namesake(data, wanted);
     if (found == nullptr) {
         QO_LOG(LOG_ERR, "Delete path incorrect");
@@ -249,9 +234,7 @@ int DataMgr::DeleteInArray(JSONNODE* skeleton, JSONNODE* array) {
         QO_LOG_IN("ValidateAndDeleteNode", LOG_ERR, "Delete path incorrect");
         return -1;
     }
-    if (json_empty(wanted) == 0) {
-        return ValidateAndDeleteNode(wanted, json_at(array, static_cast<size_t>(position)));
-    }
+    if (json_empty(wanted) == 0) return ValidateAndDeleteNode(wanted, json_at(array, static_cast<size_t>(position)));
     tree_bytes_ -= delete_element(array, static_cast<size_t>(position));
     return 0;
 }

@@ -31,9 +31,7 @@ std::mutex saving_mutex;
 std::optional<std::string> text_of_crc(const std::string& digits) {
     const QoJsonNode crc_alone(json_new(JSON_NODE));
     // Refused only when the member could not be made.
-    if (!qo_json_push_back(crc_alone.get(), QoJsonNode(json_new_a("crc", digits.c_str())))) {
-        return std::nullopt;
-    }
+    if (!qo_json_push_back(crc_alone.get(), QoJsonNode(json_new_a("crc", digits.c_str())))) return std::nullopt;
     constexpr std::string_view closing = "\n}";
     std::string text = qo_json_write_formatted(crc_alone.get());
     text.resize(text.size() - closing.size());
@@ -60,15 +58,12 @@ enum class Written { whole, no_crc, refused };
 /// memory, so the CRC is known when the text is written: its digits are put in then. When there are fewer than
 /// expected, because the first ones are 0, the text is written a second time.
 Written write_saved_text(QoFileReplacement& file, const JSONNODE* tree) {
-    if (json_type(tree) != JSON_NODE) {
-        return Written::no_crc;
-    }
+    if (json_type(tree) != JSON_NODE) return Written::no_crc;
     for (std::string digits(8, '0');;) {
         const std::optional<std::string> beginning = text_of_crc(digits);
         if (!beginning) return Written::no_crc;
-        if (!file.restart() || !file.append(*beginning) || (json_empty(tree) == 0 && !file.append(","))) {
+        if (!file.restart() || !file.append(*beginning) || (json_empty(tree) == 0 && !file.append(",")))
             return Written::refused;
-        }
         const std::optional<uint32_t> crc = append_tree(file, tree);
         if (!crc) return Written::refused;
         const std::string calculated = FormatTreeCrc(*crc);
@@ -90,24 +85,19 @@ public:
     explicit TakenTimer(DataMgr& store) : store_(store), timer_(std::exchange(store.timer_id_, timer_t{})) {}
     /// The save failed: the timer is the store's again, as it was, unless another has come for all changes.
     ~TakenTimer() {
-        if (timer_ == timer_t{}) {
-            return;
-        }
+        if (timer_ == timer_t{}) return;
         const QoMutexLock lock(store_.mutex_);
-        if (store_.timer_id_ == timer_t{}) {
+        if (store_.timer_id_ == timer_t{})
             store_.timer_id_ = timer_;
-        } else {
+        else
             timer_delete(timer_);
-        }
     }
     TakenTimer(const TakenTimer&) = delete;
     TakenTimer& operator=(const TakenTimer&) = delete;
 
     /// The save succeeded.
     void cancel() {
-        if (timer_ != timer_t{}) {
-            timer_delete(std::exchange(timer_, timer_t{}));
-        }
+        if (timer_ != timer_t{}) timer_delete(std::exchange(timer_, timer_t{}));
     }
 
 private:
@@ -133,9 +123,8 @@ int DataMgr::SaveDataTree(bool timer_triggered) {
         ++failed_timed_saves_;
         ArmRetry();
     }
-    if (result == 0 && failed_timed_saves_ > 0) {
+    if (result == 0 && failed_timed_saves_ > 0)
         QO_LOG(LOG_INFO, "Saving succeeds again after %lu failed attempts", std::exchange(failed_timed_saves_, 0));
-    }
     return result;
 }
 
@@ -192,14 +181,11 @@ int DataMgr::SaveDataTree(bool timer_triggered, bool quiet) {
         return -1;
     }
     saved_file_unread_ = false;
-    if (former == Former::kept && !set_aside) {
+    if (former == Former::kept && !set_aside)
         BackUp(path, file.former_name());
-    } else if (former == Former::lost && !set_aside) {
+    else if (former == Former::lost && !set_aside)
         QO_LOG_IN("SaveDataTree", LOG_CRIT, "Back up failed");
-    }
-    if (_pushpull_stats) {
-        _pushpull_stats->inc_saves();
-    }
+    if (_pushpull_stats) _pushpull_stats->inc_saves();
     sync();
     qo_report_life();
     if (!timer_triggered) {
@@ -228,9 +214,7 @@ int DataMgr::RenameAsBackUpFile(const std::string& path, const std::string& othe
     // An existing backup is replaced in one step, so that there always is one.
     bool renamed = rename(from.c_str(), back_up_file.c_str()) == 0;
     if (!renamed && DoesFileExist(from) && DoesFileExist(back_up_file)) {
-        if (remove(back_up_file.c_str()) != 0) {
-            QO_LOG(LOG_ERR, "Cannot remove existing .bak file");
-        }
+        if (remove(back_up_file.c_str()) != 0) QO_LOG(LOG_ERR, "Cannot remove existing .bak file");
         renamed = rename(from.c_str(), back_up_file.c_str()) == 0;
     }
     if (!renamed) {

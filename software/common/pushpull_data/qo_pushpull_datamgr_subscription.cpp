@@ -42,9 +42,8 @@ JSONNODE* find_shadow(const JSONNODE* shadow, std::string_view name) {
 /// Follows a skeleton from `shadow` to its end; null when the shadow has no such node.
 JSONNODE* follow(JSONNODE* shadow, const JSONNODE* skeleton) {
     for (const JSONNODE* wanted = json_at(skeleton, 0); wanted != nullptr && shadow != nullptr;
-         wanted = json_at(wanted, 0)) {
+         wanted = json_at(wanted, 0))
         shadow = find_shadow(shadow, qo_json_name(wanted));
-    }
     return shadow;
 }
 
@@ -78,9 +77,7 @@ int DataMgr::GenerateShadowTree(JSONNODE* destination, JSONNODE* source) {
         return -1;
     }
     for (JSONNODE* member : QoJsonChildren(source)) {
-        if (!qo_json_is_container(member)) {
-            continue;
-        }
+        if (!qo_json_is_container(member)) continue;
         QoJsonNode created(json_new(JSON_NODE));
         const std::string_view name = qo_json_name(member);
         json_set_name_n(created.get(), name.data(), name.size());
@@ -90,23 +87,17 @@ int DataMgr::GenerateShadowTree(JSONNODE* destination, JSONNODE* source) {
             return -1;
         }
         const int result = ShadowContent(shadow, member);
-        if (result != 0) {
-            return result;
-        }
+        if (result != 0) return result;
     }
     return 0;
 }
 
 // All elements of an array share its shadow.
 int DataMgr::ShadowContent(JSONNODE* shadow, JSONNODE* container) {
-    if (json_type(container) == JSON_NODE) {
-        return GenerateShadowTree(shadow, container);
-    }
+    if (json_type(container) == JSON_NODE) return GenerateShadowTree(shadow, container);
     for (JSONNODE* element : QoJsonChildren(container)) {
         const int result = GenerateShadowTree(shadow, element);
-        if (result != 0) {
-            return result;
-        }
+        if (result != 0) return result;
     }
     return 0;
 }
@@ -136,9 +127,7 @@ int DataMgr::ValidateAndAddSubscription(JSONNODE* skeleton, eQO_CMP_IDs_ comp_id
         return -1;
     }
     JSONNODE* shadow = follow(subscription_tree_, skeleton);
-    if (shadow == nullptr) {
-        return -1;
-    }
+    if (shadow == nullptr) return -1;
     if (CheckIfSubscriberExists(shadow, comp_id)) {
         QO_LOG(LOG_WARNING, "Component already subscribed");
         return 0;
@@ -156,19 +145,14 @@ bool DataMgr::CheckIfSubscriberExists(JSONNODE* shadow, eQO_CMP_IDs_ comp_id) {
         QO_LOG(LOG_ERR, "Null node");
         return true;
     }
-    for (const JSONNODE* member : QoJsonChildren(shadow)) {
-        if (is_entry_of(member, comp_id)) {
-            return true;
-        }
-    }
+    for (const JSONNODE* member : QoJsonChildren(shadow))
+        if (is_entry_of(member, comp_id)) return true;
     return false;
 }
 
 int DataMgr::RemoveSubscriber(eQO_CMP_IDs_ comp_id, const std::string& pointer) {
     const QoJsonNode skeleton(JsonPtrToNode(pointer));
-    if (!skeleton) {
-        return -1;
-    }
+    if (!skeleton) return -1;
     if (subscription_tree_ == nullptr) {
         QO_LOG(LOG_ERR, "No subscription tree");
         return -1;
@@ -179,9 +163,7 @@ int DataMgr::RemoveSubscriber(eQO_CMP_IDs_ comp_id, const std::string& pointer) 
         return -1;
     }
     const int result = RemoveSubscriberInternal(comp_id, shadow);
-    if (result == -1) {
-        QO_LOG(LOG_WARNING, "Issue in UnSubscribing");
-    }
+    if (result == -1) QO_LOG(LOG_WARNING, "Issue in UnSubscribing");
     return result;
 }
 
@@ -191,9 +173,7 @@ int DataMgr::RemoveSubscriberInternal(eQO_CMP_IDs_ comp_id, JSONNODE* shadow) {
         return -1;
     }
     qo_json_erase_if(shadow, [comp_id](const JSONNODE* member) { return is_entry_of(member, comp_id); });
-    for (JSONNODE* member : QoJsonChildren(shadow)) {
-        RemoveSubscriberInternal(comp_id, member);
-    }
+    for (JSONNODE* member : QoJsonChildren(shadow)) RemoveSubscriberInternal(comp_id, member);
     return 0;
 }
 
@@ -207,9 +187,7 @@ int DataMgr::GetSubscribers(JSONNODE* published, JSONNODE* list) {
     // Whole-tree subscribers hear of every publish.
     ShadowSet collected;
     int result = CollectEntries(subscription_tree_, list, collected);
-    if (result == 0) {
-        result = CollectSubscribers(published, list, subscription_tree_, collected);
-    }
+    if (result == 0) result = CollectSubscribers(published, list, subscription_tree_, collected);
     return result == 0 ? TrimDuplicates(list) : result;
 }
 
@@ -224,42 +202,28 @@ int DataMgr::GetSubscribersInternal(JSONNODE* published, JSONNODE* list, JSONNOD
 
 // Recursive: as deep as the shadow, also when the published tree is the skeleton of a long pointer.
 int DataMgr::CollectSubscribers(JSONNODE* published, JSONNODE* list, JSONNODE* shadow, ShadowSet& collected) {
-    if (json_empty(published) != 0) {
-        return CollectEntries(shadow, list, collected);
-    }
+    if (json_empty(published) != 0) return CollectEntries(shadow, list, collected);
     for (JSONNODE* member : QoJsonChildren(published)) {
         JSONNODE* found = find_shadow(shadow, qo_json_name(member));
-        if (found == nullptr) {
-            continue;
-        }
+        if (found == nullptr) continue;
         int result = CollectEntries(found, list, collected);
-        if (result == 0 && json_empty(member) == 0) {
-            result = CollectBelow(member, list, found, collected);
-        }
-        if (result != 0) {
-            return result;
-        }
+        if (result == 0 && json_empty(member) == 0) result = CollectBelow(member, list, found, collected);
+        if (result != 0) return result;
     }
     return 0;
 }
 
 int DataMgr::CollectBelow(JSONNODE* container, JSONNODE* list, JSONNODE* shadow, ShadowSet& collected) {
-    if (json_type(container) == JSON_NODE) {
-        return CollectSubscribers(container, list, shadow, collected);
-    }
+    if (json_type(container) == JSON_NODE) return CollectSubscribers(container, list, shadow, collected);
     for (JSONNODE* element : QoJsonChildren(container)) {
         const int result = CollectSubscribers(element, list, shadow, collected);
-        if (result != 0) {
-            return result;
-        }
+        if (result != 0) return result;
     }
     return 0;
 }
 
 int DataMgr::CollectEntries(JSONNODE* shadow, JSONNODE* list, ShadowSet& collected) {
-    if (shadow != nullptr && (!may_have_entries(shadow) || !collected.insert(shadow).second)) {
-        return 0;
-    }
+    if (shadow != nullptr && (!may_have_entries(shadow) || !collected.insert(shadow).second)) return 0;
     return GetNodeSubscriber(shadow, list);
 }
 
@@ -269,12 +233,8 @@ int DataMgr::GetNodeSubscriber(JSONNODE* shadow, JSONNODE* list) {
         return -1;
     }
     for (const JSONNODE* member : QoJsonChildren(shadow)) {
-        if (!is_entry(member)) {
-            continue;
-        }
-        if (qo_json_name(member) == kChangesOnly) {
-            check_for_modified_node = true;
-        }
+        if (!is_entry(member)) continue;
+        if (qo_json_name(member) == kChangesOnly) check_for_modified_node = true;
         if (!qo_json_push_back(list, QoJsonNode(json_duplicate(member)))) {
             QO_LOG(LOG_ERR, "json_new/json_duplicate failed");
             return -1;

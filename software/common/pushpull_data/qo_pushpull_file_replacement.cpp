@@ -29,9 +29,7 @@ constexpr int kClaimAttempts = 16;    // names that are tried, one number after 
 bool write_all(int descriptor, std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = ::write(descriptor, text.data(), text.size());
-        if (written < 0 && errno != EINTR) {
-            return false;
-        }
+        if (written < 0 && errno != EINTR) return false;
         text.remove_prefix(written < 0 ? 0 : static_cast<size_t>(written));
         qo_report_life();
     }
@@ -122,9 +120,8 @@ std::string claim(const std::string& prefix, const std::function<bool(const std:
 bool is_stray_of(std::string_view file_name, const std::string& base_name) {
     for (const char* extension : {kNewExtension, kFormerExtension}) {
         const std::string prefix = base_name + extension;
-        if (file_name.starts_with(prefix)) {
+        if (file_name.starts_with(prefix))
             return file_name.find_first_not_of("0123456789", prefix.size()) == std::string_view::npos;
-        }
     }
     return false;
 }
@@ -157,9 +154,7 @@ bool QoFileReplacement::append(std::string_view text) { return write_all(new_fil
 bool QoFileReplacement::overwrite(off_t at, std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = pwrite(new_file_.get(), text.data(), text.size(), at);
-        if (written < 0 && errno != EINTR) {
-            return false;
-        }
+        if (written < 0 && errno != EINTR) return false;
         const ssize_t done = written < 0 ? 0 : written;
         text.remove_prefix(static_cast<size_t>(done));
         at += done;
@@ -191,9 +186,7 @@ QoFileReplacement::Former QoFileReplacement::keep_former() {
 QoFileReplacement::Former QoFileReplacement::copy_former() {
     const QoDescriptor former(::open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat status {};
-    if (!former || fstat(former.get(), &status) != 0) {
-        return errno == ENOENT ? Former::none : Former::lost;
-    }
+    if (!former || fstat(former.get(), &status) != 0) return errno == ENOENT ? Former::none : Former::lost;
     if (!S_ISREG(status.st_mode)) return Former::none;
     const mode_t mode = status.st_mode & kFileMode;
     const auto make = [mode](const std::string& name, QoDescriptor& file) { return make_new_file(name, mode, file); };
@@ -214,11 +207,8 @@ void QoFileReplacement::remove_strays(const std::string& path) {
     const std::string base_name = file.filename();
     QoDirectory directory(file.parent_path());
     std::vector<std::string> strays;
-    while (const char* name = directory.next()) {
-        if (is_stray_of(name, base_name)) {
-            strays.push_back(file.parent_path() / name);
-        }
-    }
+    while (const char* name = directory.next())
+        if (is_stray_of(name, base_name)) strays.push_back(file.parent_path() / name);
     for (const std::string& stray : strays) remove_stray(stray);
 }
 

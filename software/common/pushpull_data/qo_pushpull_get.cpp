@@ -43,9 +43,8 @@ private:
 
 bool has_size_segment(std::string_view pointer) {
     PointerSegments segments(pointer);
-    while (segments.next()) {
+    while (segments.next())
         if (segments.segment() == kSizeSegment) return true;
-    }
     return false;
 }
 
@@ -65,9 +64,8 @@ bool CheckSizeRequested(const std::string& path, std::string& out) {
         const std::string_view segment = segments.segment();
         if (segment.empty()) {
             // A message can hold 260,000 slashes in a row; the log is told of the first ones.
-            if (empty_segments++ < QO_MAX_SLASH_LINES) {
+            if (empty_segments++ < QO_MAX_SLASH_LINES)
                 QO_LOG(LOG_DEBUG, "Root path or dangling / or back to back slashes //");
-            }
             continue;
         }
         if (segment == kSizeSegment && !previous.empty()) {
@@ -82,9 +80,8 @@ bool CheckSizeRequested(const std::string& path, std::string& out) {
             out = path.substr(0, path.find(kSizeMarker));
             return true;
         }
-        if (segment == kSizeSegment) {
+        if (segment == kSizeSegment)
             syslog(LOG_DEBUG, "PushPull:%s@%d:prev_node_name size is=0", static_cast<const char*>(__func__), __LINE__);
-        }
         previous = segment;
     }
     return false;
@@ -106,11 +103,10 @@ int PushPullData::get_node(const std::string& pointer, std::string* text, const 
     const bool asks_size = may_ask_size && CheckSizeRequested(pointer, path);
     const bool refused = may_ask_size && !asks_size && has_size_segment(pointer);
     std::string answer;
-    if (asks_size) {
+    if (asks_size)
         answer = read_array_size(pointer, path);
-    } else if (!refused) {
+    else if (!refused)
         answer = read_node(pointer);
-    }
     const int result = answer.empty() ? -1 : 0;
     if (answer.empty()) answer = pointer + (asks_size || refused ? ":-1" : ":{}");
     *text = sender_id_prefix(sender_id) + answer;
@@ -201,9 +197,8 @@ int PushPullData::republish(eQO_CMP_IDs_ comp_id, const std::string& pointer, co
     std::array<eQO_CMP_IDs_, QO_MAX_SUBSCRIBERS> comp_ids{comp_id};
     int count = 1;
     const QoJsonNode subscribers(json_new(JSON_NODE));
-    if (subscribers && data_mgr->GetSubscribersByJsonPtr(pointer, subscribers.get()) == 0) {
+    if (subscribers && data_mgr->GetSubscribersByJsonPtr(pointer, subscribers.get()) == 0)
         count = parse_and_get_cmpIDs(subscribers.get(), comp_id, comp_ids.data(), true);
-    }
     syslog(LOG_DEBUG, "comp_get : send_data %s", text.c_str());
     const int result = comp_notify(count, comp_ids.data(), text);
     if (result == -1) syslog(LOG_ERR, " comp_get : comp_notify ERROR");
@@ -249,9 +244,8 @@ bool PushPullData::pack_answer(const std::string& text, PackedAnswer& packed, in
     }
     const QoJsonNode answer = qo_json_parse(json);
     if (!answer ||
-        data_mgr->PackMultipleGetResponse(packed.node.get(), answer.get(), get_comp_class(packed.requester)) != 0) {
+        data_mgr->PackMultipleGetResponse(packed.node.get(), answer.get(), get_comp_class(packed.requester)) != 0)
         syslog(LOG_DEBUG, "pushpull : MessageQueue: GET : packing error");
-    }
     return true;
 }
 

@@ -33,11 +33,10 @@ JSONNODE* Initializer::default_tree() { return default_tree_; }
 int Initializer::CreateDefaultTree() {
     Terminate();
     QoFileReader file(defaults_directory_ + QO_DEFAULTS_FILE);
-    if (file.absent()) {
+    if (file.absent())
         QO_LOG(LOG_CRIT, "No json defaults found");
-    } else {
+    else
         default_tree_ = ParseJsonFile(file);
-    }
     if (file.error() != 0) {
         QO_LOG(LOG_CRIT, "Defaults file %s cannot be read: errno %d (%s)", file.path().c_str(), file.error(),
                strerror(file.error()));
@@ -51,9 +50,7 @@ int Initializer::CreateDefaultTree() {
         std::string text;
         getDefaultTree(text);
         default_tree_ = qo_json_parse(text).release();
-        if (default_tree_ == nullptr) {
-            QO_LOG(LOG_CRIT, "Invalid JSON in default tree string");
-        }
+        if (default_tree_ == nullptr) QO_LOG(LOG_CRIT, "Invalid JSON in default tree string");
     }
     if (default_tree_ == nullptr) {
         QO_LOG(LOG_CRIT, "Default tree creation failed");
@@ -68,18 +65,15 @@ int Initializer::CreateDefaultTree() {
 namespace {
 
 bool any_child(const JSONNODE* node, bool (*matches)(const JSONNODE*)) {
-    for (size_t i = 0; i < json_size(node); ++i) {
-        if (matches(json_at(node, i))) {
-            return true;
-        }
-    }
+    for (size_t i = 0; i < json_size(node); ++i)
+        if (matches(json_at(node, i))) return true;
     return false;
 }
 
 bool is_non_persistent(const JSONNODE* node) {
-    return any_child(node, [](const JSONNODE* member) {
-        return qo_json_name(member) == "doNotPersist" && json_as_bool(member) != 0;
-    });
+    return any_child(
+        node,
+        [](const JSONNODE* member) { return qo_json_name(member) == "doNotPersist" && json_as_bool(member) != 0; });
 }
 
 // An array goes as a whole, for any of its elements.
@@ -107,13 +101,11 @@ int Initializer::TrimNonPersistentData(JSONNODE* node) {
         JSONNODE* parent = to_trim.back();
         to_trim.pop_back();
         qo_json_erase_if(parent, is_left_out);
-        for (JSONNODE* child : QoJsonChildren(parent)) {
-            if (json_type(child) == JSON_ARRAY) {
+        for (JSONNODE* child : QoJsonChildren(parent))
+            if (json_type(child) == JSON_ARRAY)
                 to_trim.insert(to_trim.end(), json_begin(child), json_end(child));
-            } else if (json_empty(child) == 0) {
+            else if (json_empty(child) == 0)
                 to_trim.push_back(child);
-            }
-        }
     }
     return 0;
 }

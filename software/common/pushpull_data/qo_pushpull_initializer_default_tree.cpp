@@ -777,12 +777,8 @@ void append_without_white_space(std::string& text, std::string_view fragment) {
     bool inside_string = false;
     bool escaped = false;
     for (const char c : fragment) {
-        if (inside_string || !is_white_space(c)) {
-            text += c;
-        }
-        if (c == '"' && !escaped) {
-            inside_string = !inside_string;
-        }
+        if (inside_string || !is_white_space(c)) text += c;
+        if (c == '"' && !escaped) inside_string = !inside_string;
         escaped = c == '\\' && !escaped;
     }
 }

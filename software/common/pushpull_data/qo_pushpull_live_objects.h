@@ -26,9 +26,7 @@ public:
     template <class Action>
     static void if_alive(const Object* object, Action action) {
         const std::lock_guard lock(registry().mutex);
-        if (registry().objects.count(object) != 0) {
-            action();
-        }
+        if (registry().objects.count(object) != 0) action();
     }
 
 private:

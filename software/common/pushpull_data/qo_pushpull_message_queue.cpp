@@ -129,9 +129,8 @@ void qo_handle_error_and_flush(mqd_t descriptor) {
     int flushed = 0;
     // Without waiting: another process may have taken messages since they were counted.
     while (flushed < attributes.mq_curmsgs &&
-           mq_timedreceive(descriptor, buffer.get(), size, nullptr, &kNoWaiting) != -1) {
+           mq_timedreceive(descriptor, buffer.get(), size, nullptr, &kNoWaiting) != -1)
         ++flushed;
-    }
     if (flushed > 0) syslog(LOG_DEBUG, "Flushed %d stale messages from queue %d", flushed, descriptor);
 }
 

@@ -73,9 +73,8 @@ void PushPullData::restart_remote_gateway() {
     }
     // Not waited for: it takes as long as the gateway's end and start, in which the gateway may wait for us. Whether it
     // works shows in the next send that succeeds.
-    if (const int error = qo_start_command(QO_RESTART_GATEWAY_COMMAND); error != 0) {
+    if (const int error = qo_start_command(QO_RESTART_GATEWAY_COMMAND); error != 0)
         syslog(LOG_CRIT, "Command %s could not be started (error %d)", QO_RESTART_GATEWAY_COMMAND, error);
-    }
     rgw_restart_state = true;
 }
 

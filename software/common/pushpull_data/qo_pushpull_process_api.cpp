@@ -49,9 +49,8 @@ bool take_members(QoProcessApi& request, JSONNODE* object, std::span<const Membe
     for (const JSONNODE* member : QoJsonChildren(object)) {
         if (member == nullptr) return false;
         const std::string_view name = qo_json_name(member);
-        for (const MemberRow& row : rows) {
+        for (const MemberRow& row : rows)
             if (name == row.name) row.take(request, member);
-        }
     }
     return true;
 }

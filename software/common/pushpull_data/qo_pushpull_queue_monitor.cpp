@@ -140,16 +140,14 @@ void QoPushPullQueueMonitor::removeQueue(mqd_t descriptor) { remove_matching(des
 
 void QoPushPullQueueMonitor::incQueueStats(mqd_t descriptor) {
     const std::lock_guard<QoPushpullMutex> guard(_mutexList);
-    for (const auto& queue : _monitoredQueues) {
+    for (const auto& queue : _monitoredQueues)
         if (*queue == descriptor) queue->incStats();
-    }
 }
 
 void QoPushPullQueueMonitor::incQueueSaves(eQO_CMP_IDs_ comp_id) {
     const std::lock_guard<QoPushpullMutex> guard(_mutexList);
-    for (const auto& queue : _monitoredQueues) {
+    for (const auto& queue : _monitoredQueues)
         if (*queue == comp_id) queue->incSaves();
-    }
 }
 
 std::string QoPushPullQueueMonitor::getQueueNames() {

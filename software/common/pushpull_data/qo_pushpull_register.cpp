@@ -24,9 +24,8 @@ int PushPullData::comp_register(eQO_CMP_IDs_ comp_id, std::string queue_name, co
 
 int PushPullData::comp_unregister(eQO_CMP_IDs_ comp_id) {
     if (!resource_mgr->is_comp_registered(comp_id)) return 0;
-    if (data_mgr->RemoveSubscriber(comp_id, "/") != 0) {
+    if (data_mgr->RemoveSubscriber(comp_id, "/") != 0)
         syslog(LOG_ERR, "comp_unregister : RemoveSubscriber Failed ncomp_id=%d", comp_id);
-    }
     const int32_t result = resource_mgr->forget_resource(comp_id);
     if (result != 0) syslog(LOG_ERR, "comp_unregister : forget_resource Failed ncomp_id=%d", comp_id);
     return result;

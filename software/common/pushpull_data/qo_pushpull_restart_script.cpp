@@ -46,9 +46,8 @@ bool QoRestartScript::write(std::string_view text) {
     script_ = QoDescriptor(openat(folder_.get(), name_.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat made {};
     struct stat found {};
-    if (!script_ || fstat(file.get(), &made) != 0 || fstat(script_.get(), &found) != 0) {
+    if (!script_ || fstat(file.get(), &made) != 0 || fstat(script_.get(), &found) != 0)
         return doubt("cannot be looked at", errno);
-    }
     size_ = text.size();
     return is_same_file(made, found) || doubt("was replaced", 0);
 }
@@ -67,9 +66,8 @@ bool QoRestartScript::is_ours() const {
     struct stat folder {};
     struct stat made {};
     struct stat found {};
-    if (fstat(folder_.get(), &folder) != 0 || fstat(script_.get(), &made) != 0 || lstat(path_.c_str(), &found) != 0) {
+    if (fstat(folder_.get(), &folder) != 0 || fstat(script_.get(), &made) != 0 || lstat(path_.c_str(), &found) != 0)
         return doubt("cannot be looked at", errno);
-    }
     if (!only_its_owner_can_replace_files(folder)) return doubt("lies where others can replace it", 0);
     if (!is_same_file(made, found) || !is_private_file(found)) return doubt("was replaced", 0);
     return found.st_size == static_cast<off_t>(size_) || doubt("was changed", 0);

@@ -29,8 +29,7 @@ bool qo_take_back_unread(const std::string& path) {
 void qo_remove_set_aside(const std::string& path) {
     for (const char* extension : {kBadExtension, kUnreadExtension}) {
         const std::string name = path + extension;
-        if (remove(name.c_str()) != 0 && errno != ENOENT) {
+        if (remove(name.c_str()) != 0 && errno != ENOENT)
             QO_LOG_IN("comp_init", LOG_ERR, "Cannot remove file %s: %m", name.c_str());
-        }
     }
 }

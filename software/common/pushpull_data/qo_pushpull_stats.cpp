@@ -135,7 +135,8 @@ void QoPushPullStats::TimerCallBack(union sigval value) {
         return;
     }
     try {
-        QoLiveObjects<QoPushPullStats>::if_alive(stats, [stats] { stats->save_stats_data(); });
+        QoLiveObjects<QoPushPullStats>::if_alive(
+            stats, [stats] { stats->save_stats_data(); });
     } catch (...) {
         syslog(LOG_ERR, "PushPull Stats: exception %s, a row is lost", qo_exception_text());
     }

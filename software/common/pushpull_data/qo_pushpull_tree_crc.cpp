@@ -19,9 +19,7 @@ std::optional<uint32_t> parse_crc(std::string_view text) {
     uint32_t crc = 0;
     const char* end = text.data() + text.size();
     const auto [stopped_at, error] = std::from_chars(text.data(), end, crc, 16);
-    if (error != std::errc() || stopped_at != end) {
-        return std::nullopt;
-    }
+    if (error != std::errc() || stopped_at != end) return std::nullopt;
     return crc;
 }
 
@@ -36,9 +34,7 @@ std::string FormatTreeCrc(uint32_t crc) {
 QoTreeCrcCheck TakeOutTreeCrc(JSONNODE* tree) {
     QoTreeCrcCheck check;
     const QoJsonNode member(json_pop_back(tree, "crc"));
-    if (!member) {
-        return check;
-    }
+    if (!member) return check;
     check.stored = qo_json_string(member.get());
     check.calculated = QO_CRC32_START;
     qo_json_write_formatted_to(tree, [&check](std::string_view piece) {

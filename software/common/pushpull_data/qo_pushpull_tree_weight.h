@@ -23,13 +23,11 @@ inline size_t qo_written_length(std::string_view text) {
     constexpr unsigned char kFirstPrintable = 0x20;
     constexpr size_t kLongEscape = 6;  // "\u001f"
     size_t length = 0;
-    for (const char c : text) {
-        if (kShortEscapes.find(c) != std::string_view::npos) {
+    for (const char c : text)
+        if (kShortEscapes.find(c) != std::string_view::npos)
             length += 2;
-        } else {
+        else
             length += static_cast<unsigned char>(c) < kFirstPrintable ? kLongEscape : 1;
-        }
-    }
     return length;
 }
 

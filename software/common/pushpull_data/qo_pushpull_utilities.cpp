@@ -23,9 +23,8 @@ constexpr std::array<uint32_t, 256> make_crc32_table() {
     std::array<uint32_t, 256> table{};
     for (uint32_t byte = 0; byte < table.size(); ++byte) {
         uint32_t entry = byte;
-        for (int bit = 0; bit < 8; ++bit) {
+        for (int bit = 0; bit < 8; ++bit)
             entry = (entry & 1U) != 0 ? (entry >> 1U) ^ kReflectedPolynomial : entry >> 1U;
-        }
         table[byte] = entry;
     }
     return table;
@@ -40,9 +39,8 @@ constexpr std::array<uint32_t, 256> QO_PUSHPULL_CRC32_TABLE_04C11DB7 = make_crc3
 uint32_t CalcCrc32(std::string text) { return qo_crc32_update(QO_CRC32_START, text); }
 
 uint32_t qo_crc32_update(uint32_t crc, std::string_view text) {
-    for (const char byte : text) {
+    for (const char byte : text)
         crc = QO_PUSHPULL_CRC32_TABLE_04C11DB7[(static_cast<unsigned char>(byte) ^ crc) & 0xFFU] ^ (crc >> 8U);
-    }
     return crc;
 }
 
@@ -63,18 +61,10 @@ JSONNODE* ParseJsonFile(QoFileReader& file) {
         return static_cast<QoFileReader*>(reader)->read(buffer, size);
     };
     QoJsonNode node(json_parse_from(read, &file));
-    if (!node) {
-        file.skip_rest();
-    }
-    if (file.error() == ENOMEM) {
-        throw std::bad_alloc();
-    }
-    if (file.absent() || file.error() != 0) {
-        return nullptr;
-    }
-    if (!node) {
-        QO_LOG(LOG_ERR, "JSON in file %s is invalid json", file.path().c_str());
-    }
+    if (!node) file.skip_rest();
+    if (file.error() == ENOMEM) throw std::bad_alloc();
+    if (file.absent() || file.error() != 0) return nullptr;
+    if (!node) QO_LOG(LOG_ERR, "JSON in file %s is invalid json", file.path().c_str());
     return node.release();
 }
 
@@ -104,21 +94,15 @@ void PrintJsonType(const JSONNODE* node) {
 }
 
 void PrintJsonNode(const JSONNODE* node) {
-    if (node != nullptr) {
-        syslog(LOG_DEBUG, "%s", qo_json_write_formatted(node).c_str());
-    }
+    if (node != nullptr) syslog(LOG_DEBUG, "%s", qo_json_write_formatted(node).c_str());
 }
 
 void PrintJsonSize(const JSONNODE* node) {
-    if (node != nullptr) {
-        syslog(LOG_DEBUG, "Size of the node is %u", static_cast<unsigned>(json_size(node)));
-    }
+    if (node != nullptr) syslog(LOG_DEBUG, "Size of the node is %u", static_cast<unsigned>(json_size(node)));
 }
 
 void PrintJsonName(const JSONNODE* node) {
-    if (node != nullptr) {
-        syslog(LOG_DEBUG, "Name of the node is %s", json_name_view(node, nullptr));
-    }
+    if (node != nullptr) syslog(LOG_DEBUG, "Name of the node is %s", json_name_view(node, nullptr));
 }
 
 // ---- numbers ----
@@ -144,20 +128,15 @@ public:
     explicit FreeElements(JSONNODE* array) : free_(json_begin(array), json_end(array)) {}
 
     bool take_matches_for_all_of(JSONNODE* array, int levels_left) {
-        for (JSONNODE* element : QoJsonChildren(array)) {
-            if (!take_match_for(element, levels_left)) {
-                return false;
-            }
-        }
+        for (JSONNODE* element : QoJsonChildren(array))
+            if (!take_match_for(element, levels_left)) return false;
         return true;
     }
 
     /// A copy of the array that lacks the taken elements.
     QoJsonNode rest() const {
         QoJsonNode array(json_new(JSON_ARRAY));
-        for (const JSONNODE* element : free_) {
-            qo_json_push_back(array.get(), QoJsonNode(json_duplicate(element)));
-        }
+        for (const JSONNODE* element : free_) qo_json_push_back(array.get(), QoJsonNode(json_duplicate(element)));
         return array;
     }
 
@@ -181,20 +160,15 @@ public:
     ObjectSubset(JSONNODE* a, JSONNODE* b, int levels_left) : a_(a), b_(b), levels_left_(levels_left) {}
 
     bool holds() {
-        for (JSONNODE* member : QoJsonChildren(a_)) {
-            if (!member_holds(member)) {
-                return false;
-            }
-        }
+        for (JSONNODE* member : QoJsonChildren(a_))
+            if (!member_holds(member)) return false;
         return true;
     }
 
 private:
     bool member_holds(JSONNODE* member) {
         JSONNODE* counterpart = qo_json_find(b_, qo_json_name(member));
-        if (counterpart == nullptr || json_type(counterpart) != json_type(member)) {
-            return false;
-        }
+        if (counterpart == nullptr || json_type(counterpart) != json_type(member)) return false;
         switch (json_type(member)) {
             case JSON_NODE:
                 return is_subset(member, counterpart, levels_left_);
@@ -216,17 +190,14 @@ private:
     // compared once, however many leaves there are.
     // Test: JsonSubsetEqual.ALeafComparesTheWholeObjectsAroundIt
     bool whole_objects_are_equal() {
-        if (!equality_seen_) {
-            equality_seen_ = json_equal(a_, what_is_left_of_b().get()) != 0;
-        }
+        if (!equality_seen_) equality_seen_ = json_equal(a_, what_is_left_of_b().get()) != 0;
         return equality_seen_ && !equality_lost_;
     }
 
     QoJsonNode what_is_left_of_b() const {
         QoJsonNode copy(json_duplicate(b_));
-        for (const auto& [array, rest] : rests_) {
+        for (const auto& [array, rest] : rests_)
             json_set_n(qo_json_find(copy.get(), qo_json_name(array)), rest.rest().get());
-        }
         return copy;
     }
 
@@ -246,16 +217,12 @@ bool is_subset(JSONNODE* a, JSONNODE* b, int levels_left) {
     }
     // Deliberate: two equal values, or two empty containers, do not compare equal, for neither holds the other.
     // Tests: JsonSubsetEqual.TwoEqualStringsAreNot, JsonSubsetEqual.TwoEmptyContainersAreNot
-    if (json_empty(a) != 0 || json_empty(b) != 0) {
-        return false;
-    }
+    if (json_empty(a) != 0 || json_empty(b) != 0) return false;
     if (levels_left == 0) {
         syslog(LOG_ERR, "qo_json_subset_equal: nodes are nested deeper than %d levels", JSON_MAX_PARSE_DEPTH);
         return false;
     }
-    if (json_type(a) == JSON_ARRAY) {
-        return FreeElements(b).take_matches_for_all_of(a, levels_left - 1);
-    }
+    if (json_type(a) == JSON_ARRAY) return FreeElements(b).take_matches_for_all_of(a, levels_left - 1);
     return ObjectSubset(a, b, levels_left - 1).holds();
 }
 

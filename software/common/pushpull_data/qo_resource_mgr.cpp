@@ -145,9 +145,8 @@ bool ResourceMgr::is_comp_registered(eQO_CMP_IDs_ comp_id) {
     }
     const int32_t slot = find_slot(comp_id);
     if (is_used(slot)) return true;
-    if (slot < QO_MAX_RESOURCES) {
+    if (slot < QO_MAX_RESOURCES)
         syslog(LOG_DEBUG, "Tbl[%d], Scan completed & component not Registered = %d", slot, comp_id);
-    }
     return false;
 }
 

@@ -24,9 +24,8 @@ namespace {
 std::vector<std::string> files_that_end_with(const std::string& folder, const std::string& ending) {
     std::vector<std::string> paths;
     QoDirectory directory(folder);
-    while (const char* name = directory.next()) {
+    while (const char* name = directory.next())
         if (*name != '.' && std::string_view(name).ends_with(ending)) paths.push_back(folder + "/" + name);
-    }
     std::sort(paths.begin(), paths.end());
     return paths;
 }

@@ -33,9 +33,7 @@ bool is_within(const JSONNODE* node, const JSONNODE* top) {
         const JSONNODE* seen = pending.back();
         pending.pop_back();
         if (seen == node) return true;
-        if (seen->children) {
-            pending.insert(pending.end(), seen->children->items.begin(), seen->children->items.end());
-        }
+        if (seen->children) pending.insert(pending.end(), seen->children->items.begin(), seen->children->items.end());
     }
     return false;
 }
@@ -63,11 +61,10 @@ JSONNODE* take_out(JSONNODE* parent, size_t index) {
     qo_json::update_index(children, [child](NameIndex& names) { names.remove(child); });
     children.items.erase(children.items.begin() + static_cast<std::ptrdiff_t>(index));
     child->parent = nullptr;
-    if (children.items.empty()) {
+    if (children.items.empty())
         parent->children.reset();
-    } else if (children.items.size() < NameIndex::kWorthwhileSize / 2) {
+    else if (children.items.size() < NameIndex::kWorthwhileSize / 2)
         children.index.reset();
-    }
     return child;
 }
 
@@ -152,9 +149,8 @@ JSONNODE_ITERATOR json_insert_multi(JSONNODE* parent, JSONNODE_ITERATOR position
 
     std::vector<NodePtr> copies;
     copies.reserve(static_cast<size_t>(last - first));
-    for (; first != last; ++first) {
+    for (; first != last; ++first)
         if (*first != nullptr) copies.emplace_back(json_duplicate(*first));
-    }
     Children& children = children_of(parent);
     // Makes room for all of them first, so that nothing can fail once a copy has changed hands.
     const auto place =

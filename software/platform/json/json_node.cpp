@@ -48,9 +48,8 @@ void rename_node(JSONNODE* node, std::string_view name) {
     auto* siblings = node->parent == nullptr ? nullptr : node->parent->children.get();
     if (siblings != nullptr) qo_json::update_index(*siblings, [node](NameIndex& names) { names.remove(node); });
     node->name = std::move(renamed);
-    if (siblings != nullptr) {
+    if (siblings != nullptr)
         qo_json::update_index(*siblings, [&](NameIndex& names) { names.add(node, siblings->items); });
-    }
 }
 
 /// Releases all nodes below `root`. Goes down by taking the last child off its list and up by the parent, so it
@@ -103,9 +102,8 @@ void copy_below(const JSONNODE* source, JSONNODE* copy) {
 }
 
 bool is_below(const JSONNODE* node, const JSONNODE* top) {
-    for (; node != nullptr; node = node->parent) {
+    for (; node != nullptr; node = node->parent)
         if (node == top) return true;
-    }
     return false;
 }
 

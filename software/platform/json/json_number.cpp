@@ -70,11 +70,10 @@ bool Decimal::has_short_exponent() const { return exponent_.size() <= kShortExpo
 
 int64_t Decimal::magnitude() const {
     int64_t exponent = 0;
-    if (!has_short_exponent()) {
+    if (!has_short_exponent())
         exponent = kHugeExponent;
-    } else {
+    else
         std::from_chars(exponent_.data(), exponent_.data() + exponent_.size(), exponent);
-    }
     return point_ + (negative_exponent_ ? -exponent : exponent);
 }
 
@@ -115,9 +114,8 @@ TruncatedInteger Decimal::truncated() const {
 bool operator==(const Decimal& a, const Decimal& b) {
     if (a.is_zero() || b.is_zero()) return a.is_zero() && b.is_zero();
     if (a.negative_ != b.negative_ || a.digit_count() != b.digit_count()) return false;
-    for (size_t i = 0; i < a.digit_count(); ++i) {
+    for (size_t i = 0; i < a.digit_count(); ++i)
         if (a.digit(i) != b.digit(i)) return false;
-    }
     if (a.has_short_exponent() && b.has_short_exponent()) return a.magnitude() == b.magnitude();
     return a.magnitude_text() == b.magnitude_text();
 }

@@ -46,9 +46,8 @@ private:
     static bool has_no_surrogate(std::string_view bytes) {
         constexpr char kLead = '\xED';
         constexpr unsigned char kFirstSurrogate = 0xA0;
-        for (size_t at = bytes.find(kLead); at != std::string_view::npos; at = bytes.find(kLead, at + 1)) {
+        for (size_t at = bytes.find(kLead); at != std::string_view::npos; at = bytes.find(kLead, at + 1))
             if (static_cast<unsigned char>(bytes[at + 1]) >= kFirstSurrogate) return false;
-        }
         return true;
     }
 

@@ -68,9 +68,8 @@ void Text::release() {
 bool is_utf8(std::string_view bytes) {
     rapidjson::MemoryStream input(bytes.data(), bytes.size());
     NoOutput output;
-    while (input.Tell() < bytes.size()) {
+    while (input.Tell() < bytes.size())
         if (!rapidjson::UTF8<>::Validate(input, output)) return false;
-    }
     return true;
 }
 

@@ -116,11 +116,10 @@ void write_tree(Writer& writer, const JSONNODE* root) {
             continue;
         }
         open.pop_back();
-        if (is_object) {
+        if (is_object)
             writer.EndObject();
-        } else {
+        else
             writer.EndArray();
-        }
     }
 }
 

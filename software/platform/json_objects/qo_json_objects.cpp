@@ -103,9 +103,8 @@ public:
     QoMembersLeftOut& operator=(const QoMembersLeftOut&) = delete;
     ~QoMembersLeftOut() {
         // Backwards: each position was counted without the members taken out before it.
-        for (auto taken = taken_.rbegin(); taken != taken_.rend(); ++taken) {
+        for (auto taken = taken_.rbegin(); taken != taken_.rend(); ++taken)
             json_insert(taken->parent, json_begin(taken->parent) + taken->position, taken->member);
-        }
     }
 
 private:

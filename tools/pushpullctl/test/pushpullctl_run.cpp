@@ -55,9 +55,8 @@ PushpullctlRun::PushpullctlRun(std::vector<std::string> arguments, const std::st
     close(in.ends[0]);
     close(out.ends[1]);
     close(err.ends[1]);
-    if (write(in.ends[1], input.data(), input.size()) != static_cast<ssize_t>(input.size())) {
+    if (write(in.ends[1], input.data(), input.size()) != static_cast<ssize_t>(input.size()))
         ADD_FAILURE() << "input was not taken";
-    }
     close(in.ends[1]);
     stop_ = eventfd(0, EFD_CLOEXEC);
     reader_ = std::thread([this] { read_all(); });
@@ -105,11 +104,10 @@ void PushpullctlRun::read_all() {
             char piece[65536];
             const ssize_t length = read(ends[index].fd, piece, sizeof piece);
             const std::lock_guard<std::mutex> guard(mutex_);
-            if (length > 0) {
+            if (length > 0)
                 texts[index]->append(piece, static_cast<size_t>(length));
-            } else {
+            else
                 ends[index].fd = -1;
-            }
             changed_.notify_all();
         }
     }

@@ -210,9 +210,8 @@ TEST_F(PushpullctlStatsOfTheService, TellOfEachColumnAndQueueWhatItWrote) {
         ASSERT_TRUE(node) << shown[row];
         // The service writes "Jan 05 13:04:59".
         EXPECT_TRUE(qo_json_string(qo_json_find(node.get(), "time")).ends_with(values[0].substr(6))) << shown[row];
-        for (size_t i = 0; i < std::size(kMembers); ++i) {
+        for (size_t i = 0; i < std::size(kMembers); ++i)
             EXPECT_DOUBLE_EQ(number(node.get(), kMembers[i]), std::stod(values[1 + i])) << names[1 + i];
-        }
         const JSONNODE* shown_queues = qo_json_find(node.get(), "queues");
         ASSERT_EQ(json_size(shown_queues), queues.size());
         for (size_t place = 0; place < queues.size(); ++place) {

@@ -98,9 +98,8 @@ protected:
     static std::vector<std::string> mistakes(const std::string& text) {
         const QoJsonNode tree = qo_json_parse(text);
         std::vector<std::string> found;
-        for (const QoCtlMistake& mistake : qo_ctl_mistakes_in_defaults(tree.get())) {
+        for (const QoCtlMistake& mistake : qo_ctl_mistakes_in_defaults(tree.get()))
             found.push_back(mistake.pointer + ": " + mistake.text);
-        }
         return found;
     }
 

@@ -47,9 +47,8 @@ TEST(ComponentNames, TableHoldsEveryIdentifierOfTheHeaderInItsOrder) {
 
 TEST(ComponentNames, NoNameStandsForTwoIdentifiers) {
     std::set<std::string_view> names;
-    for (const QoCtlComponent& component : qo_ctl_components()) {
+    for (const QoCtlComponent& component : qo_ctl_components())
         EXPECT_TRUE(names.insert(component.name).second) << component.name;
-    }
 }
 
 TEST(ComponentNames, ANameIsFoundWithAndWithoutItsPrefixInAnyCase) {
@@ -70,9 +69,8 @@ TEST(ComponentNames, ANumberIsDecimalOrHexadecimalAndNeedsNoName) {
 
 TEST(ComponentNames, WhatIsNoComponentIsRefused) {
     for (const char* text : {"", "NOBODY", "RESERVED", "0", "-1", "+5", "0x", "12a", " 12", "2147483648", "0xFFFFFFFF",
-                             "99999999999999999999", "QO_CMPID_"}) {
+                             "99999999999999999999", "QO_CMPID_"})
         EXPECT_EQ(qo_ctl_component_id(text), std::nullopt) << text;
-    }
 }
 
 TEST(ComponentNames, AnIdentifierWithoutANameIsShownAsItsNumber) {

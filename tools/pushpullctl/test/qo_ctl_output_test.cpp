@@ -16,9 +16,8 @@ constexpr QoCtlStyle kFormatted{true, false};
 constexpr QoCtlStyle kColoured{true, true};
 
 std::string without_colours(std::string text) {
-    for (size_t begin = text.find("\033["); begin != std::string::npos; begin = text.find("\033[")) {
+    for (size_t begin = text.find("\033["); begin != std::string::npos; begin = text.find("\033["))
         text.erase(begin, text.find('m', begin) + 1 - begin);
-    }
     return text;
 }
 

@@ -42,9 +42,8 @@ std::string row(const std::string& time, const std::string& queues, int total = 
 /// The values of so many queues: 1 message through the first, 2 through the second and so on.
 std::string queues(int count) {
     std::string text;
-    for (int place = 1; place <= count; ++place) {
+    for (int place = 1; place <= count; ++place)
         text += (place == 1 ? "" : ",") + std::to_string(place) + ",0,1,0.500000";
-    }
     return text;
 }
 
@@ -166,11 +165,9 @@ TEST_F(StatisticsReader, OfAQueueWhoseNameHasACommaKeepsTheValues) {
 
 TEST_F(StatisticsReader, OfQuotedNamesTakesWhatIsInTheQuotes) {
     std::string columns = kFixedHeader;
-    for (const char* name : {"/a,b", "/\"\"q\"\"", "/line\nfeed"}) {
-        for (const char* column : {"(Total)", "(Saves)", "(Max)", "(Avg)"}) {
+    for (const char* name : {"/a,b", "/\"\"q\"\"", "/line\nfeed"})
+        for (const char* column : {"(Total)", "(Saves)", "(Max)", "(Avg)"})
             columns.append("\"").append(name).append(column).append("\",");
-        }
-    }
     read(columns + "/plain(Total),/plain(Saves),/plain(Max),/plain(Avg)\n" + row("Jan 05 13:00:00", queues(4)) +
          "garbage\n");
     ASSERT_EQ(statistics_.rows.size(), 1U);
@@ -319,9 +316,8 @@ TEST_F(StatisticsFiles, ThatAreNotThereAreReported) {
 }
 
 TEST_F(StatisticsFiles, OfADirectoryAreItsArchivesAndThenItsLog) {
-    for (const char* name : {"2000000000_ppstats.csv.gz", "1000000000_ppstats.csv.gz", "ppstats.csv", "other.csv"}) {
+    for (const char* name : {"2000000000_ppstats.csv.gz", "1000000000_ppstats.csv.gz", "ppstats.csv", "other.csv"})
         scratch_.write(name, "");
-    }
     std::string directory = scratch_.path();
     directory.pop_back();
     EXPECT_THAT(qo_ctl_statistics_files(directory),
@@ -418,9 +414,8 @@ TEST_F(StatisticsPlot, IsWellFormedAndNamesEveryPanelAndQueue) {
     EXPECT_EQ(xml_fault(picture), "");
     for (const char* text :
          {"Activity", "Publishes and reads", "Time each took", "Greatest depth of each queue",
-          "Average depth of each queue", "Messages through each queue", "/pushpull", "/a&amp;b&lt;c&gt;", "10:00"}) {
+          "Average depth of each queue", "Messages through each queue", "/pushpull", "/a&amp;b&lt;c&gt;", "10:00"})
         EXPECT_THAT(picture, HasSubstr(std::string(">") + text + "<"));
-    }
     EXPECT_THAT(picture, Not(HasSubstr("nan")));
     EXPECT_THAT(picture, Not(HasSubstr("inf")));
 }

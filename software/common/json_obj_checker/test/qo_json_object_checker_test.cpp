@@ -32,9 +32,7 @@ private:
         EXPECT_EQ(log_.lines(), lines);
         EXPECT_EQ(tree == nullptr, result == jsonObjectNotAcceptable);
         char* text = json_write(tree);
-        if (text != nullptr) {
-            EXPECT_EQ(text, text_);
-        }
+        if (text != nullptr) EXPECT_EQ(text, text_);
         json_free(text);
         json_delete(tree);
     }
@@ -61,9 +59,8 @@ TEST_F(CheckJson, RefusedTextIsLeftAsItWas) {
 
 TEST_F(CheckJson, TypeNotInTheRegistryIsRefused) {
     for (const char* text : {R"({"version":{"schemaVersion":"9"}})", R"({"siblings":[{"id":0}]})", R"({"rgw":{}})",
-                             R"({"unheardOf":{}})", "[]", "{}", "{", ""}) {
+                             R"({"unheardOf":{}})", "[]", "{}", "{", ""})
         EXPECT_EQ(check(text), jsonObjectNotAcceptable) << text;
-    }
 }
 
 TEST_F(CheckJson, KindsWithoutChecksOfTheirOwnPass) {

@@ -99,9 +99,8 @@ public:
         set_proceed(false);
         if (awaited(static_cast<const T&>(_value))) return _value;
         int error = 0;
-        while (!test_proceed() && error == 0) {
+        while (!test_proceed() && error == 0)
             error = pthread_cond_timedwait(&_condition, _condition_mutex.get_reference(), &deadline);
-        }
         if (!test_proceed()) return std::nullopt;
         set_proceed(false);
         return _value;

@@ -36,9 +36,8 @@ public:
         address.sun_family = AF_UNIX;
         strncpy(address.sun_path, path, sizeof address.sun_path - 1);
         if (bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-            (type == SOCK_STREAM && listen(socket_, 5) != 0)) {
+            (type == SOCK_STREAM && listen(socket_, 5) != 0))
             throw std::runtime_error(path_ + ": " + strerror(errno));
-        }
     }
     ~QoLogReader() {
         for (const Connection& connection : connections_) close(connection.descriptor);

@@ -177,24 +177,21 @@ TEST_F(LogBytes, AreThoseOfTheCLibraryForEveryFormatOfPrintf) {
 
 TEST_F(LogBytes, AreThoseOfTheCLibraryForEveryPriority) {
     for (int level = LOG_EMERG; level <= LOG_DEBUG; ++level) expect_same(level, "a level");
-    for (const int facility : {LOG_USER, LOG_KERN, LOG_DAEMON, LOG_LOCAL0, LOG_LOCAL7}) {
+    for (const int facility : {LOG_USER, LOG_KERN, LOG_DAEMON, LOG_LOCAL0, LOG_LOCAL7})
         expect_same(facility | LOG_WARNING, "a facility");
-    }
 }
 
 TEST_F(LogBytes, AreThoseOfTheCLibraryForEveryText) {
     for (const char* text :
-         {"", " ", "\n", "two\nlines\n", "tab\tand bell\a", "W\xc3\xa4rme \xe2\x82\xac", "\xff\xfe", "100 % of %s"}) {
+         {"", " ", "\n", "two\nlines\n", "tab\tand bell\a", "W\xc3\xa4rme \xe2\x82\xac", "\xff\xfe", "100 % of %s"})
         expect_same_text(text);
-    }
 }
 
 TEST_F(LogBytes, AreThoseOfTheCLibraryForEveryLength) {
     for (size_t length = 980; length < 1040; ++length) expect_same_text(std::string(length, 'x'));
     for (size_t length = 2010; length < 2060; ++length) expect_same_text(std::string(length, 'x'));
-    for (const size_t length : {size_t{4096}, size_t{65536}, kLongestThatFits}) {
+    for (const size_t length : {size_t{4096}, size_t{65536}, kLongestThatFits})
         expect_same_text(std::string(length, 'x'));
-    }
     errno = ENOENT;
     expect_same(LOG_INFO, "%s %m", std::string(5000, 'x').c_str());
 }
@@ -432,9 +429,8 @@ TEST_F(SenderConnection, NeverGetsTheDescriptorOfAStandardFile) {
             for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) close(standard);
             write_text(sender_, "x");
             int taken = 0;
-            for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+            for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
                 if (fcntl(standard, F_GETFD) != -1) ++taken;
-            }
             _exit(taken);
         },
         testing::ExitedWithCode(0), "");
@@ -449,9 +445,8 @@ TEST_F(SenderConnection, IsNotInherited) {
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
         const int descriptor = std::stoi(entry.path().filename());
         struct stat status {};
-        if (fstat(descriptor, &status) == 0 && S_ISSOCK(status.st_mode)) {
+        if (fstat(descriptor, &status) == 0 && S_ISSOCK(status.st_mode))
             EXPECT_EQ(fcntl(descriptor, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
-        }
     }
 }
 

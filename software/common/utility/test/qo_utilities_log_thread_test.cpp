@@ -44,9 +44,8 @@ public:
     Writers(QoLogSender& sender, const std::string& filler) {
         for (size_t writer = 0; writer < kWriters; ++writer) {
             threads_[writer] = std::thread([this, &sender, writer, filler] {
-                for (int line = 0; line < kLines; ++line) {
+                for (int line = 0; line < kLines; ++line)
                     write_line(sender, "writer %zu line %d %s", writer, line, filler.c_str());
-                }
                 ++ended_;
             });
         }
@@ -90,9 +89,8 @@ protected:
         Collected collected;
         {
             const Writers writers(sender, filler);
-            while (!writers.ended()) {
+            while (!writers.ended())
                 for (const std::string& line : reader.take()) collected.add(line);
-            }
         }
         for (const std::string& line : reader.take()) collected.add(line);
         write_line(sender, "writer 0 line %d ", kLines);  // after what was lost last was told
@@ -145,13 +143,11 @@ TEST(LogHandler, LogsWhateverItInterrupts) {
     int handlers_line = -1;
     int writers_line = -1;
     const auto take = [&] {
-        for (const std::string& line : reader.take()) {
-            if (const std::optional<int> number = number_behind(line, ": handler line ")) {
+        for (const std::string& line : reader.take())
+            if (const std::optional<int> number = number_behind(line, ": handler line "))
                 ASSERT_EQ(*number, ++handlers_line);
-            } else {
+            else
                 ASSERT_EQ(number_behind(line, ": writer line "), ++writers_line) << line;
-            }
-        }
     };
     for (int sent = 0; sent < kSignals; ++sent) {
         pthread_kill(writer.native_handle(), SIGUSR2);

@@ -45,9 +45,8 @@ using Text = std::unique_ptr<char, Free>;
 SignalList copy_signals(const int* signals) {
     SignalList copied;
     copied.fill(kNoSignal);
-    for (size_t index = 0; signals != nullptr && index < kMaxSignals && signals[index] != kNoSignal; ++index) {
+    for (size_t index = 0; signals != nullptr && index < kMaxSignals && signals[index] != kNoSignal; ++index)
         copied[index] = signals[index];
-    }
     return copied;
 }
 
@@ -68,12 +67,10 @@ bool set_handler(int signal) {
 }
 
 bool set_handlers() {
-    for (const int signal : btConfig.trace_signals) {
+    for (const int signal : btConfig.trace_signals)
         if (signal != kNoSignal && !set_handler(signal)) return false;
-    }
-    for (const int signal : btConfig.callback_signals) {
+    for (const int signal : btConfig.callback_signals)
         if (signal != kNoSignal && !contains(btConfig.trace_signals, signal) && !set_handler(signal)) return false;
-    }
     return true;
 }
 
@@ -105,13 +102,12 @@ void log_frame(char* line, void* frame, Text& buffer, size_t& buffer_size) {
     const unsigned address = static_cast<unsigned>(reinterpret_cast<uintptr_t>(frame));
     char* function = nullptr;
     char* offset = nullptr;
-    if (!cut_symbol_line(line, function, offset)) {
+    if (!cut_symbol_line(line, function, offset))
         syslog(LOG_ERR, "[ST]:  %s, Addr: %x\n", line, address);
-    } else if (const char* demangled = demangle(function, buffer, buffer_size); demangled != nullptr) {
+    else if (const char* demangled = demangle(function, buffer, buffer_size); demangled != nullptr)
         syslog(LOG_ERR, "[ST]:  %s : %s+%s, Addr: %x\n", line, demangled, offset, address);
-    } else {
+    else
         syslog(LOG_ERR, "[ST]:  %s : %s()+%s, Addr: %x\n", line, function, offset, address);
-    }
 }
 
 // Logs all frames but the first, which is the signal handler.
@@ -123,9 +119,7 @@ void log_frames(void* const* frames, int count) {
     }
     size_t buffer_size = kNameBufferSize;
     Text buffer(static_cast<char*>(malloc(buffer_size)));
-    for (int index = 1; index < count; ++index) {
-        log_frame(lines.get()[index], frames[index], buffer, buffer_size);
-    }
+    for (int index = 1; index < count; ++index) log_frame(lines.get()[index], frames[index], buffer, buffer_size);
 }
 
 void call_back(int signal) {

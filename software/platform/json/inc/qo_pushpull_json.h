@@ -93,9 +93,8 @@ inline QoJsonNode qo_json_parse(std::string_view text) { return QoJsonNode(json_
 inline std::optional<int32_t> qo_json_int32(const JSONNODE* node) {
     int64_t value = 0;
     if (json_get_int(node, &value) == 0 || value < std::numeric_limits<int32_t>::min() ||
-        value > std::numeric_limits<int32_t>::max()) {
+        value > std::numeric_limits<int32_t>::max())
         return std::nullopt;
-    }
     return static_cast<int32_t>(value);
 }
 

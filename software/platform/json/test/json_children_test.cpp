@@ -38,9 +38,8 @@ TEST(JsonChildren, EmptyIsTrueWithoutChildren) {
 TEST(JsonChildren, IteratorsVisitEveryChildInOrder) {
     const Json array = numbers(5);
     int64_t expected = 0;
-    for (JSONNODE_ITERATOR it = json_begin(array.get()); it != json_end(array.get()); ++it) {
+    for (JSONNODE_ITERATOR it = json_begin(array.get()); it != json_end(array.get()); ++it)
         EXPECT_EQ(json_as_int(*it), expected++);
-    }
     EXPECT_EQ(expected, 5);
 }
 

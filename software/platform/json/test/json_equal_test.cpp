@@ -16,16 +16,14 @@ bool equal(const char* a, const char* b) {
 }  // namespace
 
 TEST(JsonEqual, EqualTreesAreEqual) {
-    for (const char* text : {"null", "true", "\"x\"", "1", "[]", "{}", R"({"a":[1,{"b":null}],"c":"x"})"}) {
+    for (const char* text : {"null", "true", "\"x\"", "1", "[]", "{}", R"({"a":[1,{"b":null}],"c":"x"})"})
         EXPECT_TRUE(equal(text, text));
-    }
 }
 
 TEST(JsonEqual, DifferentTypesAreDifferent) {
     const char* const values[] = {"null", "false", "0", "\"\"", "[]", "{}", "\"0\"", "\"null\""};
-    for (const char* a : values) {
+    for (const char* a : values)
         for (const char* b : values) EXPECT_EQ(equal(a, b), a == b) << a << " and " << b;
-    }
 }
 
 TEST(JsonEqual, StringsAreComparedByBytes) {

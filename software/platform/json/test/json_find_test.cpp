@@ -19,9 +19,8 @@ Json members(int count) {
 
 /// What json_find must give: the first child of that name, by looking at each.
 JSONNODE* scan(JSONNODE* object, const std::string& name) {
-    for (JSONNODE_ITERATOR it = json_begin(object); it != json_end(object); ++it) {
+    for (JSONNODE_ITERATOR it = json_begin(object); it != json_end(object); ++it)
         if (name_of(*it) == name) return *it;
-    }
     return nullptr;
 }
 
@@ -38,9 +37,8 @@ INSTANTIATE_TEST_SUITE_P(Sizes, JsonFind, testing::Values(4, 15, 16, 17, 1000));
 }  // namespace
 
 TEST_P(JsonFind, EveryMemberIsFound) {
-    for (int i = 0; i < GetParam(); ++i) {
+    for (int i = 0; i < GetParam(); ++i)
         EXPECT_EQ(json_find(object_.get(), member(i).c_str()), json_at(object_.get(), static_cast<size_t>(i)));
-    }
     EXPECT_EQ(json_find(object_.get(), "member"), nullptr);
     EXPECT_EQ(json_find(object_.get(), ""), nullptr);
     EXPECT_EQ(json_find(object_.get(), "MEMBER0"), nullptr);

@@ -26,9 +26,8 @@ std::string text_of(const JSONNODE* node) {
 /// So many members that they are found by an index, two of them with the same name.
 Node large_object() {
     Node object(json_new(JSON_NODE));
-    for (int number = 0; number < 40; ++number) {
+    for (int number = 0; number < 40; ++number)
         json_push_back(object.get(), json_new_i(("member number " + std::to_string(number % 39)).c_str(), number));
-    }
     return object;
 }
 

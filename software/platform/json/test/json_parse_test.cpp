@@ -57,9 +57,8 @@ TEST(JsonParse, MembersKeepTheirOrderAndDuplicateNames) { expect_unchanged(R"({"
 TEST(JsonParse, NumbersKeepTheirLiteral) {
     for (const char* text : {"0", "-0", "35.0", "-0.0", "1e3", "1E3", "1e+3", "1E-3", "-12.50e-07", "0e5", "0.10",
                              "123456789012345678901234567890", "-9223372036854775809", "1.7976931348623157e308",
-                             "5e-324", "1e-99999999999999999999"}) {
+                             "5e-324", "1e-99999999999999999999"})
         expect_unchanged(text);
-    }
 }
 
 TEST(JsonParse, AFractionOfTenThousandDigitsIsKept) { expect_unchanged("0." + std::string(10000, '7')); }
@@ -68,9 +67,8 @@ TEST(JsonParse, AnExponentOfTenThousandDigitsIsKept) { expect_unchanged("1e-" + 
 
 TEST(JsonParse, NumbersBeyondTheRangeOfADoubleAreInvalid) {
     for (const char* text :
-         {"1e309", "-1e309", "10e308", "1.8e308", "123456789012345678e300", "1e99999999999999999999"}) {
+         {"1e309", "-1e309", "10e308", "1.8e308", "123456789012345678e300", "1e99999999999999999999"})
         expect_invalid(text);
-    }
     expect_invalid(std::string(10000, '7'));
 }
 
@@ -82,9 +80,8 @@ TEST(JsonParse, NumbersWhosePartsAreBeyondTheRangeAreInvalid) {
 
 TEST(JsonParse, MalformedNumbersAreInvalid) {
     for (const char* text : {"01", "-", "+1", ".5", "1.", "1.e3", "1e", "1e+", "--1", "0x10", "1_000", "NaN",
-                             "Infinity", "-Infinity", "1,2", "00"}) {
+                             "Infinity", "-Infinity", "1,2", "00"})
         expect_invalid(text);
-    }
 }
 
 TEST(JsonParse, BadSyntaxIsInvalid) {
@@ -123,9 +120,8 @@ TEST(JsonParse, BadSyntaxIsInvalid) {
                              "{}{}",
                              "[] 1",
                              "\"a\" \"b\"",
-                             "\xEF\xBB\xBF{}"}) {
+                             "\xEF\xBB\xBF{}"})
         expect_invalid(text);
-    }
 }
 
 TEST(JsonParse, EveryEscapeIsDecoded) {
@@ -134,9 +130,8 @@ TEST(JsonParse, EveryEscapeIsDecoded) {
 }
 
 TEST(JsonParse, BadEscapesAreInvalid) {
-    for (const char* text : {R"("\a")", R"("\x41")", R"("\u")", R"("\u12")", R"("\u12G4")", R"("\U0041")", R"("\")"}) {
+    for (const char* text : {R"("\a")", R"("\x41")", R"("\u")", R"("\u12")", R"("\u12G4")", R"("\U0041")", R"("\")"})
         expect_invalid(text);
-    }
 }
 
 TEST(JsonParse, ControlCharactersInAStringAreInvalid) {
@@ -174,9 +169,8 @@ TEST(JsonParse, InvalidUtf8IsInvalid) {
 }
 
 TEST(JsonParse, ANulByteInsideTheTextIsInvalid) {
-    for (const std::string& text : {"\0"s, "1\0"s, "1\0 2"s, "{}\0"s, "[1,\0]"s, "\"a\0b\""s, "\0 1"s, "[1]\0\0"s}) {
+    for (const std::string& text : {"\0"s, "1\0"s, "1\0 2"s, "{}\0"s, "[1,\0]"s, "\"a\0b\""s, "\0 1"s, "[1]\0\0"s})
         expect_invalid(text);
-    }
 }
 
 TEST(JsonParse, AnEscapedNulIsKept) {
@@ -269,9 +263,8 @@ TEST(JsonParse, InPiecesRefusesWhatTheWholeTextIsRefusedFor) {
     for (const std::string& text :
          {std::string(), std::string(" "), std::string("{"), std::string("[1] x"), std::string("[1]\0", 4),
           std::string("[1]\0 ", 5), std::string("[\0]", 3), std::string("\"\xC3"), std::string("\"\xED\xA0\x80\""),
-          std::string("1e999"), std::string(1000, '['), std::string("\xEF\xBB\xBF{}")}) {
+          std::string("1e999"), std::string(1000, '['), std::string("\xEF\xBB\xBF{}")})
         for (const size_t size : {1, 2, 65536}) EXPECT_FALSE(parse_in_pieces(text, size)) << text;
-    }
     EXPECT_EQ(json_parse_from(nullptr, nullptr), nullptr);
 }
 

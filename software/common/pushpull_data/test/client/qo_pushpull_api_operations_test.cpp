@@ -182,12 +182,10 @@ TEST(ApiPublish, OfATextThatIsNotUtf8FailsUnsent) {
 
 TEST(ApiDelete, IsAllowedToTheSystemControllerOnly) {
     QoPushpullApi api;
-    for (const int32_t allowed : {0x40000003, 0x40000004, 0x40000005, 0x40000006, 0x40000007}) {
+    for (const int32_t allowed : {0x40000003, 0x40000004, 0x40000005, 0x40000006, 0x40000007})
         EXPECT_EQ(api.check_delete_authority(static_cast<eQO_CMP_IDs_>(allowed)), 0) << allowed;
-    }
-    for (const int32_t refused : {0x40000002, 0x40000008, 0, -1, 1100, 1201}) {
+    for (const int32_t refused : {0x40000002, 0x40000008, 0, -1, 1100, 1201})
         EXPECT_EQ(api.check_delete_authority(static_cast<eQO_CMP_IDs_>(refused)), -1) << refused;
-    }
 }
 
 TEST(ApiDelete, ByAComponentOutsideTheRangeLogsThePermissionLineAndNothingReachesTheQueue) {

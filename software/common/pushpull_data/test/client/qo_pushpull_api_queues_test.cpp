@@ -124,9 +124,8 @@ int open_descriptors() {
 
 std::set<pid_t> threads() {
     std::set<pid_t> ids;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task")) {
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task"))
         ids.insert(std::stoi(entry.path().filename()));
-    }
     return ids;
 }
 
@@ -150,9 +149,8 @@ template <typename Make>
 pid_t new_thread(Make make) {
     const std::set<pid_t> before = threads();
     make();
-    for (const pid_t thread : threads()) {
+    for (const pid_t thread : threads())
         if (before.count(thread) == 0) return thread;
-    }
     return 0;
 }
 
@@ -531,12 +529,10 @@ TEST_F(ReceiveQueueTest, BlocksInItsThreadEverySignalButThoseOfAFault) {
     const pid_t thread = new_thread([&] { queue = receive_queue(); });
     ASSERT_TRUE(waits_for_a_request(thread));  // it is created with every signal blocked
     const uint64_t mask = blocked_signals(thread);
-    for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGALRM, SIGCHLD, SIGPIPE, SIGRTMAX}) {
+    for (const int number : {SIGTERM, SIGINT, SIGHUP, SIGQUIT, SIGUSR1, SIGUSR2, SIGALRM, SIGCHLD, SIGPIPE, SIGRTMAX})
         EXPECT_TRUE(blocks(mask, number)) << number;
-    }
-    for (const int number : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGTRAP, SIGSYS}) {
+    for (const int number : {SIGSEGV, SIGBUS, SIGILL, SIGFPE, SIGABRT, SIGTRAP, SIGSYS})
         EXPECT_FALSE(blocks(mask, number)) << number;
-    }
 }
 
 TEST_F(ReceiveQueueTest, LeavesTheSignalsOfItsCreatorAsTheyWere) {

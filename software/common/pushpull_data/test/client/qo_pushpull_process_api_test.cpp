@@ -245,9 +245,8 @@ TEST(RequestParsing, OfAnExplicitFalseIsFalse) {
 }
 
 TEST(RequestParsing, OfAFlagThatIsNotTheBooleanTrueIsFalse) {
-    for (const char* value : {"1", "\"true\"", "null", "[true]", "{\"a\":true}"}) {
+    for (const char* value : {"1", "\"true\"", "null", "[true]", "{\"a\":true}"})
         EXPECT_FALSE(parsed(arg_with(std::string(R"("pack_and_send":)") + value)).get_pack_and_send()) << value;
-    }
 }
 
 TEST(RequestParsing, CarriesEveryAbsentMemberOver) {

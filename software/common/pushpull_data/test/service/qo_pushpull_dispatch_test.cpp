@@ -35,9 +35,8 @@ int PushPullData::comp_register(eQO_CMP_IDs_ comp_id, std::string queue_name, co
     std::string text = "comp_register" + number(comp_id) + " " + queue_name;
     if (attributes == nullptr) return record(text + " null");
     for (const long value :
-         {attributes->mq_flags, attributes->mq_maxmsg, attributes->mq_msgsize, attributes->mq_curmsgs}) {
+         {attributes->mq_flags, attributes->mq_maxmsg, attributes->mq_msgsize, attributes->mq_curmsgs})
         text += " " + std::to_string(value);
-    }
     return record(text);
 }
 int PushPullData::comp_subscribe(eQO_CMP_IDs_ comp_id, const std::string& pointers, bool notify_on_change_only) {
@@ -251,9 +250,8 @@ TEST_P(DispatchRow, NeedsTheExactBufferTrueOnlyForInitAndExit) {
 // ---- beside the rows ----
 
 TEST_F(Dispatch, UnknownKindsAreIgnoredSilently) {
-    for (const std::string function : {"", "Register", "register ", "reboot", "savedebug"}) {
+    for (const std::string function : {"", "Register", "register ", "reboot", "savedebug"})
         EXPECT_EQ(dispatch(service_, request_of(function, "true")), std::nullopt);
-    }
     EXPECT_EQ(dispatch(service_, request_of(std::string("exit\0", 5), "true")), std::nullopt);
     EXPECT_THAT(calls, IsEmpty());
     EXPECT_THAT(log_.lines(), IsEmpty());

@@ -37,9 +37,8 @@ unsigned __wrap_sleep(unsigned) { return 0; }
 ssize_t __wrap_mq_timedreceive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority,
                                const timespec* deadline) {
     short_of_memory.reset();
-    if (receives == 1) {  // not before: an "init" request discards what waits behind it
+    if (receives == 1)  // not before: an "init" request discards what waits behind it
         EXPECT_EQ(mq_send(descriptor, kExit, sizeof kExit, 1), 0);
-    }
     const ssize_t received = __real_mq_timedreceive(descriptor, buffer, length, priority, deadline);
     if (receives++ == 0 && failing != kNever) short_of_memory.emplace(failing);
     return received;
@@ -122,9 +121,8 @@ protected:
 
     /// What the tree looks like on disk; null when that is no JSON.
     QoJsonNode active_tree() {
-        if (service_->comp_save_debug(QO_CMPID_DEMO) != 0 && service_->comp_save_debug(QO_CMPID_ALERTS) != 0) {
+        if (service_->comp_save_debug(QO_CMPID_DEMO) != 0 && service_->comp_save_debug(QO_CMPID_ALERTS) != 0)
             return nullptr;
-        }
         std::ostringstream text;
         text << std::ifstream(std::string(QO_DATA_DIRECTORY) + QO_ACTIVE_TREE_FILE).rdbuf();
         return qo_json_parse(text.view());
@@ -151,9 +149,8 @@ TEST_P(ShortOfMemory, EndsTheRequestAndNoOther) {
         const auto is_exception = [&](const QoLogLine& line) {
             return line.level == LOG_CRIT && line.text.starts_with("exception std::bad_alloc");
         };
-        for (const QoLogLine& line : lines) {
+        for (const QoLogLine& line : lines)
             if (is_exception(line)) ++exceptions;
-        }
         if (service_->exit_status() != 0) {
             ASSERT_STREQ(request.function, "init");
             ASSERT_THAT(lines, Contains(testing::Field(&QoLogLine::level, LOG_CRIT)));

@@ -191,11 +191,10 @@ TEST_F(Main, InitRequestStartsAgainOnTheQueueOfTheInstance) {
     const QoScratchQueue foo("/pushpullfoo", 4, 4096);
     int starts = 0;
     when_ready = [&] {
-        if (++starts == 1) {
+        if (++starts == 1)
             ASSERT_TRUE(foo.put(R"({"function":"init","arg":{"comp_id":1073741852,"buffer":"true"}})"));
-        } else {
+        else
             post_exit(foo);
-        }
     };
     EXPECT_EQ(run({"-m", "foo"}), 0);
     EXPECT_EQ(starts, 2);
@@ -243,9 +242,8 @@ TEST_F(Main, ClosedStandardDescriptorsAreOpenedSoThatNoQueueIsNumberZero) {
             for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) close(descriptor);
             run({"-x"});
             int open_ones = 0;
-            for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+            for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
                 if (fcntl(descriptor, F_GETFD) != -1) ++open_ones;
-            }
             _exit(open_ones);
         },
         testing::ExitedWithCode(3), "");
@@ -278,11 +276,10 @@ TEST_F(Signals, SigtermIsBlockedWhileARequestIsHandled) {
         sigprocmask(SIG_BLOCK, nullptr, &mask);
         blocked.push_back(sigismember(&mask, SIGTERM) == 1);
         const std::string request = R"({"function":"init","arg":{"comp_id":1073741852,"buffer":"true"}})";
-        if (blocked.size() == 1) {
+        if (blocked.size() == 1)
             ASSERT_TRUE(queue_.put(request));
-        } else {
+        else
             post_exit(queue_);
-        }
     };
     EXPECT_EQ(run({}), 0);
     EXPECT_THAT(blocked, ElementsAre(false, true));

@@ -185,9 +185,7 @@ TEST_F(QueueClaim, TakenAgainAfterTheQueueWasRemovedHoldsTheNewOne) {
 TEST_F(QueueClaim, OfAQueueThatIsRemovedBeforeItIsLockedHoldsTheOneThatHasTheNameThen) {
     int attempts = 0;
     on_lock = [&] {
-        if (++attempts == 1) {
-            EXPECT_EQ(mq_unlink(kName), 0);
-        }
+        if (++attempts == 1) EXPECT_EQ(mq_unlink(kName), 0);
     };
     QoServiceQueueClaim claim(kImpatient);
     EXPECT_EQ(claim.take(kName, asked_for()), QoServiceQueueClaim::Result::made_anew);

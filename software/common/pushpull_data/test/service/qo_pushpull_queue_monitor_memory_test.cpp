@@ -27,9 +27,8 @@ std::atomic<bool> signalled{false};
 }  // namespace
 
 __attribute__((noinline)) void* operator new(size_t size) {
-    if (!is_tests_thread && allocations_until_failure != kNone && allocations_until_failure-- == 0) {
+    if (!is_tests_thread && allocations_until_failure != kNone && allocations_until_failure-- == 0)
         throw std::bad_alloc();
-    }
     void* memory = malloc(size);
     if (memory == nullptr) throw std::bad_alloc();
     return memory;

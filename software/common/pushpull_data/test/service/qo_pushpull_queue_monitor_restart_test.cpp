@@ -70,9 +70,8 @@ public:
         if (process_ != 0) return;
         alarm(120);
         if (setresgid(kStranger, kStranger, kStranger) != 0 || setresuid(kStranger, kStranger, kStranger) != 0 ||
-            !give_up_capabilities()) {
+            !give_up_capabilities())
             _exit(kForbidden);
-        }
         work();
         _exit(0);
     }
@@ -130,9 +129,8 @@ protected:
     }
     testing::AssertionResult logged_doubt(const std::string& doubt) const {
         const std::string start = "QoPushPullQueueMonitor: Restart script " + path_ + " " + doubt;
-        for (const QoLogLine& line : log_.lines()) {
+        for (const QoLogLine& line : log_.lines())
             if (line.level == LOG_CRIT && line.text.starts_with(start)) return testing::AssertionSuccess();
-        }
         return testing::AssertionFailure() << testing::PrintToString(log_.lines());
     }
     // As another user may have left it, where there may be another user.
@@ -353,7 +351,8 @@ protected:
             std::unique_lock lock(hold->mutex);
             if (std::string(command).starts_with(start)) {
                 hold->reached = true;
-                hold->released.wait(lock, [&hold] { return hold->release; });
+                hold->released.wait(
+                    lock, [&hold] { return hold->release; });
             }
             return __real_qo_start_shell("true", RLIM_INFINITY);
         });

@@ -205,9 +205,8 @@ class QueueFullFailure : public MonitorThread {};
 
 std::set<std::string> threads() {
     std::set<std::string> ids;
-    for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+    for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task"))
         ids.insert(thread.path().filename());
-    }
     return ids;
 }
 
@@ -410,9 +409,8 @@ TEST_F(QueueFullFailure, QueuesCanBeAddedAndRemovedDuringTheGrace) {
 
 TEST_F(MonitorThread, NamesThatWouldSplitAColumnAreQuoted) {
     start();
-    for (const char* name : {"/plain name;'", "/a,b", "/\"q\"", "/line\nfeed", "/return\r"}) {
+    for (const char* name : {"/plain name;'", "/a,b", "/\"q\"", "/line\nfeed", "/return\r"})
         monitor_->addQueue(name, kComponent, -1);
-    }
     monitor_->removeQueue(std::string("/a"));
     EXPECT_EQ(monitor_->getQueueNames(),
               "/plain name;'(Total),/plain name;'(Saves),/plain name;'(Max),/plain name;'(Avg),"

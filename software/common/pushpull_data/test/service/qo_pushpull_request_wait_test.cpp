@@ -81,9 +81,7 @@ TEST_F(RequestWait, WaitsForWhatIsNotThereYet) {
     QoRequestWait wait;
     LifeCounter life;
     life.at_report = [&](int count) {
-        if (count == 3) {
-            EXPECT_TRUE(queue_.put("late"));
-        }
+        if (count == 3) EXPECT_TRUE(queue_.put("late"));
     };
     EXPECT_EQ(receive(wait, milliseconds(1)), 4);
 }
@@ -138,9 +136,7 @@ TEST_F(RequestWait, LetsSigtermInWhileTheQueueIsEmpty) {
     LifeCounter life;
     life.at_report = [&](int count) {
         if (count == 1) raise(SIGTERM);
-        if (count == 2) {
-            EXPECT_TRUE(queue_.put("text"));
-        }
+        if (count == 2) EXPECT_TRUE(queue_.put("text"));
     };
     EXPECT_EQ(receive(wait), 4) << "the signal has ended the first wait";
     EXPECT_EQ(sigterms, 1);

@@ -88,9 +88,8 @@ TEST_F(StatisticsThreads, RowsAreWholeWhileTheMainThreadCountsRegistersAndStarts
     }
     std::istringstream text(scratch_.read("ppstat/ppstats.csv"));
     int rows = 0;
-    for (std::string line; std::getline(text, line); ++rows) {
+    for (std::string line; std::getline(text, line); ++rows)
         EXPECT_GE(std::count(line.begin(), line.end(), ','), 15) << line;
-    }
     EXPECT_GE(rows, 20);
 }
 

@@ -67,9 +67,8 @@ protected:
         log_.clear();
     }
     void fill() {
-        for (int number = 0; number < QO_MAX_RESOURCES; ++number) {
+        for (int number = 0; number < QO_MAX_RESOURCES; ++number)
             ASSERT_EQ(add(component(number), queue_of(number)), 0);
-        }
         log_.clear();
     }
 

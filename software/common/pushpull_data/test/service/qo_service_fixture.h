@@ -70,9 +70,8 @@ protected:
     })";
 
     explicit QoServiceFixture(bool statistics = false) {
-        for (const auto& entry : std::filesystem::directory_iterator(QO_DATA_DIRECTORY)) {
+        for (const auto& entry : std::filesystem::directory_iterator(QO_DATA_DIRECTORY))
             if (entry.is_regular_file()) std::filesystem::remove(entry);
-        }
         std::ofstream(std::filesystem::path(QO_DEFAULTS_DIRECTORY) / QO_DEFAULTS_FILE) << kDefaultTree;
         service_ = std::make_unique<PushPullData>(statistics);
         service_->init("");

@@ -82,9 +82,8 @@ protected:
     }
     std::vector<std::string> files() const {
         std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(directory_)) {
+        for (const auto& entry : std::filesystem::directory_iterator(directory_))
             names.push_back(entry.path().filename());
-        }
         return names;
     }
 
@@ -453,9 +452,8 @@ TEST_F(OldArchives, GoInTheOrderOfTheirNames) {
     for (const time_t name : {30, 10, 20}) leave_archive(name, 8 * kDay);
     rotate();
     std::vector<std::string> removed;
-    for (const QoLogLine& line : log_.lines()) {
+    for (const QoLogLine& line : log_.lines())
         if (line.text.starts_with("LOG: removing")) removed.push_back(line.text);
-    }
     EXPECT_THAT(removed, ElementsAre("LOG: removing log archive '" + archive_path(10) + "'",
                                      "LOG: removing log archive '" + archive_path(20) + "'",
                                      "LOG: removing log archive '" + archive_path(30) + "'"));
@@ -498,9 +496,8 @@ protected:
         if (const std::string missing = qo_missing_isolation(); !missing.empty()) GTEST_SKIP() << missing;
         directory_ = "/kivo/disk";
         std::filesystem::create_directories(directory_);
-        if (mount("tmpfs", directory_.c_str(), "tmpfs", 0, "size=64k") != 0) {
+        if (mount("tmpfs", directory_.c_str(), "tmpfs", 0, "size=64k") != 0)
             GTEST_SKIP() << "no disk of our own: " << strerror(errno);
-        }
     }
     void TearDown() override { umount2(directory_.c_str(), MNT_DETACH); }
 

@@ -63,9 +63,8 @@ TEST_F(GetPublishAuthority, NullIsClosedToClients) {
 }
 
 TEST_F(GetPublishAuthority, ANodeWithoutWriteAccessIsClosed) {
-    for (const char* node : {"{}", "[]", "5", R"("openAll")", R"({"x":{"writeAccess":"openAll"}})"}) {
+    for (const char* node : {"{}", "[]", "5", R"("openAll")", R"({"x":{"writeAccess":"openAll"}})"})
         EXPECT_EQ(authority(node), QO_NO_PUBLISH_THIS_NODE) << node;
-    }
 }
 
 TEST_F(GetPublishAuthority, TheFirstKnownValueDecides) {

@@ -39,9 +39,8 @@ protected:
         return taken;
     }
     void empty(int members) {
-        for (int member = 0; member < members; ++member) {
+        for (int member = 0; member < members; ++member)
             ASSERT_EQ(remove("/open/member" + std::to_string(1000 + member)), 0);
-        }
     }
     int64_t weight() { return qo_tree_weight(qo_json_parse(tree()).get()); }
 };

@@ -36,9 +36,7 @@ std::string fill_message(const std::string& head, const std::string& tail,
     std::string text = head;
     for (int i = 0;; ++i) {
         const std::string item = (i == 0 ? "" : ",") + make(i);
-        if (text.size() + item.size() + tail.size() > kLargestMessage) {
-            return text + tail;
-        }
+        if (text.size() + item.size() + tail.size() > kLargestMessage) return text + tail;
         text += item;
     }
 }
@@ -193,7 +191,8 @@ TEST_F(HostileRepetition, ThousandsOfNamesakes) {
 TEST_F(HostileRepetition, ThousandsOfNamesakesOfALongArrayWithoutAnElementZero) {
     ASSERT_EQ(publish(R"({"zones":[{"id":65536}]})"), 0);
     ASSERT_EQ(remove("/zones/0/id"), 0);
-    const std::string text = fill_message("{", "}", [](int) { return R"("zones":[{"id":1}])"; });
+    const std::string text = fill_message(
+        "{", "}", [](int) { return R"("zones":[{"id":1}])"; });
     EXPECT_LT(cpu_seconds_of([&] { EXPECT_EQ(publish(text, QO_REMOTE_CLIENT), 0); }), kCpuLimit);
     EXPECT_THAT(said_, IsEmpty());
 }
@@ -202,15 +201,16 @@ TEST_F(HostileRepetition, ThousandsOfNamesakesOfALongArrayThatLoseAndRegainTheir
     // The only element with id 0 is the last one.
     ASSERT_EQ(publish(R"({"zones":[{"id":65536,"id":0}]})"), 0);
     ASSERT_EQ(remove("/zones/0/id"), 0);
-    const std::string text =
-        fill_message("{", "}", [](int) { return R"("zones":[{"id":65536}],"zones":[{"id":65536,"id":0}])"; });
+    const std::string text = fill_message(
+        "{", "}", [](int) { return R"("zones":[{"id":65536}],"zones":[{"id":65536,"id":0}])"; });
     EXPECT_LT(cpu_seconds_of([&] { EXPECT_EQ(publish(text, QO_REMOTE_CLIENT), 0); }), kCpuLimit);
     EXPECT_THAT(said_, IsEmpty());
 }
 
 TEST_F(HostileRepetition, ThousandsOfNamesakesOfAnArrayWhoseIdsHaveThousandsOfDigits) {
     ASSERT_EQ(publish(R"({"zones":[{"id":1,"id":1.)" + std::string(200000, '9') + "}]}"), 0);
-    const std::string text = fill_message("{", "}", [](int) { return R"("zones":[{"id":0}])"; });
+    const std::string text = fill_message(
+        "{", "}", [](int) { return R"("zones":[{"id":0}])"; });
     EXPECT_LT(cpu_seconds_of([&] { EXPECT_EQ(publish(text, QO_REMOTE_CLIENT), 0); }), kCpuLimit);
 }
 
@@ -225,7 +225,8 @@ TEST_F(HostileRepetition, ThousandsOfElementsUnderAMaxItemsOfThousandsOfDigits) 
 
 TEST_F(HostileRepetition, ThousandsOfNamesakesOfAnArrayUnderSuchAMaxItems) {
     ASSERT_EQ(publish(R"({"zones":[{"id":0,"maxItems":5.)" + std::string(200000, '9') + "}]}"), 0);
-    const std::string text = fill_message("{", "}", [](int) { return R"("zones":[{"id":1}])"; });
+    const std::string text = fill_message(
+        "{", "}", [](int) { return R"("zones":[{"id":1}])"; });
     EXPECT_LT(cpu_seconds_of([&] { EXPECT_EQ(publish(text, QO_REMOTE_CLIENT), 0); }), kCpuLimit);
 }
 
@@ -273,9 +274,7 @@ TEST_F(HostileRepetition, RefusedElementsAndValuesShareThatLimit) {
 
 TEST_F(HostileRepetition, AListOfManyDuplicatesIsTrimmedInLinearTime) {
     const QoJsonNode list(json_new(JSON_NODE));
-    for (int i = 0; i < 200000; ++i) {
-        json_push_back(list.get(), json_new_i("cmpID", i % 100000));
-    }
+    for (int i = 0; i < 200000; ++i) json_push_back(list.get(), json_new_i("cmpID", i % 100000));
     EXPECT_LT(cpu_seconds_of([&] { EXPECT_EQ(store_->TrimDuplicates(list.get()), 0); }), kCpuLimit);
     EXPECT_EQ(json_size(list.get()), 100000U);
     EXPECT_EQ(json_as_int(json_at(list.get(), 99999)), 99999);
@@ -362,9 +361,8 @@ TEST_F(HostileText, MayNameItsMembersLikeAnything) {
         R"({"open":{"":{"":1},"id":{"x":1},"maxItems":[{"id":0}],"cmpID":5,"crc":"0","a\u0000b":"\u0000","/":2,"%n%s":3}})";
     EXPECT_EQ(publish(text, QO_REMOTE_CLIENT), 0);
     EXPECT_THAT(said_, IsEmpty());
-    for (const char* pointer : {"/open/id/x", "/open/maxItems/0", "/open/cmpID", "/open/crc", "/open/%n%s"}) {
+    for (const char* pointer : {"/open/id/x", "/open/maxItems/0", "/open/cmpID", "/open/crc", "/open/%n%s"})
         EXPECT_NE(read(pointer), "") << pointer;
-    }
     EXPECT_EQ(read(std::string("/open/a\0b", 9)), R"({"open":{"a\u0000b":"\u0000"}})");
 }
 

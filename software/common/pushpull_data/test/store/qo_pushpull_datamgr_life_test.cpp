@@ -151,9 +151,8 @@ TEST_F(DataMgrLife, CallbacksMayMeetTheEndOfTheStore) {
         is_running.wait(false);
         store_.reset();
         timer.join();
-        if (scratch_.has(QO_SAVED_TREE_FILE)) {
+        if (scratch_.has(QO_SAVED_TREE_FILE))
             EXPECT_THAT(scratch_.read(QO_SAVED_TREE_FILE), ::testing::HasSubstr(R"("x": 2)"));
-        }
     }
 }
 

@@ -71,9 +71,8 @@ void provoke_read_lines(DataMgr& store) {
 
 void provoke_delete_lines(DataMgr& store) {
     const QoJsonNode data = qo_json_parse(R"({"a":[1]})");
-    for (const std::string_view skeleton : {R"({"b":{}})", R"({"a":{"x":{}}})", R"({"a":{"7":{}}})"}) {
+    for (const std::string_view skeleton : {R"({"b":{}})", R"({"a":{"x":{}}})", R"({"a":{"7":{}}})"})
         store.ValidateAndDeleteNode(qo_json_parse(skeleton).get(), data.get());
-    }
 }
 
 const Operation kOperations[] = {

@@ -29,9 +29,7 @@ bool refuse_new_text = false;
 
 bool disk_refuses(const char* call) {
     const bool refused = on_disk_call && on_disk_call(call);
-    if (refused) {
-        errno = EIO;
-    }
+    if (refused) errno = EIO;
     return refused;
 }
 
@@ -129,9 +127,7 @@ protected:
         std::map<std::string, std::string> found;
         for (const auto& entry : std::filesystem::directory_iterator(scratch_.path())) {
             const std::string name = entry.path().filename();
-            if (name != QO_DEFAULTS_FILE) {
-                found[name] = entry.is_regular_file() ? scratch_.read(name) : "";
-            }
+            if (name != QO_DEFAULTS_FILE) found[name] = entry.is_regular_file() ? scratch_.read(name) : "";
         }
         return found;
     }
@@ -274,12 +270,10 @@ TEST_F(LoadSavedTree, BothDamagedLeavesTheDefaultTree) {
 }
 
 TEST_F(LoadSavedTree, StrayFilesOfADeadProcessAreRemovedAndNothingElse) {
-    for (const char* name : {"saved_tree.json.new.17", "saved_tree.json.former.17", "active_tree.json.new.4711"}) {
+    for (const char* name : {"saved_tree.json.new.17", "saved_tree.json.former.17", "active_tree.json.new.4711"})
         scratch_.write(name, "{}");
-    }
-    for (const char* name : {"saved_tree.json.new", "saved_tree.json.new.txt", "saved_tree.json.old", "a.new.17"}) {
+    for (const char* name : {"saved_tree.json.new", "saved_tree.json.new.txt", "saved_tree.json.old", "a.new.17"})
         scratch_.write(name, "kept");
-    }
     load_saved();
     EXPECT_THAT(files(),
                 ElementsAre(std::pair("a.new.17", "kept"), std::pair("saved_tree.json.new", "kept"),
@@ -459,9 +453,8 @@ TEST_F(SaveDataTree, WritesFilesForOwnerAndGroupWhateverTheUmask) {
         EXPECT_EQ(save(), 0);
         EXPECT_EQ(store_->SaveActiveTreeForDebug(), 0);
         umask(former);
-        for (const char* name : {kSaved, kBackup, kActive}) {
+        for (const char* name : {kSaved, kBackup, kActive})
             EXPECT_EQ(mode_of(scratch_.file(name)), 0640U) << name << " with umask " << mask;
-        }
     }
 }
 
@@ -472,9 +465,7 @@ TEST_F(SaveDataTree, NeverHasAFileThatOthersMayRead) {
         refused_link_errno = refused;
         int looks = 0;
         on_disk_call = [this, &looks](const std::string&) {
-            for (const auto& [name, content] : files()) {
-                EXPECT_EQ(mode_of(scratch_.file(name)) & ~0640U, 0U) << name;
-            }
+            for (const auto& [name, content] : files()) EXPECT_EQ(mode_of(scratch_.file(name)) & ~0640U, 0U) << name;
             ++looks;
             return false;
         };
@@ -509,9 +500,7 @@ TEST_F(LoadSavedTree, ClosesTheFilesOfAFormerVersionToOthers) {
 TEST_F(SaveDataTree, SavesAndLoadsTheDeepestTreeThatAMessageCanBuild) {
     load("{}");
     std::string deepest;
-    for (int level = 0; level < JSON_MAX_PARSE_DEPTH; ++level) {
-        deepest += R"({"a":)";
-    }
+    for (int level = 0; level < JSON_MAX_PARSE_DEPTH; ++level) deepest += R"({"a":)";
     deepest += "1" + std::string(JSON_MAX_PARSE_DEPTH, '}');
     ASSERT_EQ(publish(deepest), 0);
     ASSERT_EQ(save(), 0);
@@ -532,9 +521,7 @@ TEST_F(SaveDataTree, ATimerTriggeredSaveWithoutATimerIsOverridden) {
 std::string shell(const std::string& command) {
     std::string printed;
     FILE* output = popen(command.c_str(), "r");
-    for (int c = fgetc(output); c != EOF; c = fgetc(output)) {
-        printed += static_cast<char>(c);
-    }
+    for (int c = fgetc(output); c != EOF; c = fgetc(output)) printed += static_cast<char>(c);
     EXPECT_EQ(pclose(output), 0);
     return printed;
 }
@@ -637,9 +624,8 @@ TEST_F(SaveDataTree, NamesThatCannotBeFreedAreInNoWay) {
     load(R"({"a":1})");
     ASSERT_EQ(save(), 0);
     const std::string number = std::to_string(getpid());
-    for (const char* extension : {".new.", ".former."}) {
+    for (const char* extension : {".new.", ".former."})
         std::filesystem::create_directory(scratch_.file(kSaved + (extension + number)));
-    }
     publish(R"({"a":2})");
     EXPECT_EQ(save(), 0);
     EXPECT_EQ(scratch_.read(kSaved), saved_text_of(R"({"a":2})"));
@@ -770,16 +756,12 @@ protected:
         on_disk_call = nullptr;
         cuts.push_back(files());
         EXPECT_GE(cuts.size(), 7U);
-        for (const auto& cut : cuts) {
-            check(loaded_from(cut));
-        }
+        for (const auto& cut : cuts) check(loaded_from(cut));
     }
 
     static std::string loaded_from(const std::map<std::string, std::string>& cut) {
         const QoScratchDirectory scratch;
-        for (const auto& [name, content] : cut) {
-            scratch.write(name, content);
-        }
+        for (const auto& [name, content] : cut) scratch.write(name, content);
         DataMgr store(QoStorePaths{scratch.path(), scratch.path()});
         store.CreateDataTree();
         EXPECT_EQ(store.SaveActiveTreeForDebug(), 0);

@@ -164,9 +164,8 @@ TEST_F(ReadArrayElement, ANegativePositionFails) {
 }
 
 TEST_F(ReadArrayElement, BlanksASignAndTrailingTextAreAcceptedInAPosition) {
-    for (const char* position : {"1", "+1", " 1", "\t 1", "01", "1x", "1.9", "-0x1"}) {
+    for (const char* position : {"1", "+1", " 1", "\t 1", "01", "1x", "1.9", "-0x1"})
         EXPECT_NE(read(std::string("/zones/") + position), "") << position;
-    }
     EXPECT_EQ(read("/zones/1x"), read("/zones/1"));
     EXPECT_EQ(read(std::string("/zones/1\0"
                                "9",

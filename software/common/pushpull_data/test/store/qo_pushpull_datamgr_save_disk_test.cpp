@@ -26,13 +26,10 @@ const QoLogLine kCannotOpen = error_line("Couldn't open file to save the data tr
 class RefusingDisk : public QoStoreTest {
 protected:
     void SetUp() override {
-        if (const std::string missing = qo_missing_isolation(); !missing.empty()) {
-            GTEST_SKIP() << missing;
-        }
+        if (const std::string missing = qo_missing_isolation(); !missing.empty()) GTEST_SKIP() << missing;
         std::filesystem::create_directories(kMountPoint);
-        if (mount("tmpfs", kMountPoint, "tmpfs", 0, "size=64k,nr_inodes=8") != 0) {
+        if (mount("tmpfs", kMountPoint, "tmpfs", 0, "size=64k,nr_inodes=8") != 0)
             GTEST_SKIP() << "no disk of our own: " << strerror(errno);
-        }
         scratch_.write(QO_DEFAULTS_FILE, R"({"a":0})");
         store_ = std::make_unique<DataMgr>(QoStorePaths{kMountPoint, scratch_.path()});
         ASSERT_EQ(store_->Init(nullptr), 0);
@@ -70,9 +67,7 @@ protected:
         std::map<std::string, int64_t> found;
         for (const auto& entry : std::filesystem::directory_iterator(kMountPoint)) {
             const std::string name = entry.path().filename();
-            if (name != "filler") {
-                found[name] = value_in(name);
-            }
+            if (name != "filler") found[name] = value_in(name);
         }
         return found;
     }
@@ -104,9 +99,7 @@ TEST_F(RefusingDisk, AFullOneKeepsTheSavedFileAndTheBackup) {
 TEST_F(RefusingDisk, OneWithoutRoomForAnotherNameKeepsTheSavedFileAndTheBackup) {
     const std::string filler = std::string(kMountPoint) + "filler";
     std::filesystem::create_directory(filler);
-    for (int i = 0; i < 8; ++i) {
-        std::ofstream(filler + "/" + std::to_string(i)).close();
-    }
+    for (int i = 0; i < 8; ++i) std::ofstream(filler + "/" + std::to_string(i)).close();
     expect_refused_twice(kCannotOpen);
     std::filesystem::remove_all(filler);
     expect_next_save_succeeds();

@@ -22,9 +22,7 @@ protected:
     /// When the saved file appears or changes; the end of time when it does not before `deadline`.
     Clock::time_point next_save(const std::string& before, Clock::time_point deadline) {
         while (Clock::now() < deadline) {
-            if (scratch_.read(QO_SAVED_TREE_FILE) != before) {
-                return Clock::now();
-            }
+            if (scratch_.read(QO_SAVED_TREE_FILE) != before) return Clock::now();
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         }
         return Clock::time_point::max();

@@ -82,16 +82,12 @@ Disk* disk = nullptr;
 extern "C" {
 int __real_fsync(int descriptor);
 int __wrap_fsync(int descriptor) {
-    if (disk != nullptr) {
-        disk->flush();
-    }
+    if (disk != nullptr) disk->flush();
     return __real_fsync(descriptor);
 }
 // The last call of a save that succeeds; flushing the whole machine's disks is not what is tested.
 void __wrap_sync() {
-    if (disk != nullptr) {
-        disk->done();
-    }
+    if (disk != nullptr) disk->done();
 }
 }
 
@@ -139,12 +135,10 @@ bool lets_sigterm_in(pid_t except) {
     constexpr uint64_t sigterm = uint64_t{1} << (SIGTERM - 1);
     for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
         std::ifstream status(task.path() / "status");
-        for (std::string line; std::getline(status, line);) {
+        for (std::string line; std::getline(status, line);)
             if (line.starts_with("SigBlk:") && task.path().filename() != std::to_string(except) &&
-                (std::stoull(line.substr(7), nullptr, 16) & sigterm) == 0) {
+                (std::stoull(line.substr(7), nullptr, 16) & sigterm) == 0)
                 return true;
-            }
-        }
     }
     return false;
 }
@@ -201,9 +195,8 @@ public:
 private:
     char state() const {
         std::ifstream status("/proc/self/task/" + std::to_string(id_) + "/status");
-        for (std::string line; std::getline(status, line);) {
+        for (std::string line; std::getline(status, line);)
             if (line.starts_with("State:\t")) return line[7];
-        }
         return '?';
     }
 

@@ -105,12 +105,10 @@ private:
 
     Timer* next_until(nanoseconds end) const {
         Timer* next = nullptr;
-        for (const auto& [id, timer] : timers_) {
+        for (const auto& [id, timer] : timers_)
             if (timer->expires_at != nanoseconds::zero() && timer->expires_at <= end &&
-                (next == nullptr || timer->expires_at < next->expires_at)) {
+                (next == nullptr || timer->expires_at < next->expires_at))
                 next = timer.get();
-            }
-        }
         return next;
     }
 
@@ -155,9 +153,8 @@ TEST(SaveTimerRule, WithoutATimerOneIsArmed) {
 }
 
 TEST(SaveTimerRule, APendingTimerIsExtendedSixTimesAndThenLeft) {
-    for (int32_t times_asked = 1; times_asked <= 6; ++times_asked) {
+    for (int32_t times_asked = 1; times_asked <= 6; ++times_asked)
         EXPECT_EQ(next_save_timer_step(true, true, times_asked, {}), QoSaveTimerStep::extend);
-    }
     EXPECT_EQ(next_save_timer_step(true, true, 7, {}), QoSaveTimerStep::leave);
     EXPECT_EQ(next_save_timer_step(true, true, 1000000, {}), QoSaveTimerStep::leave);
 }
@@ -257,9 +254,7 @@ TEST_F(SaveTimer, TenPublishesOneSecondApartSaveOnceAfter35Seconds) {
 }
 
 TEST_F(SaveTimer, AfterASaveLaterChangesGetANewTimer) {
-    for (int value = 1; value <= 10; ++value) {
-        change(value);
-    }
+    for (int value = 1; value <= 10; ++value) change(value);
     timers_.pass(seconds(35));
     ASSERT_EQ(saved_value(), 10);
     change(11);

@@ -63,10 +63,8 @@ TEST_F(SubscriptionTree, ANodeThatTakesNoChildrenCannotBecomeAShadow) {
 TEST_F(SubscriptionTree, OfTheBuiltInTreeBearsItsTopLevelNodes) {
     scratch_.write(QO_DEFAULTS_FILE, "no defaults");
     load_built_in();
-    for (const char* pointer :
-         {"/", "/system/config", "/rgw/status", "/siblings/sibling", "/devices/device/features"}) {
+    for (const char* pointer : {"/", "/system/config", "/rgw/status", "/siblings/sibling", "/devices/device/features"})
         EXPECT_EQ(subscribe(5, pointer), 0) << pointer;
-    }
 }
 
 // ---- subscribing ----
@@ -206,9 +204,7 @@ TEST_F(RemoveSubscriber, AlsoRemovesTheSubscriptionsBelow) {
 }
 
 TEST_F(RemoveSubscriber, FromTheRootRemovesAllOfBothModes) {
-    for (const char* pointer : {"/", "/system/config", "/zones/inner/deep"}) {
-        ASSERT_EQ(subscribe(5, pointer), 0);
-    }
+    for (const char* pointer : {"/", "/system/config", "/zones/inner/deep"}) ASSERT_EQ(subscribe(5, pointer), 0);
     ASSERT_EQ(subscribe(5, "/zones", true), 0);
     EXPECT_EQ(unsubscribe(5, "/"), 0);
     EXPECT_EQ(subscription_tree(), kShadow);
@@ -247,9 +243,8 @@ using GetSubscribers = SubscriptionTest;
 
 TEST_F(GetSubscribers, AreThoseAlongThePublishedPathsOnly) {
     for (const auto& [id, pointer] : {std::pair(1, "/"), std::pair(2, "/system"), std::pair(3, "/system/config"),
-                                      std::pair(4, "/system/status"), std::pair(5, "/zones")}) {
+                                      std::pair(4, "/system/status"), std::pair(5, "/zones")})
         ASSERT_EQ(subscribe(id, pointer), 0);
-    }
     EXPECT_EQ(subscribers_of(R"({"system":{"config":{"name":"x"}}})"), R"({"cmpID":1,"cmpID":2,"cmpID":3})");
 }
 

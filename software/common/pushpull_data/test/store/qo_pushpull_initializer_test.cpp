@@ -31,9 +31,8 @@ QoJsonNode default_tree() { return qo_json_parse(default_text()); }
 /// The node at a pointer like /devices/0/device; null when there is none.
 JSONNODE* at(JSONNODE* node, const std::string& pointer) {
     std::istringstream segments(pointer.substr(1));
-    for (std::string segment; node != nullptr && std::getline(segments, segment, '/');) {
+    for (std::string segment; node != nullptr && std::getline(segments, segment, '/');)
         node = json_type(node) == JSON_ARRAY ? json_at(node, std::stoul(segment)) : qo_json_find(node, segment);
-    }
     return node;
 }
 
@@ -41,9 +40,7 @@ std::string text_at(JSONNODE* tree, const std::string& pointer) { return qo_json
 
 std::vector<std::string> names_at(JSONNODE* tree, const std::string& pointer) {
     std::vector<std::string> names;
-    for (const JSONNODE* child : QoJsonChildren(at(tree, pointer))) {
-        names.emplace_back(qo_json_name(child));
-    }
+    for (const JSONNODE* child : QoJsonChildren(at(tree, pointer))) names.emplace_back(qo_json_name(child));
     return names;
 }
 
@@ -99,9 +96,8 @@ int expect_template_elements_below(JSONNODE* node, const std::string& path) {
         expect_one_template_element(node, path);
         ++arrays;
     }
-    for (JSONNODE* child : QoJsonChildren(node)) {
+    for (JSONNODE* child : QoJsonChildren(node))
         arrays += expect_template_elements_below(child, path + "/" + std::string(qo_json_name(child)));
-    }
     return arrays;
 }
 
@@ -204,9 +200,7 @@ TEST(DefaultTreeText, MetadataStandOnTheNodesThatTheyGovern) {
         ASSERT_NE(node, nullptr);
         const JSONNODE* write_access = qo_json_find(node, "writeAccess");
         EXPECT_EQ(write_access != nullptr, row.write_access != nullptr);
-        if (row.write_access != nullptr) {
-            EXPECT_EQ(qo_json_string(write_access), row.write_access);
-        }
+        if (row.write_access != nullptr) EXPECT_EQ(qo_json_string(write_access), row.write_access);
         EXPECT_EQ(json_as_bool(qo_json_find(node, "doNotPersist")) != 0, row.do_not_persist);
         EXPECT_EQ(json_as_int(qo_json_find(node, "maxItems")), row.max_items);
     }
@@ -417,9 +411,7 @@ TEST(DefaultTreeText, ValuesAreThoseThatComponentsRelyOn) {
          R"([{"doNotPersist":true,"writeAccess":"openAll","id":0,"connectedDeviceInfo":{"deviceIp":"","deviceMac":"",)"
          R"("deviceTimeoutCount":0,"priorityNumber":0,"deviceStatus":"INACTIVE","numberOfSessions":0}}])"},
     };
-    for (const auto& [pointer, text] : rows) {
-        EXPECT_EQ(text_at(tree.get(), pointer), text) << pointer;
-    }
+    for (const auto& [pointer, text] : rows) EXPECT_EQ(text_at(tree.get(), pointer), text) << pointer;
 }
 
 TEST(DefaultTreeText, GatewayTuningHasItsTimesAndReservedHostNames) {
@@ -515,9 +507,8 @@ TEST_F(InitializerTest, OnlyTheNodesOwnTrueMarkerMakesItNonPersistent) {
         {R"({})", false},
         {R"("doNotPersist")", false},
     };
-    for (const auto& [text, expected] : rows) {
+    for (const auto& [text, expected] : rows)
         EXPECT_EQ(initializer_.IsNodeNonPersistent(qo_json_parse(text).get()), expected) << text;
-    }
 }
 
 TEST_F(InitializerTest, ANullNodeIsLogged) {
@@ -573,11 +564,10 @@ TEST_F(TrimTest, OfTheBuiltInTreeNothingTransientRemains) {
     const QoJsonNode tree = default_tree();
     EXPECT_EQ(initializer_.TrimNonPersistentData(tree.get()), 0);
     EXPECT_EQ(qo_json_write(tree.get()).find(R"("doNotPersist":true)"), std::string::npos);
-    for (const char* pointer : {"/siblings", "/error", "/connectionManagement", "/system/errors/active",
-                                "/rgw/diagnostics", "/interfaces/0/scannedList", "/fwm/fwmFiles",
-                                "/devices/0/device/spareIORead", "/system/primarySpareIOWrite"}) {
+    for (const char* pointer :
+         {"/siblings", "/error", "/connectionManagement", "/system/errors/active", "/rgw/diagnostics",
+          "/interfaces/0/scannedList", "/fwm/fwmFiles", "/devices/0/device/spareIORead", "/system/primarySpareIOWrite"})
         EXPECT_EQ(at(tree.get(), pointer), nullptr) << pointer;
-    }
     EXPECT_NE(at(tree.get(), "/system/errors/history/0/alert"), nullptr);
 }
 
@@ -599,9 +589,8 @@ TEST_F(TrimTest, GoesToTheEndOfATreeThatIsDeeperThanAnyText) {
 
 TEST_F(TrimTest, ErasingEverySecondOfAHundredThousandMembersTakesOnePass) {
     std::string text = "{";
-    for (int i = 0; i < 100000; ++i) {
+    for (int i = 0; i < 100000; ++i)
         text += (i == 0 ? "\"m" : ",\"m") + std::to_string(i) + (i % 2 == 0 ? R"(":{"doNotPersist":true})" : "\":1");
-    }
     const QoJsonNode node = qo_json_parse(text + "}");
     const std::clock_t start = std::clock();  // processor time: other tests run beside this one
     EXPECT_EQ(initializer_.TrimNonPersistentData(node.get()), 0);

@@ -100,9 +100,8 @@ TEST_F(DoesFileExistTest, AnswersForFilesDatedAfter2038Too) {
     scratch_.write("f", "{}");
     ASSERT_EQ(mkdir(scratch_.file("directory").c_str(), 0700), 0);
     ASSERT_EQ(mkfifo(scratch_.file("fifo").c_str(), 0600), 0);
-    for (const char* name : {"f", "directory", "fifo"}) {
+    for (const char* name : {"f", "directory", "fifo"})
         if (!scratch_.date_in_2040(name)) GTEST_SKIP() << "this disk has no dates after 2038";
-    }
     EXPECT_TRUE(DoesFileExist(scratch_.file("f")));
     EXPECT_FALSE(DoesFileExist(scratch_.file("directory")));
     // Opening the FIFO would wait for a writer, so that question is asked last and by a child.
@@ -119,9 +118,7 @@ TEST_F(DoesFileExistTest, FalseForAnExistingButUnreadableFile) {
     ASSERT_EQ(chmod(scratch_.path().c_str(), 0755), 0);
     const auto exists_for_an_ordinary_user = [&path](mode_t mode) {
         chmod(path.c_str(), mode);
-        if (geteuid() == 0 && setresuid(65534, 65534, 65534) != 0) {
-            _exit(2);
-        }
+        if (geteuid() == 0 && setresuid(65534, 65534, 65534) != 0) _exit(2);
         _exit(DoesFileExist(path) ? 1 : 0);
     };
     EXPECT_EXIT(exists_for_an_ordinary_user(0444), ::testing::ExitedWithCode(1), "");
@@ -184,9 +181,7 @@ TEST_F(ParseJsonFileTest, OfTenMebibytesOfGarbageReturnsNull) {
 
 TEST(PrintJson, TypeNamesEveryType) {
     const QoLogCapture log;
-    for (const char* text : {"null", "\"s\"", "1", "true", "[]", "{}"}) {
-        PrintJsonType(qo_json_parse(text).get());
-    }
+    for (const char* text : {"null", "\"s\"", "1", "true", "[]", "{}"}) PrintJsonType(qo_json_parse(text).get());
     EXPECT_THAT(
         log.lines(),
         ElementsAre(debug_line("JSON node is of JSON_NULL type"), debug_line("JSON node is of JSON_STRING type"),

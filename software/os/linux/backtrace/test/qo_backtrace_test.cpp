@@ -151,9 +151,18 @@ TEST(BtInstall, TakesAtMostFifteenSignals) {
     int trace[17];
     for (int index = 0; index < 16; ++index) trace[index] = SIGRTMIN + index;
     trace[16] = -1;
-    EXPECT_EQ(installed(trace, kNone, [] { raise(SIGRTMIN + 14); }).exit_status(), 1);
-    EXPECT_EQ(installed(trace, kNone, [] { raise(SIGRTMIN + 15); }).signal(), SIGRTMIN + 15);
-    EXPECT_EQ(installed(kNone, trace, [] { raise(SIGRTMIN + 14); }).exit_status(), kRanOn);
+    EXPECT_EQ(installed(
+                  trace, kNone, [] { raise(SIGRTMIN + 14); })
+                  .exit_status(),
+              1);
+    EXPECT_EQ(installed(
+                  trace, kNone, [] { raise(SIGRTMIN + 15); })
+                  .signal(),
+              SIGRTMIN + 15);
+    EXPECT_EQ(installed(
+                  kNone, trace, [] { raise(SIGRTMIN + 14); })
+                  .exit_status(),
+              kRanOn);
     EXPECT_EQ(installed(kNone, trace, [] { raise(SIGRTMIN + 15); }).signal(), SIGRTMIN + 15);
 }
 
