@@ -1,3 +1,4 @@
+// The life of an example component on the client library.
 #include "example_component.h"
 
 #include <errno.h>

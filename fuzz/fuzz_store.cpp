@@ -1,3 +1,4 @@
+// The store that the fuzzers share, and the C library's log functions replaced by ones that only format.
 #include "fuzz_store.h"
 
 #include <stdarg.h>

@@ -1,3 +1,4 @@
+// Taking the service's log lines out of the demo's own /dev/log.
 #include "demo_log.h"
 
 #include <errno.h>

@@ -1,3 +1,4 @@
+// Starting a child process, reading its lines as they come, and ending it.
 #include "demo_process.h"
 
 #include <errno.h>

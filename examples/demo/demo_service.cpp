@@ -1,3 +1,4 @@
+// Starting the service for the demo, and knowing when it is ready.
 #include "demo_service.h"
 
 #include <errno.h>

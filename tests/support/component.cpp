@@ -1,3 +1,4 @@
+// A component's requests, and the answers that it waits for.
 #include "component.h"
 
 #include <string.h>

@@ -1,3 +1,4 @@
+// The operator new that fails when a test asks for it.
 #include "failing_new.h"
 
 #include <cstdlib>

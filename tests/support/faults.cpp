@@ -1,3 +1,4 @@
+// Arming the preloaded fault injector.
 #include "faults.h"
 
 #include <errno.h>

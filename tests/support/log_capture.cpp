@@ -1,3 +1,4 @@
+// The replaced syslog().
 #include "log_capture.h"
 
 #include <stdarg.h>

@@ -1,3 +1,4 @@
+// Collecting what a running service lets the outside see.
 #include "service_events.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// Starting, driving and ending the real service.
 #include "service_process.h"
 
 #include <fcntl.h>

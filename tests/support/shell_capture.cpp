@@ -1,3 +1,4 @@
+// The replaced system() and qo_start_shell().
 #include "shell_capture.h"
 
 #include <errno.h>

@@ -1,3 +1,4 @@
+// Stopping a process at its system calls, to kill it between two of them.
 #include "call_cutter.h"
 
 #include <errno.h>

@@ -1,3 +1,4 @@
+// One run of the campaign of faults, and how it is judged.
 #include "fault_campaign.h"
 
 #include <errno.h>

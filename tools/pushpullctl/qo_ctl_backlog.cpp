@@ -1,3 +1,4 @@
+// The thread that writes what its producer does not wait for.
 #include "qo_ctl_backlog.h"
 
 #include <limits.h>

@@ -1,3 +1,4 @@
+// Reading the service's files as the service would.
 #include "qo_ctl_check.h"
 
 #include <deque>

@@ -1,3 +1,4 @@
+// What several commands share.
 #include "qo_ctl_commands.h"
 
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// The names of the component identifiers.
 #include "qo_ctl_components.h"
 
 #include <algorithm>

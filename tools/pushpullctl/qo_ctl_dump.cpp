@@ -1,3 +1,4 @@
+// Asking for the debug dump, and knowing it to be new.
 #include "qo_ctl_dump.h"
 
 #include <sys/stat.h>

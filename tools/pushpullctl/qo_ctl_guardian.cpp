@@ -1,3 +1,4 @@
+// The child process that tidies up.
 #include "qo_ctl_guardian.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// From the command line to the command.
 #include "qo_ctl_main.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+/// The whole of pushpullctl as one function.
 #ifndef QO_CTL_MAIN_H
 #define QO_CTL_MAIN_H
 

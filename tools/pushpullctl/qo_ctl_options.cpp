@@ -1,3 +1,4 @@
+// The command line, its help and what is wrong with it.
 #include "qo_ctl_options.h"
 
 #include <CLI/CLI.hpp>

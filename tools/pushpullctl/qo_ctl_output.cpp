@@ -1,3 +1,4 @@
+// Writing JSON for people and for programs, in colour or without.
 #include "qo_ctl_output.h"
 
 #include <unistd.h>

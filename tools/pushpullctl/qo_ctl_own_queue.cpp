@@ -1,3 +1,4 @@
+// Making the own receive queue, and taking over one that was left behind.
 #include "qo_ctl_own_queue.h"
 
 #include <fcntl.h>

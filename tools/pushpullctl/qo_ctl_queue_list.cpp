@@ -1,3 +1,4 @@
+// Looking at the message queues of the system.
 #include "qo_ctl_queue_list.h"
 
 #include <dirent.h>

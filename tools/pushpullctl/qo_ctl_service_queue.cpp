@@ -1,3 +1,4 @@
+// Looking at the service's request queue.
 #include "qo_ctl_service_queue.h"
 
 #include <fcntl.h>

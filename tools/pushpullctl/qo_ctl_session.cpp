@@ -1,3 +1,4 @@
+// Registering, asking, waiting for answers, and leaving.
 #include "qo_ctl_session.h"
 
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// Waiting for signals as for input, and undoing a session at the first.
 #include "qo_ctl_signals.h"
 
 #include <poll.h>

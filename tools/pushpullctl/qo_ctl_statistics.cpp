@@ -1,3 +1,4 @@
+// Reading the rows of the statistics, and adding them up.
 #include "qo_ctl_statistics.h"
 
 #include <glob.h>

@@ -1,3 +1,4 @@
+// What a received text is, and what a pointer means in it.
 #include "qo_ctl_text.h"
 
 #include <algorithm>

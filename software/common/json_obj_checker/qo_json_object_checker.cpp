@@ -1,3 +1,4 @@
+// The checks of published objects, and the table that finds the one for a text.
 #include "qo_json_object_checker.h"
 
 #include <syslog.h>

@@ -1,3 +1,4 @@
+/// What an exception that was just caught says of itself.
 #ifndef QO_PUSHPULL_EXCEPTION_TEXT_H
 #define QO_PUSHPULL_EXCEPTION_TEXT_H
 

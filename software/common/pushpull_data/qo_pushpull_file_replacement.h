@@ -1,3 +1,4 @@
+/// A new version of a file that takes the former one's place in one step.
 #ifndef QO_PUSHPULL_FILE_REPLACEMENT_H
 #define QO_PUSHPULL_FILE_REPLACEMENT_H
 

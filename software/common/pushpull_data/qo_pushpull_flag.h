@@ -1,3 +1,4 @@
+/// A flag that is set for the length of a block.
 #ifndef QO_PUSHPULL_FLAG_H
 #define QO_PUSHPULL_FLAG_H
 

@@ -1,3 +1,4 @@
+/// A POSIX mutex that is held for the length of a block.
 #ifndef QO_PUSHPULL_MUTEX_LOCK_H
 #define QO_PUSHPULL_MUTEX_LOCK_H
 

@@ -1,3 +1,4 @@
+// Running a shell command with a limit in time, without a lock.
 #include "qo_utilities_command.h"
 
 #include <errno.h>

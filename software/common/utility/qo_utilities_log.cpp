@@ -1,3 +1,4 @@
+// The sender of log lines to the system log.
 #include "qo_utilities_log.h"
 
 #include <errno.h>

@@ -1,3 +1,4 @@
+// How many log lines of each kind one request may write.
 #include "qo_utilities_log_budget.h"
 
 #include <syslog.h>

@@ -1,3 +1,4 @@
+// Times as numbers and texts.
 #include "qo_utilities_time.h"
 
 #include <time.h>

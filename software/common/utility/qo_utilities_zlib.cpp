@@ -1,3 +1,4 @@
+// Compressing and expanding whole files.
 #include "qo_utilities_zlib.h"
 
 #include <stdio.h>

@@ -1,3 +1,4 @@
+// The keyed hash, and where its key comes from.
 #include "json_hash.h"
 
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// The index of a large object's members.
 #include "json_index.h"
 
 #include <algorithm>

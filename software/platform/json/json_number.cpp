@@ -1,3 +1,4 @@
+// From a number's literal to its value.
 #include "json_number.h"
 
 #include <algorithm>

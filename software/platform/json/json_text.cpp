@@ -1,3 +1,4 @@
+// Texts inside a node.
 #include "json_text.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// From a text to the object that it is.
 #include <algorithm>
 #include <string_view>
 #include <unordered_set>

@@ -1,3 +1,4 @@
+// The objects: typed access to their members, and their text.
 #include "qo_json_objects.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Running the built pushpullctl and taking its output.
 #include "pushpullctl_run.h"
 
 #include <fcntl.h>

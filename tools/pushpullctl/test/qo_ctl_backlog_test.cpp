@@ -1,3 +1,4 @@
+// Output to readers that are slow, stop or go away.
 #include "qo_ctl_backlog.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// What is said of a saved tree and of a defaults file.
 #include "qo_ctl_check.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// Component identifiers by name, number and class.
 #include "qo_ctl_components.h"
 
 #include <gmock/gmock.h>

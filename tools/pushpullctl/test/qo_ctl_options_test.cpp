@@ -1,3 +1,4 @@
+// What the command line means, and what is said of a wrong one.
 #include "qo_ctl_options.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// How JSON is shown.
 #include "qo_ctl_output.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// The own receive queue beside others, and after a kill.
 #include "qo_ctl_own_queue.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// The list of queues, the fullest first, and how full they are shown to be.
 #include "qo_ctl_queue_list.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// Received texts, answers and pointers.
 #include "qo_ctl_text.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// Which published objects the checker lets through, and what it gives back of them.
 #include "qo_json_object_checker.h"
 
 #include <gmock/gmock.h>

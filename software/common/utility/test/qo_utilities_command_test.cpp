@@ -1,3 +1,4 @@
+// Commands that end, hang, write much, or leave children behind.
 #include "qo_utilities_command.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// Which lines of a request are written, and which are counted instead.
 #include "qo_utilities_log_budget.h"
 
 #include <gmock/gmock.h>

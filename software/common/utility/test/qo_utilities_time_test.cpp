@@ -1,3 +1,4 @@
+// Times as numbers and texts, their limits included.
 #include "qo_utilities_time.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// Compressing and expanding files, and the files that cannot be.
 #include "qo_utilities_zlib.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// The stack trace that a crash leaves in the log.
 #include "qo_backtrace.h"
 
 #include <errno.h>

@@ -1,3 +1,4 @@
+// Adding, inserting, taking out and walking children.
 #include <gtest/gtest.h>
 
 #include "json_test_support.h"

@@ -1,3 +1,4 @@
+// Trees as deep as calls can build them.
 #include <gtest/gtest.h>
 
 #include "json_test_support.h"

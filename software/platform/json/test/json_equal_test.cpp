@@ -1,3 +1,4 @@
+// When two nodes are equal.
 #include <gtest/gtest.h>
 
 #include "json_test_support.h"

@@ -1,3 +1,4 @@
+// The first child of a name, in objects of every size and after every change.
 #include <gtest/gtest.h>
 
 #include <random>

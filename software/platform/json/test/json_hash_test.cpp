@@ -1,3 +1,4 @@
+// The hash against its published values.
 #include "json_hash.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// Making, copying, naming and setting nodes, and who owns them.
 #include <gtest/gtest.h>
 
 #include "json_test_support.h"

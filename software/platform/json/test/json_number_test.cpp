@@ -1,3 +1,4 @@
+// What value a literal has, and how a number is written.
 #include <gtest/gtest.h>
 
 #include <cmath>

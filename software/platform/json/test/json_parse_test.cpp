@@ -1,3 +1,4 @@
+// Which texts are JSON, and what becomes of them.
 #include <gtest/gtest.h>
 
 #include "json_test_support.h"

@@ -1,3 +1,4 @@
+// The text of a tree, compact and formatted.
 #include <gtest/gtest.h>
 
 #include "json_test_support.h"

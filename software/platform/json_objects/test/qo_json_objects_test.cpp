@@ -1,3 +1,4 @@
+// What kind of object a text is, and what its getters and its text give.
 #include "qo_json_objects.h"
 
 #include <gmock/gmock.h>

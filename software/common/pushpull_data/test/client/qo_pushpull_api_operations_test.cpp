@@ -1,3 +1,4 @@
+// What each operation of the client library sends, how often it tries, and what it logs when it fails.
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,3 +1,4 @@
+// Receive queues, transmit queues and the free functions around them, on real queues.
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>

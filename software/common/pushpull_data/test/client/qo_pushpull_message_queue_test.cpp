@@ -1,3 +1,4 @@
+// The mutex and the signal that the queues are built from, and deadlines.
 #include "qo_pushpull_message_queue.h"
 
 #include <time.h>

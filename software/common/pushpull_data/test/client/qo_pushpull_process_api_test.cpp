@@ -1,3 +1,4 @@
+// The text of a request: how it is written, and what is read of one that anybody may have written.
 #include "qo_pushpull_process_api.h"
 
 #include <mqueue.h>

@@ -1,3 +1,4 @@
+// The handlers of "get", "delete", "clear", "save" and "sync".
 #include "qo_pushpull_datamgr.h"
 #include "qo_resource_mgr.h"
 #include "qo_service_fixture.h"

@@ -1,3 +1,4 @@
+// The entry of the process: its options, its order of steps and its signals.
 #include "qo_pushpull_main.h"
 
 #include <fcntl.h>

@@ -1,3 +1,4 @@
+// What systemd's watchdog hears of the main thread, and when.
 #include "qo_pushpull_watchdog.h"
 
 #include <stdlib.h>

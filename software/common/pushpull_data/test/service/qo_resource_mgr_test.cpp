@@ -1,3 +1,4 @@
+// The registry of components: who is in it, on which queue, and what opening and closing a queue does.
 #include "qo_resource_mgr.h"
 
 #include <errno.h>

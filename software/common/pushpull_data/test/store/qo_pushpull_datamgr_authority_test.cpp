@@ -1,3 +1,4 @@
+// Who may write which node.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// Deleting nodes, and clearing them to their defaults.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

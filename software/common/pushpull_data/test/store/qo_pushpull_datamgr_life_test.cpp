@@ -1,3 +1,4 @@
+// The store from its start on empty or damaged files to its end.
 #include <errno.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// What a publish makes of the data tree.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// Pointer texts to trees, and back.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// Reading nodes, array elements and sizes, and joining several answers.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// The subscription tree: who is entered where, and whom a publish concerns.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// The default tree, whence it comes, and what of a tree is not saved.
 #include "qo_pushpull_initializer.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// The JSON and file helpers of the store.
 #include "qo_pushpull_utilities.h"
 
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// Which signals are traced, which are handed to the callback, and what the trace says.
 #include "qo_backtrace.h"
 
 #include <execinfo.h>
