@@ -130,24 +130,7 @@ public:
     int get_node(const std::string& pointer, std::string* text, const std::string& sender_id);
 
 private:
-    struct RequestRow;
     struct PackedAnswer;
-    static const RequestRow kRequests[];
-    static const RequestRow* find_request(const std::string& function);
-
-    int on_register(const QoProcessApi& request);
-    int on_subscribe(const QoProcessApi& request);
-    int on_unsubscribe(const QoProcessApi& request);
-    int on_publish(const QoProcessApi& request);
-    int on_get(const QoProcessApi& request);
-    int on_save(const QoProcessApi& request);
-    int on_save_debug(const QoProcessApi& request);
-    int on_delete(const QoProcessApi& request);
-    int on_clear(const QoProcessApi& request);
-    int on_unregister(const QoProcessApi& request);
-    int on_init(const QoProcessApi& request);
-    int on_exit(const QoProcessApi& request);
-    int on_sync(const QoProcessApi& request);
 
     /// Demands the end with a failure status. Takes effect before the next request.
     void end_with_failure();
