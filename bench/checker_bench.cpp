@@ -14,6 +14,7 @@
 
 #include "qo_json_object_checker.h"
 #include "qo_pushpull_datamgr.h"
+#include "qo_pushpull_files.h"
 #include "qo_pushpull_json.h"
 
 namespace {

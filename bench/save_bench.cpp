@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "qo_pushpull_datamgr.h"
+#include "qo_pushpull_files.h"
 #include "qo_pushpull_json.h"
 
 extern "C" {

@@ -16,6 +16,7 @@
 
 #include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_file_replacement.h"
+#include "qo_pushpull_files.h"
 #include "qo_pushpull_json.h"
 
 namespace {

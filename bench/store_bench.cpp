@@ -14,6 +14,7 @@
 #include <string>
 
 #include "qo_pushpull_datamgr.h"
+#include "qo_pushpull_files.h"
 #include "qo_pushpull_json.h"
 
 namespace {

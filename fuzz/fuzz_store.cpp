@@ -1,5 +1,6 @@
 // The store that the fuzzers share, and the C library's log functions replaced by ones that only format.
 #include "fuzz_store.h"
+#include "qo_pushpull_files.h"
 
 #include <stdarg.h>
 #include <stdlib.h>

@@ -22,7 +22,7 @@
 #include "demo_log.h"
 #include "demo_process.h"
 #include "demo_service.h"
-#include "qo_pushpull_constants.h"
+#include "qo_pushpull_files.h"
 
 namespace {
 

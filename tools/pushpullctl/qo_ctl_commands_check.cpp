@@ -1,8 +1,8 @@
 // check-saved and check-defaults: what the service would make of its files.
 #include "qo_ctl_check.h"
 #include "qo_ctl_commands.h"
-#include "qo_pushpull_constants.h"
 #include "qo_pushpull_file_reader.h"
+#include "qo_pushpull_files.h"
 #include "qo_pushpull_json.h"
 #include "qo_pushpull_utilities.h"
 

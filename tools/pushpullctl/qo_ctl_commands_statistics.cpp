@@ -7,7 +7,7 @@
 
 #include "qo_ctl_commands.h"
 #include "qo_ctl_statistics.h"
-#include "qo_pushpull_constants.h"
+#include "qo_pushpull_files.h"
 
 namespace {
 

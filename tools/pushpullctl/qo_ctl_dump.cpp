@@ -6,7 +6,7 @@
 #include <ctime>
 #include <tuple>
 
-#include "qo_pushpull_constants.h"
+#include "qo_pushpull_files.h"
 
 namespace {
 

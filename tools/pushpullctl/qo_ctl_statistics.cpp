@@ -13,8 +13,8 @@
 #include <iterator>
 #include <memory>
 
-#include "qo_pushpull_constants.h"
 #include "qo_pushpull_conventions.h"
+#include "qo_pushpull_files.h"
 
 namespace {
 

@@ -18,6 +18,7 @@
 #include "qo_pushpull_constants.h"
 #include "qo_pushpull_conventions.h"
 #include "qo_pushpull_datamgr.h"
+#include "qo_pushpull_error_codes.h"
 #include "qo_pushpull_exception_text.h"
 #include "qo_pushpull_initializer.h"
 #include "qo_pushpull_life.h"
@@ -36,6 +37,8 @@ namespace {
 
 // A start that systemd does not hear of ends after its time for starts; it may be busy for a while.
 constexpr std::chrono::seconds kSystemdPatience{5};
+
+constexpr unsigned kReceivePauseS = 1;  // seconds after a failed receive
 
 }  // namespace
 
@@ -219,7 +222,7 @@ std::optional<int> PushPullData::handle_message(const char* message, ssize_t rec
     if (received <= 0) {
         syslog(LOG_ERR, "parseJSON failed in pushpull recv retval= %d, precv_string->length() = %d , ERR_CODE = %d",
                static_cast<int>(received), static_cast<int>(text.length()), QO_ERR_QUEUE_RECEIVE);
-        sleep(QO_RECEIVE_PAUSE_S);
+        sleep(kReceivePauseS);
         return std::nullopt;
     }
     // What escapes a request, mostly for want of memory, ends that request and no other.

@@ -13,9 +13,12 @@
 #include "qo_pushpull_conventions.h"
 #include "qo_pushpull_deadline.h"
 #include "qo_pushpull_descriptor.h"
+#include "qo_pushpull_error_codes.h"
 #include "qo_pushpull_process_api.h"
 
 namespace {
+
+constexpr int kReopenAttempts = 5;  // to open the service's queue
 
 /// Sends a request unless it is empty and says in the operation's own words what went wrong.
 template <typename ReportNotSent, typename ReportEmpty>
@@ -225,7 +228,7 @@ std::string QoPushpullApi::build_json_post_msg(eQO_CMP_IDs_ cmpID, const std::st
 }
 
 bool QoPushpullApi::reopen_queue() {
-    for (int attempt = 1; attempt <= QO_REOPEN_ATTEMPTS; ++attempt) {
+    for (int attempt = 1; attempt <= kReopenAttempts; ++attempt) {
         syslog(LOG_ERR, "QoPushpullApi : MsgQueue: Invalid Descriptor: %x, Retry Attempt %d",
                static_cast<unsigned>(queue_descriptor), attempt);
         pause_for(timings_.reopen_pause);
@@ -233,7 +236,7 @@ bool QoPushpullApi::reopen_queue() {
     }
     // Despite the word nothing is aborted: the caller is told.
     syslog(LOG_CRIT, "QoPushpullApi : Fatal Error: Can not open msg que to push pull after %d retries.  Aborting!",
-           QO_REOPEN_ATTEMPTS);
+           kReopenAttempts);
     return false;
 }
 

@@ -6,6 +6,7 @@
 #include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_file_reader.h"
 #include "qo_pushpull_file_replacement.h"
+#include "qo_pushpull_files.h"
 #include "qo_pushpull_set_aside.h"
 #include "qo_pushpull_tree_crc.h"
 #include "qo_pushpull_utilities.h"

@@ -2,6 +2,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "qo_pushpull_constants.h"
 #include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_json.h"
 #include "qo_pushpull_utilities.h"

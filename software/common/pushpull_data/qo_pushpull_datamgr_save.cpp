@@ -11,6 +11,7 @@
 
 #include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_file_replacement.h"
+#include "qo_pushpull_files.h"
 #include "qo_pushpull_initializer.h"
 #include "qo_pushpull_json.h"
 #include "qo_pushpull_life.h"

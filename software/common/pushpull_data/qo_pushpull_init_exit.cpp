@@ -6,10 +6,11 @@
 #include <string>
 
 #include "qo_pushpull.h"
-#include "qo_pushpull_constants.h"
 #include "qo_pushpull_conventions.h"
 #include "qo_pushpull_datamgr.h"
+#include "qo_pushpull_error_codes.h"
 #include "qo_pushpull_exception_text.h"
+#include "qo_pushpull_files.h"
 #include "qo_pushpull_set_aside.h"
 #include "qo_resource_mgr.h"
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "qo_pushpull_file_reader.h"
+#include "qo_pushpull_files.h"
 #include "qo_pushpull_json.h"
 #include "qo_pushpull_utilities.h"
 

@@ -15,12 +15,14 @@
 
 #include "qo_backtrace.h"
 #include "qo_pushpull.h"
-#include "qo_pushpull_constants.h"
 #include "qo_pushpull_sigterm_mask.h"
 #include "qo_pushpull_systemd.h"
 #include "qo_utilities_command.h"
 
 namespace {
+
+constexpr char kRebootCommand[] = "reboot now";
+constexpr unsigned kRebootDelayS = 5;  // seconds between SIGUSR1 and the reboot
 
 // For systemd to take what it is told at the end.
 constexpr std::chrono::seconds kSystemdPatience{5};
@@ -108,7 +110,7 @@ constexpr std::chrono::seconds kRebootLimit{10};
 // The line before the reboot waits for nobody, but its time stamp needs the C library's lock around time zones, which
 // the code that the signal interrupted may hold.
 void reboot_unannounced(int) {
-    qo_run_command(QO_REBOOT_COMMAND, {kRebootLimit, QoPastLimit::left_running});
+    qo_run_command(kRebootCommand, {kRebootLimit, QoPastLimit::left_running});
     _exit(1);
 }
 
@@ -117,14 +119,14 @@ void reboot_unannounced(int) {
 void signalCallback(int signal_number) {
     if (signal_number != SIGUSR1) return;
     signal(SIGALRM, reboot_unannounced);
-    alarm(QO_REBOOT_DELAY_S);
+    alarm(kRebootDelayS);
     syslog(LOG_CRIT, "Received queue full signal (SIGUSR1) - Rebooting system in 5 seconds");
     alarm(0);
     signal(SIGALRM, SIG_DFL);
-    unsigned seconds_left = QO_REBOOT_DELAY_S;
+    unsigned seconds_left = kRebootDelayS;
     while (seconds_left > 0) seconds_left = sleep(seconds_left);
     // Without a reboot the service goes on serving, whatever becomes of the command; nobody waits for it.
-    qo_run_command(QO_REBOOT_COMMAND, {std::chrono::milliseconds(0), QoPastLimit::left_running});
+    qo_run_command(kRebootCommand, {std::chrono::milliseconds(0), QoPastLimit::left_running});
 }
 
 int pushpull_main(int argc, char* argv[]) {

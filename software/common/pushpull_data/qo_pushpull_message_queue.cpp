@@ -16,6 +16,8 @@
 
 namespace {
 
+constexpr rlim_t kQueueMemory = 851968000;  // bytes, of RLIMIT_MSGQUEUE
+
 // A deadline that has passed: a call with it does what it can at once and never waits.
 constexpr timespec kNoWaiting{};
 
@@ -93,7 +95,7 @@ pthread_mutex_t* QoPushpullMutex::get_reference() { return &_mutex; }
 // ---- free functions ----
 
 void qo_set_mqueue_limits() {
-    const rlimit limit{QO_MQUEUE_LIMIT_BYTES, QO_MQUEUE_LIMIT_BYTES};
+    const rlimit limit{kQueueMemory, kQueueMemory};
     // Without the privilege the old limit stays, and creating too large a queue fails by itself.
     [[maybe_unused]] const int ignored = setrlimit(RLIMIT_MSGQUEUE, &limit);
 }

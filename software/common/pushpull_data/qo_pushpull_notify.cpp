@@ -5,6 +5,7 @@
 
 #include "qo_pushpull.h"
 #include "qo_pushpull_constants.h"
+#include "qo_pushpull_error_codes.h"
 #include "qo_pushpull_life.h"
 #include "qo_pushpull_queue_monitor.h"
 #include "qo_pushpull_send.h"
@@ -13,6 +14,8 @@
 #include "qo_utilities_command.h"
 
 namespace {
+
+constexpr char kRestartGatewayCommand[] = "systemctl restart remote_gateway.service";
 
 // The two of the remote gateway's components whose queues tell whether it is alive.
 bool is_gateway_sign_of_life(eQO_CMP_IDs_ comp_id) {
@@ -73,8 +76,8 @@ void PushPullData::restart_remote_gateway() {
     }
     // Not waited for: it takes as long as the gateway's end and start, in which the gateway may wait for us. Whether it
     // works shows in the next send that succeeds.
-    if (const int error = qo_start_command(QO_RESTART_GATEWAY_COMMAND); error != 0)
-        syslog(LOG_CRIT, "Command %s could not be started (error %d)", QO_RESTART_GATEWAY_COMMAND, error);
+    if (const int error = qo_start_command(kRestartGatewayCommand); error != 0)
+        syslog(LOG_CRIT, "Command %s could not be started (error %d)", kRestartGatewayCommand, error);
     rgw_restart_state = true;
 }
 

@@ -6,8 +6,11 @@
 #include <cstddef>
 #include <string>
 
-#include "qo_pushpull_constants.h"
 #include "qo_utilities_time.h"
+
+/// Seconds that the walk over one request's list may take. Components give up posting after about ten seconds on a full
+/// service queue, so no request may hold the service longer than half of that.
+inline constexpr double QO_WALK_LIMIT_S = 5;
 
 /// The pieces of a text "a;b;c" in order, up to its end or its first empty piece, and how long the walk over them
 /// has taken: one message can hold 130,000 pointers, each of which may cost a wait for a full queue.

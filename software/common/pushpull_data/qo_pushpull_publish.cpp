@@ -9,6 +9,7 @@
 #include "qo_pushpull.h"
 #include "qo_pushpull_constants.h"
 #include "qo_pushpull_datamgr.h"
+#include "qo_pushpull_error_codes.h"
 #include "qo_pushpull_json.h"
 #include "qo_pushpull_queue_monitor.h"
 #include "qo_resource_mgr.h"

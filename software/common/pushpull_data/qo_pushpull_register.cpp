@@ -6,6 +6,7 @@
 #include "qo_pushpull.h"
 #include "qo_pushpull_constants.h"
 #include "qo_pushpull_datamgr.h"
+#include "qo_pushpull_error_codes.h"
 #include "qo_resource_mgr.h"
 
 int PushPullData::comp_register(eQO_CMP_IDs_ comp_id, std::string queue_name, const mq_attr* attributes) {

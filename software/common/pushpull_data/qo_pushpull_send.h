@@ -12,6 +12,8 @@
 #include "qo_pushpull_deadline.h"
 #include "qo_pushpull_life.h"
 
+inline constexpr time_t QO_SEND_DEADLINE_S = 1;  // seconds
+
 /// Sends the text with its NUL, waiting at most about QO_SEND_DEADLINE_S while the queue is full.
 /// @return 0; -1 with errno, ETIMEDOUT when the queue stayed full. Nothing is sent on failure.
 inline int qo_send_text(mqd_t descriptor, const std::string& text) {

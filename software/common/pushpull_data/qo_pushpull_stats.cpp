@@ -15,6 +15,7 @@
 
 #include "qo_pushpull_conventions.h"
 #include "qo_pushpull_exception_text.h"
+#include "qo_pushpull_files.h"
 #include "qo_pushpull_live_objects.h"
 #include "qo_pushpull_queue_monitor.h"
 #include "qo_pushpull_sigterm_mask.h"
@@ -25,6 +26,7 @@
 
 namespace {
 
+constexpr int32_t kIntervalS = 3600;      // seconds between two rows without an interval file
 constexpr double kMilliseconds = 1000.0;  // in a second
 constexpr double kPercent = 100.0;
 
@@ -75,7 +77,7 @@ QoPushPullStats::QoPushPullStats(QoStatsSettings settings)
       _numSavesTotal(0),
       _numClearsTotal(0),
       _timer_id(nullptr),
-      _interval_time(QO_STATS_INTERVAL_S),
+      _interval_time(kIntervalS),
       _startTime(0),
       _activeTime(0),
       _publishTime(0),

@@ -2,8 +2,8 @@
 #include <syslog.h>
 
 #include "qo_pushpull.h"
-#include "qo_pushpull_constants.h"
 #include "qo_pushpull_datamgr.h"
+#include "qo_pushpull_error_codes.h"
 #include "qo_pushpull_pointer_list.h"
 #include "qo_resource_mgr.h"
 

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "qo_pushpull.h"
-#include "qo_pushpull_constants.h"
+#include "qo_pushpull_error_codes.h"
 #include "qo_pushpull_send.h"
 #include "qo_resource_mgr.h"
 

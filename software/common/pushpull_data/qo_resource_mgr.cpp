@@ -8,8 +8,10 @@
 #include <utility>
 
 #include "qo_pushpull_cleared_umask.h"
+#include "qo_pushpull_constants.h"
 #include "qo_pushpull_conventions.h"
 #include "qo_pushpull_descriptor.h"
+#include "qo_pushpull_error_codes.h"
 #include "qo_pushpull_queue_monitor.h"
 
 // ---- one component ----

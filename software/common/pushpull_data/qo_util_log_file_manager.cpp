@@ -1,4 +1,6 @@
 // The rotated log file of the statistics.
+#include "qo_util_log_file_manager.h"
+
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <syslog.h>
@@ -12,13 +14,14 @@
 #include <utility>
 #include <vector>
 
-#include "qo_pushpull_constants.h"
 #include "qo_pushpull_conventions.h"
 #include "qo_pushpull_directory.h"
-#include "qo_util_log_file_manager.h"
 #include "qo_utilities_zlib.h"
 
 namespace {
+
+constexpr time_t kArchiveLifeS = 604800;  // seconds that an archive is kept: seven days
+constexpr size_t kArchiveTimeSize = 24;   // bytes of the time in an archive's name, NUL included
 
 /// The files in a folder whose names end like this, with their paths, sorted; not the hidden ones.
 std::vector<std::string> files_that_end_with(const std::string& folder, const std::string& ending) {
@@ -170,7 +173,7 @@ void QoUtilLogFileManager::archiveLogFile(const std::string& path) {
     }
     if (_currentLog.is_open()) _currentLog.close();
     sync();
-    char time_text[QO_ARCHIVE_TIME_SIZE];
+    char time_text[kArchiveTimeSize];
     snprintf(time_text, sizeof time_text, "%0*lld", QO_ARCHIVE_TIME_DIGITS, static_cast<long long>(clock_()));
     const std::string archive = _logPathName + "/" + time_text + qo_archive_ending(_logFileName);
     // A failed compression does not stop the rotation: the disk may be full, and the log would fill it further.
@@ -187,7 +190,7 @@ void QoUtilLogFileManager::archiveLogFile(const std::string& path) {
 void QoUtilLogFileManager::removeOldArchives() {
     const std::string pattern = _logPathName + "/*" + qo_archive_ending(_logFileName);
     syslog(LOG_DEBUG, "LOG: removeOldArchives '%s'", pattern.c_str());
-    const time_t oldest = clock_() - QO_ARCHIVE_LIFE_S;
+    const time_t oldest = clock_() - kArchiveLifeS;
     for (const std::string& archive : files_that_end_with(_logPathName, qo_archive_ending(_logFileName))) {
         struct stat status {};
         if (stat(archive.c_str(), &status) != 0 || status.st_mtime >= oldest) continue;

@@ -30,7 +30,7 @@
 
 #include "qo_component_ids.h"
 #include "qo_json.h"
-#include "qo_pushpull_constants.h"
+#include "qo_pushpull_files.h"
 #include "qo_pushpull_save_timer.h"
 
 class Initializer;
@@ -42,6 +42,11 @@ enum eQO_PUBLISH_AUTHORITY_ : int32_t {
     QO_NO_PUBLISH_THIS_NODE = 1,               // nothing; the containers below it decide for themselves
     QO_ALLOW_PUBLISH_THIS_NODE_AND_BELOW = 2,  // everything from here down
 };
+
+/// Bytes of memory, near enough, that publishes may let the data tree grow to. A save takes as much again for its copy.
+inline constexpr int64_t QO_MAX_TREE_BYTES = int64_t{64} * 1024 * 1024;
+inline constexpr int64_t QO_MAX_PLACEHOLDERS = 65536;  // array elements that one published id may add
+inline constexpr int QO_MAX_LOGGED_REFUSALS = 1000;    // nodes that one publish may log as refused by write authority
 
 /// Directories of the store's files; each ends in "/".
 struct QoStorePaths {

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "qo_json.h"
-#include "qo_pushpull_constants.h"
+#include "qo_pushpull_files.h"
 
 /// Replaces `text` by the built-in default tree: one compact JSON object of 27 members, 17,014 characters. Site
 /// specific endpoints in it are reserved documentation names; a site's own come with its defaults file.

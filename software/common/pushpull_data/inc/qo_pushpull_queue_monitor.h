@@ -21,7 +21,6 @@
 #include <string_view>
 
 #include "qo_component_ids.h"
-#include "qo_pushpull_constants.h"
 #include "qo_pushpull_message_queue.h"
 
 /// What one look at a queue comes to.
@@ -91,8 +90,8 @@ struct QoQueueMonitorSettings {
     std::chrono::milliseconds restart_grace{30000};  // how long a restart may take
     std::chrono::milliseconds command_limit{10000};  // how long one command may take
     std::chrono::milliseconds report_limit{60000};   // how long all diagnostics may, whatever they hang in
-    std::string command_output = QO_COMMAND_OUTPUT_FILE;
-    std::string restart_script = QO_RESTART_SCRIPT_FILE;
+    std::string command_output = "/kivo/data/logs/pushpullCmdResult.txt";
+    std::string restart_script = "/var/volatile/tmp/restartPushPull.sh";
 };
 
 /// The list of supervised queues, in order of addition, and the thread that looks at them. A queue that stays full

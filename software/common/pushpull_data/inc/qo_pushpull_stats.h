@@ -11,15 +11,15 @@
 #include <mutex>
 #include <string>
 
-#include "qo_pushpull_constants.h"
 #include "qo_pushpull_counter.h"
+#include "qo_pushpull_files.h"
 #include "qo_util_log_file_manager.h"
 
 class ResourceMgr;
 
 /// Where the statistics find their files and their time.
 struct QoStatsSettings {
-    std::string interval_file = std::string(QO_DATA_DIRECTORY) + QO_STATS_INTERVAL_FILE;
+    std::string interval_file = std::string(QO_DATA_DIRECTORY) + "pushpull_stats.cfg";
     std::string log_directory = QO_STATS_LOG_DIRECTORY;
     QoWallClock clock = qo_wall_clock;  // of the file's rotation
 };

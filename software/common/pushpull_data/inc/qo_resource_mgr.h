@@ -9,9 +9,10 @@
 #include <string>
 
 #include "qo_component_ids.h"
-#include "qo_pushpull_constants.h"
 
 class QoPushPullQueueMonitor;
+
+inline constexpr int32_t QO_MAX_RESOURCES = 128;  // components in the registry
 
 /// One registered component. A plain record: it opens and closes nothing. Main thread only.
 class resource {

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include "failing_new.h"
+#include "qo_pushpull_files.h"
 #include "qo_pushpull_json.h"
 #include "qo_service_fixture.h"
 

@@ -7,6 +7,8 @@
 
 #include <thread>
 
+#include "qo_pushpull_constants.h"
+#include "qo_pushpull_files.h"
 #include "qo_service_fixture.h"
 
 namespace {

@@ -1,5 +1,6 @@
 // The handlers of "get", "delete", "clear", "save" and "sync".
 #include "qo_pushpull_datamgr.h"
+#include "qo_pushpull_files.h"
 #include "qo_resource_mgr.h"
 #include "qo_service_fixture.h"
 

@@ -1,5 +1,7 @@
 // The handlers of "register", "subscribe" and "publish", who is told, and the gateway's watchdog.
+#include "qo_pushpull_constants.h"
 #include "qo_pushpull_datamgr.h"
+#include "qo_pushpull_error_codes.h"
 #include "qo_pushpull_json.h"
 #include "qo_pushpull_queue_monitor.h"
 #include "qo_pushpull_stats.h"

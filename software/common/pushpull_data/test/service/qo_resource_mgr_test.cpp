@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 
 #include "log_capture.h"
+#include "qo_pushpull_constants.h"
+#include "qo_pushpull_error_codes.h"
 #include "qo_pushpull_queue_monitor.h"
 #include "qo_scratch_queue.h"
 

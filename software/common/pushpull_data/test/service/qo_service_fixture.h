@@ -14,6 +14,7 @@
 #include "log_capture.h"
 #include "qo_pushpull.h"
 #include "qo_pushpull_constants.h"
+#include "qo_pushpull_files.h"
 #include "qo_scratch_queue.h"
 #include "shell_capture.h"
 

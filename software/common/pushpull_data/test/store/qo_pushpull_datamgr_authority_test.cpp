@@ -5,6 +5,7 @@
 #include <string>
 #include <tuple>
 
+#include "qo_pushpull_files.h"
 #include "qo_store_fixture.h"
 
 namespace {

@@ -1,6 +1,7 @@
 // A shortage of memory at every point of every change of the store: its trees stay well-formed, the room that publishes
 // have left is known exactly, and no lock or flag stays behind.
 #include "failing_new.h"
+#include "qo_pushpull_files.h"
 #include "qo_pushpull_tree_weight.h"
 #include "qo_store_fixture.h"
 

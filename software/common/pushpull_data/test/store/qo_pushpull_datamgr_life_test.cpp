@@ -9,6 +9,7 @@
 #include <string>
 #include <thread>
 
+#include "qo_pushpull_files.h"
 #include "qo_store_fixture.h"
 
 namespace {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "qo_pushpull_file_replacement.h"
+#include "qo_pushpull_files.h"
 #include "qo_pushpull_utilities.h"
 #include "qo_store_fixture.h"
 

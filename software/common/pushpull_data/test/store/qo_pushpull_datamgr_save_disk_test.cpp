@@ -10,6 +10,7 @@
 #include <string>
 
 #include "isolation.h"
+#include "qo_pushpull_files.h"
 #include "qo_store_fixture.h"
 
 namespace {

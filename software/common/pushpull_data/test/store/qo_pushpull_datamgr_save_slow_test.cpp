@@ -6,6 +6,7 @@
 #include <string>
 #include <thread>
 
+#include "qo_pushpull_files.h"
 #include "qo_store_fixture.h"
 
 namespace {

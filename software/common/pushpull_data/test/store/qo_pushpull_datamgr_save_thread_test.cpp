@@ -17,6 +17,7 @@
 #include <thread>
 #include <vector>
 
+#include "qo_pushpull_files.h"
 #include "qo_store_fixture.h"
 
 namespace {

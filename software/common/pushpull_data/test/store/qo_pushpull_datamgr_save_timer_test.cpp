@@ -14,6 +14,7 @@
 #include <string>
 #include <utility>
 
+#include "qo_pushpull_files.h"
 #include "qo_pushpull_save_timer.h"
 #include "qo_store_fixture.h"
 

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "qo_pushpull_files.h"
 #include "qo_store_fixture.h"
 
 namespace {

@@ -12,6 +12,7 @@
 
 #include "log_capture.h"
 #include "qo_pushpull_datamgr.h"
+#include "qo_pushpull_files.h"
 #include "qo_pushpull_json.h"
 #include "qo_pushpull_stats.h"
 #include "scratch_directory.h"
