@@ -1,10 +1,7 @@
-// The life of the service object: start-up, SIGTERM and the loop that receives requests.
+// The life of the service object: start-up and the loop that receives requests.
 #include "qo_pushpull.h"
 
 #include <fcntl.h>
-#include <poll.h>
-#include <signal.h>
-#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <syslog.h>
@@ -16,12 +13,10 @@
 
 #include "qo_pushpull_api.h"
 #include "qo_pushpull_constants.h"
-#include "qo_pushpull_conventions.h"
 #include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_error_codes.h"
 #include "qo_pushpull_exception_text.h"
 #include "qo_pushpull_initializer.h"
-#include "qo_pushpull_life.h"
 #include "qo_pushpull_process_api.h"
 #include "qo_pushpull_queue_claim.h"
 #include "qo_pushpull_queue_monitor.h"
@@ -34,9 +29,6 @@
 #include "qo_utilities_time.h"
 
 namespace {
-
-// A start that systemd does not hear of ends after its time for starts; it may be busy for a while.
-constexpr std::chrono::seconds kSystemdPatience{5};
 
 constexpr unsigned kReceivePauseS = 1;  // seconds after a failed receive
 
@@ -72,7 +64,7 @@ void PushPullData::init(std::string suffix) {
         end_with_failure();
     }
     if (must_end_) return;
-    const int notified = qo_notify_systemd("READY=1", kSystemdPatience);
+    const int notified = qo_notify_systemd("READY=1", QO_SYSTEMD_PATIENCE);
     if (notified < 0) syslog(LOG_ERR, "PushPullData: systemd does not take READY=1, errno %d", -notified);
 }
 
@@ -126,45 +118,6 @@ void PushPullData::close_service_queue() {
     resource_mgr->monitor().forgetName();
     if (mq_pushpull_queue_hndl > 0) mq_close(mq_pushpull_queue_hndl);
     mq_pushpull_queue_hndl = 0;
-}
-
-// ---- SIGTERM ----
-
-namespace {
-
-// On standard output, unless its reader has let it fill up or has ended: the process is to end as it should all the
-// same.
-void announce_exit() {
-    constexpr char kText[] = "Pushpull About to Exit\n";
-    pollfd output{STDOUT_FILENO, POLLOUT, 0};
-    if (poll(&output, 1, 0) != 1 || output.revents != POLLOUT) return;
-    [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, kText, sizeof kText - 1);
-}
-
-}  // namespace
-
-void PushPullData::SignalHandler(int signal_number) {
-    // A timer's notification thread starts with no signal blocked, so SIGTERM may be delivered to it while the main
-    // thread holds a lock that this handler needs. The main thread takes it when it waits for a request.
-    if (gettid() != getpid()) {
-        tgkill(getpid(), getpid(), signal_number);
-        return;
-    }
-    auto api = std::make_unique<QoPushpullApi>();
-    // A failure shows in the posts, which open the queue again.
-    [[maybe_unused]] const int32_t init_result = api->init("");
-    const std::string act = QO_REQUEST_CONFIRMATION;
-    announce_exit();
-    syslog(LOG_WARNING, "Pushpull About to Exit \n");
-    if (signal_number != SIGTERM) {
-        [[maybe_unused]] const int32_t terminate_result = api->terminate();
-        return;
-    }
-    syslog(LOG_ALERT, "Received SIGTERM - Pushpull will Exit \n");
-    // Whether the posts get through changes nothing: the process ends at once and the next one discards them.
-    [[maybe_unused]] const int32_t flush_result = api->flush(QO_CMPID_DEBUG_LOGGER);
-    [[maybe_unused]] const int32_t exit_result = api->exit_request(QO_CMPID_DEBUG_LOGGER, act);
-    exit(0);
 }
 
 // ---- main loop ----

@@ -1,4 +1,4 @@
-// The operations of the client library: building a request and sending it.
+// The operations of the client library: building a request and sending it, and making a component's queues.
 #include "qo_pushpull_api.h"
 
 #include <errno.h>
@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <limits>
+#include <memory>
 #include <utility>
 
 #include "qo_pushpull_cleared_umask.h"
@@ -207,6 +208,20 @@ int32_t QoPushpullApi::comp_sync(eQO_CMP_IDs_ comp_id, eQO_CMP_IDs_ destination,
         *this, build_json_post_msg(comp_id, pointer, QO_REQUEST_SYNC, nullptr, false, "", destination),
         [] { syslog(LOG_ERR, "QoPushpullApi: register : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi:comp_register : post_msg.size() = %d", size); });
+}
+
+// ---- a component's queues ----
+
+QoPushpullReceiveQueue* QoPushpullApi::create_receive_queue(std::string name, int32_t queue_size,
+                                                            int32_t message_size) {
+    std::unique_ptr<QoPushpullReceiveQueue> queue(new QoPushpullReceiveQueue);
+    return queue->open(name, queue_size, message_size) ? queue.release() : nullptr;
+}
+
+QoPushpullTransmitQueue* QoPushpullApi::create_transmit_queue(std::string name, int32_t queue_size,
+                                                              int32_t message_size) {
+    std::unique_ptr<QoPushpullTransmitQueue> queue(new QoPushpullTransmitQueue);
+    return queue->open(name, queue_size, message_size) ? queue.release() : nullptr;
 }
 
 // ---- building and sending ----

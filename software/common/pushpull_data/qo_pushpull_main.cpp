@@ -1,8 +1,9 @@
-// The entry of the process: options, crash handler, and the status it ends with.
+// The entry of the process: options, crash handler, SIGTERM and SIGUSR1, and the status it ends with.
 #include "qo_pushpull_main.h"
 
 #include <ctype.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <syslog.h>
@@ -15,6 +16,8 @@
 
 #include "qo_backtrace.h"
 #include "qo_pushpull.h"
+#include "qo_pushpull_api.h"
+#include "qo_pushpull_conventions.h"
 #include "qo_pushpull_sigterm_mask.h"
 #include "qo_pushpull_systemd.h"
 #include "qo_utilities_command.h"
@@ -23,9 +26,6 @@ namespace {
 
 constexpr char kRebootCommand[] = "reboot now";
 constexpr unsigned kRebootDelayS = 5;  // seconds between SIGUSR1 and the reboot
-
-// For systemd to take what it is told at the end.
-constexpr std::chrono::seconds kSystemdPatience{5};
 
 struct Options {
     bool statistics = false;
@@ -81,7 +81,9 @@ bool parse_options(int argc, char* argv[], Options& options) {
             case '?':
                 report_bad_option();
                 return false;
-            default:  // deliberate: -y is accepted and handled by no case
+            // Deliberate: -y is an option that nothing handles; whoever passes it asks for something the service cannot
+            // do. Test: Options.YWithAnyArgumentAborts
+            default:
                 abort();
         }
     }
@@ -114,6 +116,15 @@ void reboot_unannounced(int) {
     _exit(1);
 }
 
+// On standard output, unless its reader has let it fill up or has ended: the process is to end as it should all the
+// same.
+void announce_exit() {
+    constexpr char kText[] = "Pushpull About to Exit\n";
+    pollfd output{STDOUT_FILENO, POLLOUT, 0};
+    if (poll(&output, 1, 0) != 1 || output.revents != POLLOUT) return;
+    [[maybe_unused]] const ssize_t written = write(STDOUT_FILENO, kText, sizeof kText - 1);
+}
+
 }  // namespace
 
 void signalCallback(int signal_number) {
@@ -127,6 +138,30 @@ void signalCallback(int signal_number) {
     while (seconds_left > 0) seconds_left = sleep(seconds_left);
     // Without a reboot the service goes on serving, whatever becomes of the command; nobody waits for it.
     qo_run_command(kRebootCommand, {std::chrono::milliseconds(0), QoPastLimit::left_running});
+}
+
+void PushPullData::SignalHandler(int signal_number) {
+    // A timer's notification thread starts with no signal blocked, so SIGTERM may be delivered to it while the main
+    // thread holds a lock that this handler needs. The main thread takes it when it waits for a request.
+    if (gettid() != getpid()) {
+        tgkill(getpid(), getpid(), signal_number);
+        return;
+    }
+    auto api = std::make_unique<QoPushpullApi>();
+    // A failure shows in the posts, which open the queue again.
+    [[maybe_unused]] const int32_t init_result = api->init("");
+    const std::string act = QO_REQUEST_CONFIRMATION;
+    announce_exit();
+    syslog(LOG_WARNING, "Pushpull About to Exit \n");
+    if (signal_number != SIGTERM) {
+        [[maybe_unused]] const int32_t terminate_result = api->terminate();
+        return;
+    }
+    syslog(LOG_ALERT, "Received SIGTERM - Pushpull will Exit \n");
+    // Whether the posts get through changes nothing: the process ends at once and the next one discards them.
+    [[maybe_unused]] const int32_t flush_result = api->flush(QO_CMPID_DEBUG_LOGGER);
+    [[maybe_unused]] const int32_t exit_result = api->exit_request(QO_CMPID_DEBUG_LOGGER, act);
+    exit(0);
 }
 
 int pushpull_main(int argc, char* argv[]) {
@@ -143,7 +178,7 @@ int pushpull_main(int argc, char* argv[]) {
         // The status is that of an accepted exit request, after which the unit leaves the service down. systemd takes
         // this for a missed sign of life and starts the service again, whatever the status is. It reads it before it
         // learns of the end.
-        [[maybe_unused]] const int notified = qo_notify_systemd("WATCHDOG=trigger", kSystemdPatience);
+        [[maybe_unused]] const int notified = qo_notify_systemd("WATCHDOG=trigger", QO_SYSTEMD_PATIENCE);
     }
     return 0;
 }

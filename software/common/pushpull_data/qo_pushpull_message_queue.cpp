@@ -1,5 +1,8 @@
 // The queues that components receive from and send to, and the receiver thread.
+#include "qo_pushpull_message_queue.h"
+
 #include <errno.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/resource.h>
@@ -9,7 +12,6 @@
 #include <algorithm>
 #include <new>
 
-#include "qo_pushpull_api.h"
 #include "qo_pushpull_cleared_umask.h"
 #include "qo_pushpull_constants.h"
 #include "qo_pushpull_deadline.h"
@@ -292,17 +294,3 @@ int32_t QoPushpullTransmitQueue::timedsend(const char* message, size_t length, u
 bool QoPushpullTransmitQueue::initialized() const { return _initialized; }
 int32_t QoPushpullTransmitQueue::current_messages() const { return messages_in(_mqueue); }
 bool QoPushpullTransmitQueue::is_full() const { return queue_is_full(_mqueue); }
-
-// ---- factories ----
-
-QoPushpullReceiveQueue* QoPushpullApi::create_receive_queue(std::string name, int32_t queue_size,
-                                                            int32_t message_size) {
-    std::unique_ptr<QoPushpullReceiveQueue> queue(new QoPushpullReceiveQueue);
-    return queue->open(name, queue_size, message_size) ? queue.release() : nullptr;
-}
-
-QoPushpullTransmitQueue* QoPushpullApi::create_transmit_queue(std::string name, int32_t queue_size,
-                                                              int32_t message_size) {
-    std::unique_ptr<QoPushpullTransmitQueue> queue(new QoPushpullTransmitQueue);
-    return queue->open(name, queue_size, message_size) ? queue.release() : nullptr;
-}

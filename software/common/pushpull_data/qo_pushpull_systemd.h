@@ -4,6 +4,9 @@
 
 #include <chrono>
 
+/// Patience for what systemd has to hear, however busy it is: that the service has started, or how it ends.
+inline constexpr std::chrono::seconds QO_SYSTEMD_PATIENCE{5};
+
 /// sd_notify(), which waits for ever when systemd no longer reads: only once its socket has room. In between somebody
 /// else may still take the last place; that is rare, and of no consequence while systemd lives.
 /// @param patience how long the room is waited for; 0: not at all
