@@ -144,8 +144,7 @@ void add_member(QoCtlSession& session, const std::string& pointer, JSONNODE* tre
     const std::string& body = exchange.answers.front();
     if (qo_ctl_answer(pointer, body).kind == QoCtlAnswerKind::missing) return;
     const QoJsonNode answer = qo_json_parse(body);
-    QoJsonNode member(json_pop_back_at(answer.get(), 0));
-    if (json_push_back(tree, member.get()) == 1) static_cast<void>(member.release());
+    qo_json_push_back(tree, QoJsonNode(json_pop_back_at(answer.get(), 0)));
 }
 
 QoJsonNode tree_from_members(QoCtlSession& session, Result& result) {

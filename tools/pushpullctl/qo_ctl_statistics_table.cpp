@@ -1,6 +1,7 @@
 // The statistics as tables and as JSON.
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 #include "qo_ctl_output.h"
 #include "qo_ctl_statistics.h"
@@ -58,7 +59,7 @@ void add(JSONNODE* node, const char* name, int64_t number) { json_push_back(node
 void add(JSONNODE* node, const char* name, double number) {
     QoJsonNode value = qo_json_parse(fixed_point(number, 6));
     json_set_name(value.get(), name);
-    json_push_back(node, value.release());
+    qo_json_push_back(node, std::move(value));
 }
 
 std::string json_of(const QoCtlStatisticsRow& row) {
@@ -79,8 +80,7 @@ std::string json_of(const QoCtlStatisticsRow& row) {
     add(node.get(), "subscriptions", row.subscriptions);
     add(node.get(), "registers", row.registers);
     add(node.get(), "unregisters", row.unregisters);
-    QoJsonNode queues(json_new(JSON_ARRAY));
-    json_set_name(queues.get(), "queues");
+    JSONNODE* queues = qo_json_append_named(node.get(), JSON_ARRAY, "queues");
     for (const QoCtlQueueSample& queue : row.queues) {
         QoJsonNode element(json_new(JSON_NODE));
         json_push_back(element.get(), json_new_a("queue", qo_ctl_shown_name(queue.name, queue.certain).c_str()));
@@ -88,9 +88,8 @@ std::string json_of(const QoCtlStatisticsRow& row) {
         add(element.get(), "saves", queue.saves);
         add(element.get(), "max_depth", queue.max_depth);
         add(element.get(), "avg_depth", queue.avg_depth);
-        json_push_back(queues.get(), element.release());
+        qo_json_push_back(queues, std::move(element));
     }
-    json_push_back(node.get(), queues.release());
     return qo_ctl_render(node.get(), QoCtlStyle{});
 }
 

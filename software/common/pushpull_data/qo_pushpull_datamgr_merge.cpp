@@ -341,9 +341,7 @@ JSONNODE* DataMgr::BuildNode(JSONNODE* source, const MergeScope& scope) {
     const int64_t bytes_before = scope.run.bytes_left;
     if (!TakeRoom(scope, qo_node_weight(source), source)) return nullptr;
     if (json_empty(source) != 0) return json_duplicate(source);
-    QoJsonNode node(json_new(json_type(source)));
-    const std::string_view name = qo_json_name(source);
-    json_set_name_n(node.get(), name.data(), name.size());
+    QoJsonNode node = qo_json_new_named(json_type(source), qo_json_name(source));
     if (MergeNode(node.get(), source, {scope.run, true, scope.authority}) == 0) return node.release();
     scope.run.bytes_left = bytes_before;
     return nullptr;

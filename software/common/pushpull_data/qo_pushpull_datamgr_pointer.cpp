@@ -11,10 +11,8 @@ namespace {
 
 /// A new object of that name as the last child of `parent`; null when the name is not UTF-8.
 JSONNODE* append_object(JSONNODE* parent, std::string_view name) {
-    QoJsonNode object(json_new(JSON_NODE));
-    json_set_name_n(object.get(), name.data(), name.size());
-    if (qo_json_name(object.get()) != name || json_push_back(parent, object.get()) == 0) return nullptr;
-    return object.release();
+    JSONNODE* object = qo_json_append_named(parent, JSON_NODE, name);
+    return qo_json_name(object) == name ? object : nullptr;
 }
 
 bool is_leaf_value(const JSONNODE* node) { return json_empty(node) != 0 && !qo_json_is_container(node); }

@@ -1,7 +1,7 @@
 // Reads, deletes, and the joining of several reads into one response.
 #include <exception>
+#include <optional>
 #include <string>
-#include <string_view>
 
 #include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_initializer.h"
@@ -18,19 +18,16 @@ JSONNODE* find_namesake(const JSONNODE* data, const JSONNODE* wanted) {
     return qo_json_find(data, qo_json_name(wanted));
 }
 
-/// An empty node of that type and name as the last child of `parent`.
-JSONNODE* append_new(JSONNODE* parent, char type, std::string_view name) {
-    QoJsonNode node(json_new(type));
-    json_set_name_n(node.get(), name.data(), name.size());
-    return json_push_back(parent, node.get()) != 0 ? node.release() : nullptr;
-}
-
-/// The position in `array` that a pointer segment names; -1 when there is none.
-/// @throws std::exception when the segment is not a number.
-long array_position(const std::string& segment, const JSONNODE* array) {
-    const long position = std::stol(segment);
-    const bool is_within = position >= 0 && static_cast<size_t>(position) < json_size(array);
-    return is_within ? position : -1;
+/// The position in `array` that the name of `wanted`, a pointer's segment, stands for; nothing when there is none.
+/// @param operation whose line tells that the segment is no number
+std::optional<size_t> array_position(const JSONNODE* wanted, const JSONNODE* array, const char* operation) {
+    try {
+        const long position = std::stol(std::string(qo_json_name(wanted)));
+        if (position >= 0 && static_cast<size_t>(position) < json_size(array)) return static_cast<size_t>(position);
+    } catch (const std::exception& error) {
+        QO_LOG_IN(operation, LOG_ERR, "Exception %s", error.what());
+    }
+    return std::nullopt;
 }
 
 /// Takes the element out if it is the last, else leaves a placeholder. @return the bytes that it gave back.
@@ -97,7 +94,7 @@ int DataMgr::ValidateAndReadNode(JSONNODE* skeleton, JSONNODE* data, JSONNODE* r
 
 // Recursive with ValidateAndReadNode: ends where the data end, however long the pointer is.
 int DataMgr::ReadBelow(JSONNODE* skeleton, JSONNODE* data, JSONNODE* response, bool want_array_size, long& array_size) {
-    JSONNODE* copy = append_new(response, json_type(data), qo_json_name(data));
+    JSONNODE* copy = qo_json_append_named(response, json_type(data), qo_json_name(data));
     if (copy == nullptr) {
         QO_LOG_IN("ValidateAndReadNode", LOG_ERR, "json_new/json_duplicate failed");
         return -1;
@@ -114,18 +111,13 @@ int DataMgr::ReadBelow(JSONNODE* skeleton, JSONNODE* data, JSONNODE* response, b
 int DataMgr::ReadArrayElement(JSONNODE* skeleton, JSONNODE* array, JSONNODE* response, bool want_array_size,
                               long& array_size) {
     JSONNODE* wanted = first_child(skeleton);
-    long position = -1;
-    try {
-        position = array_position(std::string(qo_json_name(wanted)), array);
-    } catch (const std::exception& error) {
-        QO_LOG_IN("ValidateAndReadNode", LOG_ERR, "Exception %s", error.what());
-    }
-    if (position < 0) {
+    const std::optional<size_t> position = array_position(wanted, array, "ValidateAndReadNode");
+    if (!position) {
         QO_LOG_IN("ValidateAndReadNode", LOG_ERR, "Read path incorrect");
         return -1;
     }
-    JSONNODE* element = json_at(array, static_cast<size_t>(position));
-    JSONNODE* copy = append_new(response, JSON_ARRAY, qo_json_name(array));
+    JSONNODE* element = json_at(array, *position);
+    JSONNODE* copy = qo_json_append_named(response, JSON_ARRAY, qo_json_name(array));
     if (copy == nullptr) {
         QO_LOG_IN("ValidateAndReadNode", LOG_ERR, "json_new/json_duplicate failed");
         return -1;
@@ -135,7 +127,7 @@ int DataMgr::ReadArrayElement(JSONNODE* skeleton, JSONNODE* array, JSONNODE* res
 }
 
 int DataMgr::ReadWholeNode(JSONNODE* data, JSONNODE* response) {
-    JSONNODE* copy = append_new(response, json_type(data), qo_json_name(data));
+    JSONNODE* copy = qo_json_append_named(response, json_type(data), qo_json_name(data));
     if (copy == nullptr) {
         QO_LOG_IN("ValidateAndReadNode", LOG_ERR, "json_new/json_duplicate failed");
         return -1;
@@ -224,17 +216,12 @@ int DataMgr::ValidateAndDeleteNode(JSONNODE* skeleton, JSONNODE* data) {
 
 int DataMgr::DeleteInArray(JSONNODE* skeleton, JSONNODE* array) {
     JSONNODE* wanted = first_child(skeleton);
-    long position = -1;
-    try {
-        position = array_position(std::string(qo_json_name(wanted)), array);
-    } catch (const std::exception& error) {
-        QO_LOG_IN("ValidateAndDeleteNode", LOG_ERR, "Exception %s", error.what());
-    }
-    if (position < 0) {
+    const std::optional<size_t> position = array_position(wanted, array, "ValidateAndDeleteNode");
+    if (!position) {
         QO_LOG_IN("ValidateAndDeleteNode", LOG_ERR, "Delete path incorrect");
         return -1;
     }
-    if (json_empty(wanted) == 0) return ValidateAndDeleteNode(wanted, json_at(array, static_cast<size_t>(position)));
-    tree_bytes_ -= delete_element(array, static_cast<size_t>(position));
+    if (json_empty(wanted) == 0) return ValidateAndDeleteNode(wanted, json_at(array, *position));
+    tree_bytes_ -= delete_element(array, *position);
     return 0;
 }

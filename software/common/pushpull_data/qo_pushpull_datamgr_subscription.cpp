@@ -78,11 +78,8 @@ int DataMgr::GenerateShadowTree(JSONNODE* destination, JSONNODE* source) {
     }
     for (JSONNODE* member : QoJsonChildren(source)) {
         if (!qo_json_is_container(member)) continue;
-        QoJsonNode created(json_new(JSON_NODE));
-        const std::string_view name = qo_json_name(member);
-        json_set_name_n(created.get(), name.data(), name.size());
-        JSONNODE* shadow = created.get();
-        if (!qo_json_push_back(destination, std::move(created))) {
+        JSONNODE* shadow = qo_json_append_named(destination, JSON_NODE, qo_json_name(member));
+        if (shadow == nullptr) {
             QO_LOG(LOG_ERR, "json_new/json_duplicate failed");
             return -1;
         }

@@ -86,14 +86,8 @@ bool add_flag_if_set(const QoJsonNode& parent, const char* name, bool flag) {
     return !flag || add(parent, QoJsonNode(json_new_b(name, 1)));
 }
 
-QoJsonNode new_object(const char* name) {
-    QoJsonNode object(json_new(JSON_NODE));
-    json_set_name(object.get(), name);
-    return object;
-}
-
 bool add_arg(const QoJsonNode& root, const QoProcessApi& request) {
-    QoJsonNode arg = new_object("arg");
+    QoJsonNode arg = qo_json_new_named(JSON_NODE, "arg");
     const eQO_CMP_IDs_ destination = request.getdstcomp_id();
     return add_number(arg, "comp_id", request.getcomp_id()) &&
            (destination == QO_CMPID_RESERVED || add_number(arg, "dst_comp_id", destination)) &&
@@ -106,7 +100,7 @@ bool add_arg(const QoJsonNode& root, const QoProcessApi& request) {
 
 bool add_que_if_usable(const QoJsonNode& root, const QoProcessApi& request) {
     if (!qo_queue_attributes_count(request.getque_maxmsg(), request.getque_msgsize())) return true;
-    QoJsonNode que = new_object("que");
+    QoJsonNode que = qo_json_new_named(JSON_NODE, "que");
     return add_number(que, "flags", request.getque_flags()) && add_number(que, "maxmsg", request.getque_maxmsg()) &&
            add_number(que, "msgsize", request.getque_msgsize()) &&
            add_number(que, "curmsgs", request.getque_curmsgs()) && add(root, std::move(que));

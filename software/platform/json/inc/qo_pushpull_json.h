@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "qo_json.h"
 
@@ -104,6 +105,20 @@ inline bool qo_json_push_back(JSONNODE* parent, QoJsonNode child) {
     if (json_push_back(parent, child.get()) == 0) return false;
     static_cast<void>(child.release());
     return true;
+}
+
+/// An empty node of that type and name; without the name when that is not UTF-8.
+inline QoJsonNode qo_json_new_named(char type, std::string_view name) {
+    QoJsonNode node(json_new(type));
+    json_set_name_n(node.get(), name.data(), name.size());
+    return node;
+}
+
+/// The same as the last child of `parent`. @return it; null when it could not be made or the parent cannot take it.
+inline JSONNODE* qo_json_append_named(JSONNODE* parent, char type, std::string_view name) {
+    QoJsonNode node = qo_json_new_named(type, name);
+    JSONNODE* const added = node.get();
+    return qo_json_push_back(parent, std::move(node)) ? added : nullptr;
 }
 
 /// An array element that holds nothing but its position, so that the elements behind it keep theirs.
