@@ -18,9 +18,18 @@ using qo_json::NodePtr;
 using qo_json::Text;
 using rapidjson::SizeType;
 
+/// What the reader asks its handlers for and never calls, as numbers are passed on as they stand.
+struct NoNumbers {
+    bool Int(int) { return false; }
+    bool Uint(unsigned) { return false; }
+    bool Int64(int64_t) { return false; }
+    bool Uint64(uint64_t) { return false; }
+    bool Double(double) { return false; }
+};
+
 /// What the reader lets pass and this library does not. The reader reports every value of the text to it; a false
 /// answer ends the parse.
-class TextRules {
+class TextRules : public NoNumbers {
 public:
     bool Null() { return true; }
     bool Bool(bool) { return true; }
@@ -33,13 +42,6 @@ public:
     bool StartArray() { return enter(); }
     bool EndObject(SizeType) { return leave(); }
     bool EndArray(SizeType) { return leave(); }
-
-    // Never called, as numbers are passed on as they stand.
-    bool Int(int) { return false; }
-    bool Uint(unsigned) { return false; }
-    bool Int64(int64_t) { return false; }
-    bool Uint64(uint64_t) { return false; }
-    bool Double(double) { return false; }
 
 private:
     /// The reader encodes the escape of a lone low surrogate like a character.
@@ -63,7 +65,7 @@ private:
 
 /// Builds the nodes. Whatever is not yet in a parent stands on one stack, a container below its children, so that
 /// each container gets a list of exactly the right size when it ends and a rejected text leaves nothing behind.
-class TreeBuilder {
+class TreeBuilder : public NoNumbers {
 public:
     /// The tree of a text that was accepted.
     NodePtr take_root() { return std::move(pending_.front()); }
@@ -100,13 +102,6 @@ public:
     bool StartArray() { return rules_.StartArray() && add(JSON_ARRAY); }
     bool EndObject(SizeType count) { return rules_.EndObject(count) && close(count); }
     bool EndArray(SizeType count) { return rules_.EndArray(count) && close(count); }
-
-    // Never called, as numbers are passed on as they stand.
-    bool Int(int) { return false; }
-    bool Uint(unsigned) { return false; }
-    bool Int64(int64_t) { return false; }
-    bool Uint64(uint64_t) { return false; }
-    bool Double(double) { return false; }
 
 private:
     bool add(char type) {
