@@ -7,8 +7,6 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 
@@ -16,6 +14,7 @@
 #include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_files.h"
 #include "qo_pushpull_json.h"
+#include "scratch_directory.h"
 
 namespace {
 
@@ -28,13 +27,11 @@ void require(bool holds, const char* what) {
 /// A store whose `system` everybody may write, and whose save timer is set to years.
 std::unique_ptr<DataMgr> new_store() {
     setlogmask(LOG_UPTO(LOG_CRIT));
-    std::string name = (std::filesystem::temp_directory_path() / "qo_bench_XXXXXX").string();
-    require(mkdtemp(name.data()) != nullptr, "there is a scratch directory");
-    std::ofstream(name + "/" + QO_DEFAULTS_FILE) << R"({"system":{"writeAccess":"openAll","clock":{"offset":0}}})";
+    const QoScratchDirectory scratch;
+    scratch.write(QO_DEFAULTS_FILE, R"({"system":{"writeAccess":"openAll","clock":{"offset":0}}})");
     constexpr QoSaveTimings kNever{.first = std::chrono::hours(24 * 365), .extension = std::chrono::milliseconds(0)};
-    auto store = std::make_unique<DataMgr>(QoStorePaths{name + "/", name + "/"}, kNever);
+    auto store = std::make_unique<DataMgr>(QoStorePaths{scratch.path(), scratch.path()}, kNever);
     require(store->Init(nullptr) == 0, "the store starts");
-    std::filesystem::remove_all(name);
     return store;
 }
 

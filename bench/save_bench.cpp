@@ -8,8 +8,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <thread>
@@ -17,6 +15,7 @@
 #include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_files.h"
 #include "qo_pushpull_json.h"
+#include "scratch_directory.h"
 
 extern "C" {
 int __wrap_fsync(int) {
@@ -35,34 +34,22 @@ double seconds_since(Clock::time_point start) { return std::chrono::duration<dou
 /// A store of its own in a directory of its own, with a tree of about `bytes` bytes.
 class Store {
 public:
-    explicit Store(int64_t bytes) : path_(make_directory()) {
+    explicit Store(int64_t bytes) {
         std::string tree = R"({"setting":0,"devices":[)";
         for (int id = 0; static_cast<int64_t>(tree.size()) < bytes - 2; ++id) {
             if (id > 0) tree += ',';
             tree += R"({"id":)" + std::to_string(id) + R"(,"name":"Zone sensor )" + std::to_string(id) +
                     R"(","online":true,"temperature":{"value":)" + std::to_string(id % 400) + R"(.50,"unit":"degC"}})";
         }
-        std::ofstream(path_ + QO_DEFAULTS_FILE) << tree << "]}";
-        store_ = std::make_unique<DataMgr>(QoStorePaths{path_, path_});
+        scratch_.write(QO_DEFAULTS_FILE, tree + "]}");
+        store_ = std::make_unique<DataMgr>(QoStorePaths{scratch_.path(), scratch_.path()});
         if (store_->Init(nullptr) != 0) abort();
     }
-    ~Store() {
-        store_.reset();
-        std::filesystem::remove_all(path_);
-    }
-    Store(const Store&) = delete;
-    Store& operator=(const Store&) = delete;
 
     DataMgr* operator->() { return store_.get(); }
 
 private:
-    static std::string make_directory() {
-        std::string name = (std::filesystem::temp_directory_path() / "save_bench_XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) abort();
-        return name + "/";
-    }
-
-    std::string path_;
+    const QoScratchDirectory scratch_;
     std::unique_ptr<DataMgr> store_;
 };
 

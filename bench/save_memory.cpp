@@ -18,6 +18,7 @@
 #include "qo_pushpull_file_replacement.h"
 #include "qo_pushpull_files.h"
 #include "qo_pushpull_json.h"
+#include "scratch_directory.h"
 
 namespace {
 
@@ -96,12 +97,9 @@ void in_own_process(Work work) {
 }
 
 void run(const char* name, std::string (*make)()) {
-    std::string folder = (std::filesystem::temp_directory_path() / "save_memory_XXXXXX").string();
-    if (mkdtemp(folder.data()) == nullptr) abort();
-    const std::string directory = folder + "/";
-    in_own_process([&] { prepare(directory, make); });
-    in_own_process([&] { measure(directory, name); });
-    std::filesystem::remove_all(folder);
+    const QoScratchDirectory scratch;
+    in_own_process([&] { prepare(scratch.path(), make); });
+    in_own_process([&] { measure(scratch.path(), name); });
 }
 
 }  // namespace

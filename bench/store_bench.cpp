@@ -8,14 +8,13 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 
 #include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_files.h"
 #include "qo_pushpull_json.h"
+#include "scratch_directory.h"
 
 namespace {
 
@@ -38,14 +37,12 @@ QoJsonNode parse(const std::string& text) {
 /// A store that starts from kDefaults and whose save timer is set to years.
 std::unique_ptr<DataMgr> new_store() {
     setlogmask(LOG_UPTO(LOG_CRIT));
-    std::string name = (std::filesystem::temp_directory_path() / "qo_bench_XXXXXX").string();
-    require(mkdtemp(name.data()) != nullptr, "there is a scratch directory");
-    std::ofstream(name + "/" + QO_DEFAULTS_FILE) << kDefaults;
+    const QoScratchDirectory scratch;
+    scratch.write(QO_DEFAULTS_FILE, kDefaults);
     constexpr QoSaveTimings kNever{.first = std::chrono::hours(24 * 365), .extension = std::chrono::milliseconds(0)};
     constexpr int64_t kRoom = 1 << 30;  // bytes: a device has fewer for its tree
-    auto store = std::make_unique<DataMgr>(QoStorePaths{name + "/", name + "/"}, kNever, kRoom);
+    auto store = std::make_unique<DataMgr>(QoStorePaths{scratch.path(), scratch.path()}, kNever, kRoom);
     require(store->Init(nullptr) == 0, "the store starts");
-    std::filesystem::remove_all(name);
     return store;
 }
 

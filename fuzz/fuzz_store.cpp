@@ -1,14 +1,14 @@
 // The store that the fuzzers share, and the C library's log functions replaced by ones that only format.
 #include "fuzz_store.h"
-#include "qo_pushpull_files.h"
 
 #include <stdarg.h>
 #include <stdlib.h>
 #include <syslog.h>
 
 #include <chrono>
-#include <filesystem>
-#include <fstream>
+
+#include "qo_pushpull_files.h"
+#include "scratch_directory.h"
 
 namespace {
 
@@ -22,24 +22,6 @@ __attribute__((format(printf, 1, 0))) void take_line(const char* format, va_list
     last_line = text;
     free(text);
 }
-
-/// Holds the defaults file; nothing else is ever written there.
-struct DefaultsDirectory {
-    explicit DefaultsDirectory(std::string_view defaults) {
-        std::string name = (std::filesystem::temp_directory_path() / "qo_fuzz_XXXXXX").string();
-        qo_require(mkdtemp(name.data()) != nullptr, "there is a scratch directory");
-        path = name + "/";
-        std::ofstream(path + QO_DEFAULTS_FILE, std::ios::binary) << defaults;
-    }
-    ~DefaultsDirectory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path, ignored);
-    }
-    DefaultsDirectory(const DefaultsDirectory&) = delete;
-    DefaultsDirectory& operator=(const DefaultsDirectory&) = delete;
-
-    std::string path;
-};
 
 }  // namespace
 
@@ -63,9 +45,11 @@ __attribute__((format(printf, 3, 4))) void __syslog_chk(int, int, const char* fo
 const std::string& qo_last_log_line() { return last_line; }
 
 std::unique_ptr<DataMgr> qo_fuzz_store(std::string_view defaults) {
-    static const DefaultsDirectory directory(defaults);
+    // Holds the defaults file; nothing else is ever written there.
+    static const QoScratchDirectory directory;
+    directory.write(QO_DEFAULTS_FILE, std::string(defaults));
     constexpr QoSaveTimings kNever{.first = std::chrono::hours(24 * 365), .extension = std::chrono::milliseconds(0)};
-    auto store = std::make_unique<DataMgr>(QoStorePaths{"/nonexistent/qo_fuzz/", directory.path}, kNever);
+    auto store = std::make_unique<DataMgr>(QoStorePaths{"/nonexistent/qo_fuzz/", directory.path()}, kNever);
     qo_require(store->Init(nullptr) == 0, "the store starts");
     return store;
 }

@@ -9,6 +9,7 @@
 #include <stdlib.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -17,7 +18,6 @@
 #include <fstream>
 #include <memory>
 #include <new>
-#include <optional>
 #include <thread>
 
 #include "faults.h"
@@ -275,32 +275,35 @@ TEST_F(FaultInjector, IsKeptFromCommands) {
     EXPECT_EQ(getenv(kQoFaultPageVariable), nullptr);
 }
 
+/// Where the program that runs with the injector finds the shared page.
+constexpr char kFolderVariable[] = "QO_FAULT_INJECTOR_TEST_FOLDER";
+
+/// @return the exit status of this program, run with the injector
+int run_again_with_injector(char** argv) {
+    const QoScratchDirectory scratch;
+    const QoFaults made(scratch.path());
+    setenv(kFolderVariable, scratch.path().c_str(), 1);
+    for (const std::string& variable : made.environment()) {
+        const size_t sign = variable.find('=');
+        setenv(variable.substr(0, sign).c_str(), variable.substr(sign + 1).c_str(), 1);
+    }
+    const pid_t process = fork();
+    if (process == 0) {
+        execv("/proc/self/exe", argv);
+        _exit(EXIT_FAILURE);
+    }
+    int status = 0;
+    const bool ended = waitpid(process, &status, 0) == process && WIFEXITED(status);
+    return ended ? WEXITSTATUS(status) : EXIT_FAILURE;
+}
+
 }  // namespace
 
-// The first time without the injector, then with it.
 int main(int argc, char** argv) {
-    const char folder[] = "QO_FAULT_INJECTOR_TEST_FOLDER";
-    const char* known = getenv(folder);
-    std::optional<QoScratchDirectory> scratch;
-    if (known == nullptr) {
-        char name[] = "/tmp/qo_fault_injector_test_XXXXXX";
-        if (mkdtemp(name) == nullptr) return 1;
-        const QoFaults made(std::string(name) + "/");
-        setenv(folder, name, 1);
-        for (const std::string& variable : made.environment()) {
-            const size_t sign = variable.find('=');
-            setenv(variable.substr(0, sign).c_str(), variable.substr(sign + 1).c_str(), 1);
-        }
-        execv("/proc/self/exe", argv);
-        return 1;
-    }
+    const char* folder = getenv(kFolderVariable);
+    if (folder == nullptr) return run_again_with_injector(argv);
     testing::InitGoogleTest(&argc, argv);
-    int result = 1;
-    {
-        QoFaults attached(std::string(known) + "/");
-        faults = &attached;
-        result = RUN_ALL_TESTS();
-    }
-    std::filesystem::remove_all(known);
-    return result;
+    QoFaults attached(folder);
+    faults = &attached;
+    return RUN_ALL_TESTS();
 }
