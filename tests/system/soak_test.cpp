@@ -119,8 +119,6 @@ protected:
 
     std::unique_ptr<Component> begin_component(int32_t comp_id) {
         auto component = std::make_unique<Component>(service(), comp_id, kQueue, false);
-        // Of the one before, which may have been killed.
-        EXPECT_EQ(component->api().comp_unregister(component->id()), 0);
         EXPECT_EQ(component->api().comp_register(component->id(), component->queue_name(), nullptr), 0);
         EXPECT_EQ(component->api().subscribe(component->id(), "/system;/version;/error", random_below(2) == 0), 0);
         return component;
