@@ -1,18 +1,45 @@
 // Which operation a line of the store names. The other tests compare such lines without it.
+#include <errno.h>
+#include <time.h>
+
 #include <algorithm>
+#include <filesystem>
 #include <iterator>
 #include <stdexcept>
 
 #include "qo_pushpull_initializer.h"
+#include "qo_pushpull_set_aside.h"
 #include "qo_pushpull_utilities.h"
 #include "qo_store_fixture.h"
 
+using ::testing::Contains;
 using ::testing::Each;
 using ::testing::ElementsAreArray;
+using ::testing::EndsWith;
 using ::testing::Field;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::StartsWith;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool refuse_to_arm_timers = false;
+
+}  // namespace
+
+extern "C" {
+int __real_timer_settime(timer_t timer, int flags, const itimerspec* time, itimerspec* former);
+
+int __wrap_timer_settime(timer_t timer, int flags, const itimerspec* time, itimerspec* former) {
+    const bool arms = time->it_value.tv_sec != 0 || time->it_value.tv_nsec != 0;
+    if (!arms || !refuse_to_arm_timers) return __real_timer_settime(timer, flags, time, former);
+    errno = EINVAL;
+    return -1;
+}
+}
 
 namespace {
 
@@ -92,6 +119,12 @@ const Operation kOperations[] = {
          store.SaveDataTree(true);
      }},
     {"RenameAsBackUpFile", [](DataMgr& store) { store.RenameAsBackUpFile("/nowhere/file"); }},
+    {"comp_init",
+     [](DataMgr&) {
+         const QoScratchDirectory scratch;
+         fs::create_directories(scratch.file("tree.bad/not_empty"));
+         qo_remove_set_aside(scratch.file("tree"));
+     }},
     {"SaveActiveTreeForDebug",
      [](DataMgr& store) {
          store.DoesDataTreeCRCMatch();
@@ -194,5 +227,57 @@ TEST_P(OperationNames, AreThoseOfTheLines) {
 
 INSTANTIATE_TEST_SUITE_P(Store, OperationNames, testing::ValuesIn(kOperations),
                          [](const testing::TestParamInfo<Operation>& parameter) { return parameter.param.name; });
+
+// ---- lines of a save that a disk or a timer has to provoke ----
+
+class OperationNamesOfASave : public ::testing::Test {
+protected:
+    ~OperationNamesOfASave() override { refuse_to_arm_timers = false; }
+
+    void start() { store_ = std::make_unique<DataMgr>(QoStorePaths{scratch_.path(), scratch_.path()}); }
+    /// A link to itself: there, and not to be read.
+    void make_unreadable(const std::string& name) { fs::create_symlink(name, scratch_.file(name)); }
+    /// Nothing can be renamed to this name.
+    void occupy(const std::string& name) { fs::create_directories(scratch_.file(name + "/not_empty")); }
+
+    void expect_named_by_save(const testing::Matcher<const std::string&>& text) {
+        EXPECT_THAT(log_.lines(),
+                    Contains(AllOf(Field(&QoLogLine::text, text), Field(&QoLogLine::operation, "SaveDataTree"))));
+    }
+
+    QoScratchDirectory scratch_;
+    QoLogCapture log_;
+    std::unique_ptr<DataMgr> store_;
+};
+
+TEST_F(OperationNamesOfASave, IsTheSaveForAFileThatCannotBeSetAside) {
+    make_unreadable(QO_SAVED_TREE_FILE);
+    occupy(std::string(QO_SAVED_TREE_FILE) + ".unread");
+    start();
+    ASSERT_EQ(store_->Init(nullptr), 0);
+    EXPECT_EQ(store_->SaveDataTree(false), -1);
+    expect_named_by_save(HasSubstr("Couldn't set aside file"));
+}
+
+TEST_F(OperationNamesOfASave, IsTheSaveForABackUpThatCannotBeSetAside) {
+    const std::string back_up = std::string(QO_SAVED_TREE_FILE) + QO_BACKUP_EXTENSION;
+    make_unreadable(back_up);
+    occupy(back_up + ".unread");
+    start();
+    ASSERT_EQ(store_->Init(nullptr), 0);
+    EXPECT_EQ(store_->SaveDataTree(false), 0);
+    EXPECT_EQ(store_->SaveDataTree(false), 0);  // the first one had nothing to back up
+    expect_named_by_save(HasSubstr("cannot be set aside"));
+}
+
+TEST_F(OperationNamesOfASave, IsTheSaveForARetryThatCannotBeArmed) {
+    start();
+    ASSERT_EQ(store_->Init(nullptr), 0);
+    ASSERT_EQ(store_->CreateTimerToSaveTree(), 0);
+    fs::remove_all(scratch_.path());
+    refuse_to_arm_timers = true;
+    EXPECT_EQ(store_->SaveDataTree(true), -1);
+    expect_named_by_save(EndsWith("Cannot set time in the timer!"));
+}
 
 }  // namespace
