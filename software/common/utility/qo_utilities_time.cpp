@@ -39,7 +39,9 @@ int str_to_time(const std::string& text, qo_time_value_t& out) {
         }
     }
     const int64_t limit = sum < 0 ? kLowest : kHighest;
-    out = static_cast<qo_time_value_t>(limit);  // deliberate: stays there when the sum is beyond it
+    // Deliberate: the limit stays there when the sum is beyond it: it is the nearest time that there is.
+    // Test: StrToTime.FailsBeyondTheUpperLimitWithTheLimitInTheOutput
+    out = static_cast<qo_time_value_t>(limit);
     if (std::abs(sum) > std::abs(limit)) return -1;
     out = static_cast<qo_time_value_t>(sum);
     return 0;
