@@ -22,6 +22,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
 
@@ -39,6 +40,7 @@ constexpr int kRequestsOfACycle = 120;
 constexpr int kRequestsAtATime = 6;  // before the components read what they were told
 constexpr int kCyclesToAReset = 10;
 constexpr int kCyclesToAFullQueue = 7;
+constexpr int kLeftBehind = 100;  // components, of the 128 that the registry has room for
 
 constexpr int32_t kComponents[] = {QO_CMPID_DEMO, QO_CMPID_TESTPUBLISHER, QO_CMPID_SCHEDULER, 2000};
 constexpr int32_t kSlow = 2001;
@@ -283,12 +285,15 @@ protected:
     /// the second. @return whether it holds more in the second
     bool grows(bool leak) {
         std::vector<Holding> held;
-        const auto end = steady_clock::now() + seconds(run_for);
+        const auto start = steady_clock::now();
+        const auto end = start + seconds(run_for);
+        int left_behind = 0;
         for (int cycle = 0; steady_clock::now() < end && !HasFailure() && service().running(); ++cycle) {
             run_cycle(cycle);
-            if (leak)
-                leave_a_component_behind(cycle);
-            else if (cycle % kCyclesToAReset == kCyclesToAReset - 1)
+            // Spread over the whole run: once the registry is full, nothing grows any more.
+            if (leak && steady_clock::now() - start >= left_behind * milliseconds(seconds(run_for)) / kLeftBehind)
+                leave_a_component_behind(left_behind++);
+            else if (!leak && cycle % kCyclesToAReset == kCyclesToAReset - 1)
                 reset_service();
             EXPECT_TRUE(service().wait_until_idle());
             held.push_back(holding());
