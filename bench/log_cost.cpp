@@ -28,6 +28,7 @@ constexpr int kPublishes = 5000;  // of one way in one round
 
 const std::string kBody(186, 'b');
 const std::string kRequest = R"({"function":"publish","arg":{"comp_id":1073741852,"buffer":")" + kBody + R"("}})";
+constexpr char kQueueList[] = "/subscriber;";
 
 /// A process that reads /dev/log and drops it.
 class Reader {
@@ -68,13 +69,15 @@ __attribute__((format(printf, 2, 3))) void write_line(int priority, const char* 
 void log_with_library() {
     syslog(LOG_DEBUG, "PushPullData : mq_receive: retval: %d , msg: %s", static_cast<int>(kRequest.size()),
            kRequest.c_str());
-    syslog(LOG_DEBUG, "comp_publish : comp_id %d publishes %s", 1073741852, kBody.c_str());
+    syslog(LOG_DEBUG, "mq_send success: msg size = %d, queue list = \"%s\"", static_cast<int>(kBody.size()),
+           kQueueList);
 }
 
 void log_with_sender() {
     write_line(LOG_DEBUG, "PushPullData : mq_receive: retval: %d , msg: %s", static_cast<int>(kRequest.size()),
                kRequest.c_str());
-    write_line(LOG_DEBUG, "comp_publish : comp_id %d publishes %s", 1073741852, kBody.c_str());
+    write_line(LOG_DEBUG, "mq_send success: msg size = %d, queue list = \"%s\"", static_cast<int>(kBody.size()),
+               kQueueList);
 }
 
 iovec piece(std::string_view text) { return {const_cast<char*>(text.data()), text.size()}; }
@@ -83,9 +86,9 @@ void log_with_pieces() {
     const iovec received[] = {piece("PushPullData : mq_receive: retval: "), piece("256"), piece(" , msg: "),
                               piece(kRequest)};
     qo_log().write(LOG_DEBUG, received, std::size(received));
-    const iovec published[] = {piece("comp_publish : comp_id "), piece("1073741852"), piece(" publishes "),
-                               piece(kBody)};
-    qo_log().write(LOG_DEBUG, published, std::size(published));
+    const iovec sent[] = {piece("mq_send success: msg size = "), piece("186"), piece(", queue list = \""),
+                          piece(kQueueList), piece("\"")};
+    qo_log().write(LOG_DEBUG, sent, std::size(sent));
 }
 
 struct Way {

@@ -12,6 +12,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <numeric>
 
 namespace {
 
@@ -73,29 +75,33 @@ bool is_of(uint64_t stamp, time_t second) {
     return stamp != 0 && stamp >> kFieldBits == static_cast<uint64_t>(second) << kFieldBits >> kFieldBits;
 }
 
-char* put_two_digits(char* out, unsigned number, char tens_of_none) {
-    *out++ = number < 10 ? tens_of_none : static_cast<char>('0' + number / 10);
-    *out++ = static_cast<char>('0' + number % 10);
-    return out;
-}
+// "00", "01", ... "99"
+constexpr auto kTwoDigits = [] {
+    std::array<char, 200> digits{};
+    for (size_t number = 0; number < digits.size() / 2; ++number) {
+        digits[2 * number] = static_cast<char>('0' + number / 10);
+        digits[2 * number + 1] = static_cast<char>('0' + number % 10);
+    }
+    return digits;
+}();
 
 // "Jan  5 13:04:59 "
 char* put_stamp(char* out, uint64_t stamp) {
     static constexpr char kMonths[] = "JanFebMarAprMayJunJulAugSepOctNovDec";
+    static constexpr char kPattern[] = "mmm dd hh:mm:ss ";
     const auto field = [stamp](unsigned shift, unsigned bits) {
-        return static_cast<unsigned>(stamp >> shift & ((1U << bits) - 1));
+        return static_cast<size_t>(stamp >> shift) & ((size_t{1} << bits) - 1);
     };
-    memcpy(out, kMonths + 3UL * field(22, 4), 3);
-    out[3] = ' ';
-    out = put_two_digits(out + 4, field(17, 5), ' ');
-    *out++ = ' ';
-    out = put_two_digits(out, field(12, 5), '0');
-    *out++ = ':';
-    out = put_two_digits(out, field(6, 6), '0');
-    *out++ = ':';
-    out = put_two_digits(out, field(0, 6), '0');
-    *out++ = ' ';
-    return out;
+    const auto put_two_digits = [](char* place, size_t number) { memcpy(place, &kTwoDigits[2 * number], 2); };
+    constexpr size_t kLength = sizeof kPattern - 1;
+    memcpy(out, kPattern, kLength);
+    memcpy(out, kMonths + 3 * field(22, 4), 3);
+    put_two_digits(out + 4, field(17, 5));
+    if (out[4] == '0') out[4] = ' ';
+    put_two_digits(out + 7, field(12, 5));
+    put_two_digits(out + 10, field(6, 6));
+    put_two_digits(out + 13, field(0, 6));
+    return out + kLength;
 }
 
 // "<14>"
@@ -138,20 +144,25 @@ struct QoLogSender::Record {
     Record(unsigned priority, uint64_t stamp, const char* ident, const iovec* text, size_t text_pieces) {
         char* end = put_priority(header, priority);
         if (stamp != 0) end = put_stamp(end, stamp);
-        add(piece(header, static_cast<size_t>(end - header)));
-        if (stamp != 0) add(piece(ident));  // as the C library does when there is no time
-        add(piece(": ", 2));
-        for (size_t number = 0; number < std::min(text_pieces, kMaxPieces); ++number) add(text[number]);
+        iovec* next = pieces;
+        *next++ = piece(header, static_cast<size_t>(end - header));
+        if (stamp != 0) *next++ = piece(ident);  // as the C library does when there is no time
+        *next++ = piece(": ", 2);
+        frame_length = length_of(pieces, next);
+        next = std::copy_n(text, std::min(text_pieces, kMaxPieces), next);
+        count = static_cast<size_t>(next - pieces);
+        length = length_of(pieces, next);
     }
-    void add(const iovec& next) {
-        pieces[count++] = next;
-        length += next.iov_len;
+    static size_t length_of(const iovec* begin, const iovec* end) {
+        return std::accumulate(
+            begin, end, size_t{0}, [](size_t sum, const iovec& next) { return sum + next.iov_len; });
     }
 
     char header[32];
     iovec pieces[kMaxPieces + kFramePieces];
-    size_t count = 0;
-    size_t length = 0;
+    size_t count;
+    size_t frame_length;  // bytes in front of the text
+    size_t length;        // of all
 };
 
 /// When a line is given up, counted from when it first had to wait.
@@ -186,6 +197,13 @@ int QoLogSender::set_mask(int mask) { return mask == 0 ? mask_.load() : mask_.ex
 size_t QoLogSender::write(int priority, const char* format, va_list arguments) {
     const ErrnoKeeper keeper;
     if ((LOG_MASK(LOG_PRI(priority)) & mask_) == 0) return 0;
+    QoLogPieces line;
+    if (!line.put(format, arguments)) return write_printed(priority, format, arguments);
+    return send(priority, line.pieces(), line.count());
+}
+
+size_t QoLogSender::write_printed(int priority, const char* format, va_list arguments) {
+    const ErrnoKeeper keeper;
     va_list again;
     va_copy(again, arguments);
     char on_stack[kTextOnStack];
@@ -213,13 +231,14 @@ void QoLogSender::write(int priority, const iovec* pieces, size_t count) {
     if ((LOG_MASK(LOG_PRI(priority)) & mask_) != 0) send(priority, pieces, count);
 }
 
-void QoLogSender::send(int priority, const iovec* pieces, size_t count) {
+size_t QoLogSender::send(int priority, const iovec* pieces, size_t count) {
     unsigned number = static_cast<unsigned>(priority) & (LOG_PRIMASK | LOG_FACMASK);
     if ((number & LOG_FACMASK) == 0) number |= static_cast<unsigned>(facility_);
     const char* ident = ident_;
     const Record record(number, stamp(), ident != nullptr ? ident : program_invocation_short_name, pieces, count);
     const std::optional<milliseconds> patience = catch_up();
     if (!patience || transmit(record, *patience) == Outcome::kFull) ++lost_;
+    return record.length - record.frame_length;
 }
 
 // Of several that come here at once one tells, and the others only try: they must not wait for it, least of all when

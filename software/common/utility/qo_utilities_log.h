@@ -15,6 +15,8 @@
 #include <cstddef>
 #include <optional>
 
+#include "qo_utilities_log_pieces.h"
+
 /// How long one line waits for room in the log's socket.
 inline constexpr std::chrono::milliseconds QO_LOG_PATIENCE{100};
 
@@ -30,7 +32,7 @@ inline constexpr std::chrono::milliseconds QO_LOG_PATIENCE{100};
 /// which are never 0 to 2 and not inherited, are not closed.
 class QoLogSender {
 public:
-    static constexpr size_t kMaxPieces = 12;
+    static constexpr size_t kMaxPieces = QoLogPieces::kMaxPieces;
 
     /// @param path of the socket; kept, not copied
     constexpr explicit QoLogSender(const char* path = "/dev/log", std::chrono::milliseconds patience = QO_LOG_PATIENCE)
@@ -47,8 +49,9 @@ public:
     /// @return the mask before
     int set_mask(int mask);
 
-    /// One line, formatted as by printf, "%m" included. One that is longer than a few kilobytes is put together in
-    /// pages from the kernel; when it has none the line is cut.
+    /// One line, formatted as by printf, "%m" included. What a simple format (qo_utilities_log_pieces.h) names is sent
+    /// from where it lies; another line that is longer than a few kilobytes is put together in pages from the kernel,
+    /// and cut when it has none.
     /// @param priority a level, and a facility unless that of open() is meant
     /// @return bytes of the text; 0 when its level is not in the mask
     size_t write(int priority, const char* format, va_list arguments) __attribute__((format(printf, 3, 0)));
@@ -68,7 +71,10 @@ private:
     struct Record;
     class Deadline;
 
-    void send(int priority, const iovec* pieces, size_t count);
+    /// By printf(), whatever the format is. errno is that of the caller of write(). @return as write()
+    size_t write_printed(int priority, const char* format, va_list arguments) __attribute__((format(printf, 3, 0)));
+    /// @return bytes of the text
+    size_t send(int priority, const iovec* pieces, size_t count);
     /// Tells of lost lines before the next one. @return how long that may wait; nothing when it is lost too.
     std::optional<std::chrono::milliseconds> catch_up();
     Outcome transmit(const Record& record, std::chrono::milliseconds patience);

@@ -67,12 +67,12 @@ void QoLogBudget::spend(const char* format, size_t bytes) {
     if (kind != nullptr) kind->bytes += bytes;
 }
 
-// What is beyond the table is the last kind of it.
+// The same text at the same place is most likely. What is beyond the table is the last kind of it.
 QoLogBudget::Kind* QoLogBudget::find(const char* format) {
     const auto used = kinds_.begin() + static_cast<std::ptrdiff_t>(count_);
-    const auto known = std::find_if(kinds_.begin(), used, [format](const Kind& kind) {
-        return kind.format == format || strcmp(kind.format, format) == 0;
-    });
+    const auto find_kind = [&](auto is_it) { return std::find_if(kinds_.begin(), used, is_it); };
+    auto known = find_kind([format](const Kind& kind) { return kind.format == format; });
+    if (known == used) known = find_kind([format](const Kind& kind) { return strcmp(kind.format, format) == 0; });
     if (known != used) return &*known;
     return count_ == kMaxKinds ? &kinds_.back() : nullptr;
 }

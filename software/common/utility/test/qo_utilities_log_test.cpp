@@ -161,7 +161,11 @@ protected:
         EXPECT_EQ(ours, theirs);
         return ours.empty() ? "" : ours.front();
     }
-    void expect_same_text(const std::string& text) { expect_same(LOG_INFO, "%s", text.c_str()); }
+    // In pieces, and put together by printf().
+    void expect_same_text(const std::string& text) {
+        expect_same(LOG_INFO, "%s", text.c_str());
+        expect_same(LOG_INFO, "%-1s", text.c_str());
+    }
 
     std::optional<QoLogReader> reader_;
     std::optional<QoLogSender> sender_;
@@ -173,6 +177,13 @@ TEST_F(LogBytes, AreThoseOfTheCLibraryForEveryFormatOfPrintf) {
     EXPECT_THAT(line, EndsWith("PushPull: -1 2 ff c     a|b    |cu 1.500 %"));
     errno = ENOENT;
     EXPECT_THAT(expect_same(LOG_ERR, "it is: %m"), EndsWith("it is: No such file or directory"));
+}
+
+TEST_F(LogBytes, AreThoseOfTheCLibraryForFormatsThatNeedNoPrintf) {
+    EXPECT_THAT(expect_same(LOG_INFO, "%s queue %lu: %zu of 100%%%c", "first", 2UL, size_t{3}, '\n'),
+                EndsWith("PushPull: first queue 2: 3 of 100%\n"));
+    expect_same(LOG_INFO, "%d%d%d%d%d%d%d%d%d%d%d%d", 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12);
+    expect_same(LOG_INFO, "%d%d%d%d%d%d%d%d%d%d%d%d%d", 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13);
 }
 
 TEST_F(LogBytes, AreThoseOfTheCLibraryForEveryPriority) {
@@ -509,7 +520,7 @@ TEST_F(SenderPieces, BeyondTheirNumberAreLeftOut) {
 TEST_F(SenderPieces, OfALongLineThatNoMemoryIsLeftForAreItsBeginning) {
     QoLogReader reader(path_.c_str());
     no_pages = true;
-    write_text(sender_, std::string(5000, 'x'));
+    write_line(sender_, LOG_INFO, "%-1s", std::string(5000, 'x').c_str());
     no_pages = false;
     EXPECT_THAT(reader.take(), ElementsAre(EndsWith(": " + std::string(2047, 'x'))));
 }
