@@ -8,7 +8,7 @@ qo_build_packages=(g++ cmake ninja-build pkg-config rapidjson-dev zlib1g-dev lib
 qo_demo_packages=(util-linux mount)
 
 # To run scripts/test, besides the above: tests, benchmarks, fuzzers and the checks of the sources.
-qo_test_packages=(libgtest-dev libgmock-dev libbenchmark-dev procps ccache
+qo_test_packages=(libgtest-dev libgmock-dev libbenchmark-dev procps ccache valgrind strace
     clang-14 libclang-rt-14-dev clang-format-14)
 
 # For the stages changes and tidy of scripts/test.

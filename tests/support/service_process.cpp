@@ -112,8 +112,9 @@ void QoServiceProcess::start(const std::vector<std::string>& arguments, Standard
 }
 
 pid_t QoServiceProcess::spawn(const std::vector<std::string>& arguments, StandardFiles standard_files) {
-    std::vector<std::string> command = arguments;
-    command.insert(command.begin(), kProgram);
+    std::vector<std::string> command = run_by_;
+    command.emplace_back(kProgram);
+    command.insert(command.end(), arguments.begin(), arguments.end());
     std::vector<std::string> variables = environment_with(events_, environment_);
     const std::string output = events_.scratch() + "stdout";
     posix_spawn_file_actions_t files;
@@ -122,10 +123,10 @@ pid_t QoServiceProcess::spawn(const std::vector<std::string>& arguments, Standar
     for (int descriptor = 0; standard_files == StandardFiles::kClosed && descriptor < 3; ++descriptor)
         posix_spawn_file_actions_addclose(&files, descriptor);
     pid_t process = -1;
-    const int error =
-        posix_spawn(&process, kProgram, &files, nullptr, pointers_to(command).data(), pointers_to(variables).data());
+    const int error = posix_spawnp(&process, command.front().c_str(), &files, nullptr, pointers_to(command).data(),
+                                   pointers_to(variables).data());
     posix_spawn_file_actions_destroy(&files);
-    if (error != 0) throw std::runtime_error(std::string("cannot start ") + kProgram + ": " + strerror(error));
+    if (error != 0) throw std::runtime_error("cannot start " + command.front() + ": " + strerror(error));
     return process;
 }
 

@@ -11,6 +11,7 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "service_events.h"
@@ -30,6 +31,9 @@ public:
     static bool may_make_full_queue();
     /// "NAME=value" each, for the program when it is started. What it had under these names is replaced.
     void add_to_environment(const std::vector<std::string>& variables);
+    /// The program is started by this command, which is given its path and its arguments and has to become it: such a
+    /// tool as counts what it does.
+    void run_by(std::vector<std::string> command) { run_by_ = std::move(command); }
     enum class StandardFiles { kOpen, kClosed };
     /// Starts the program and returns at once. Its standard output goes to a file, see standard_output().
     void start(const std::vector<std::string>& arguments = {}, StandardFiles files = StandardFiles::kOpen);
@@ -88,6 +92,7 @@ private:
 
     QoServiceEvents events_;
     std::vector<std::string> environment_;  // beyond our own
+    std::vector<std::string> run_by_;       // before the program's own command
     std::string suffix_;
     mqd_t queue_ = -1;
     pid_t process_ = -1;
