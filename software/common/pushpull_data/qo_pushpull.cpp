@@ -26,7 +26,6 @@
 #include "qo_pushpull_watchdog.h"
 #include "qo_resource_mgr.h"
 #include "qo_utilities_log_budget.h"
-#include "qo_utilities_time.h"
 
 namespace {
 
@@ -36,18 +35,21 @@ constexpr unsigned kReceivePauseS = 1;  // seconds after a failed receive
 
 // ---- life ----
 
-PushPullData::PushPullData(bool statistics)
+PushPullData::PushPullData(bool statistics, QoMonotonicClock clock)
     : mq_pushpull_queue_hndl(0),
       rgw_restart_state(false),
       must_end_(false),
       queue_claim_(std::make_shared<QoServiceQueueClaim>()),
       watchdog_(std::make_shared<QoServiceWatchdog>()),
-      request_wait_(std::make_shared<QoRequestWait>()) {
+      request_wait_(std::make_shared<QoRequestWait>()),
+      clock_(clock) {
     syslog(LOG_INFO, "PushPullData Start");
     data_mgr = std::make_shared<DataMgr>();
     resource_mgr = std::make_shared<ResourceMgr>();
     if (statistics) {
-        pushpull_stats = std::make_shared<QoPushPullStats>();
+        QoStatsSettings settings;
+        settings.monotonic_clock = clock_;
+        pushpull_stats = std::make_shared<QoPushPullStats>(std::move(settings));
         syslog(LOG_INFO, "QoPushPullStats: Started...");
     }
 }
@@ -150,14 +152,14 @@ int PushPullData::execute() {
             continue;
         }
         const ssize_t received = *message;
-        const double started_at = qo_pushpull_get_timestamp();
+        const double started_at = clock_();
         if (pushpull_stats) resource_mgr->monitor().incQueueStats(mq_pushpull_queue_hndl);
         const std::optional<int> exit_result = handle_message(buffer.data(), received, text, request, started_at);
         if (exit_result) return *exit_result;
         // The rest of the buffer is zero already.
         std::fill_n(buffer.begin(), std::max<ssize_t>(received, 0), '\0');
         text.clear();
-        if (pushpull_stats) pushpull_stats->inc_active_time(qo_pushpull_get_timestamp() - started_at);
+        if (pushpull_stats) pushpull_stats->inc_active_time(clock_() - started_at);
     }
     return exit_status();
 }

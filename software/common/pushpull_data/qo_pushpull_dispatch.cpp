@@ -8,7 +8,6 @@
 #include "qo_pushpull_conventions.h"
 #include "qo_pushpull_process_api.h"
 #include "qo_pushpull_stats.h"
-#include "qo_utilities_time.h"
 
 namespace {
 
@@ -138,7 +137,7 @@ std::optional<int> PushPullData::dispatch(const QoProcessApi& request, double st
     if (row == nullptr) return std::nullopt;
     if (row->only_if_true && request.getBuff() != QO_REQUEST_CONFIRMATION) return std::nullopt;
     const int result = row->handle(*this, request);
-    if (pushpull_stats && row->count != nullptr) row->count(*pushpull_stats, qo_pushpull_get_timestamp() - started_at);
+    if (pushpull_stats && row->count != nullptr) row->count(*pushpull_stats, clock_() - started_at);
     if (result != 0) row->report(result);
     return row->ends_loop ? std::optional<int>(result) : std::nullopt;
 }

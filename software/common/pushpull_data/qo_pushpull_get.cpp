@@ -160,7 +160,7 @@ int PushPullData::comp_get(eQO_CMP_IDs_ comp_id, const std::string& pointers, bo
     int result = -1;
     bool complete = true;
     PackedAnswer packed{comp_id, sender_id_prefix(sender_id), nullptr};
-    for (QoPointerList list(pointers); complete && list.next();) {
+    for (QoPointerList list(pointers, clock_); complete && list.next();) {
         if (list.overdue()) {
             complete = false;
             break;

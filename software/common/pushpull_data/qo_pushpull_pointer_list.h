@@ -19,7 +19,8 @@ inline constexpr double QO_WALK_LIMIT_S = 5;
 class QoPointerList {
 public:
     /// `list` must outlive this object.
-    explicit QoPointerList(const std::string& list) : list_(list), started_at_(qo_pushpull_get_timestamp()) {}
+    explicit QoPointerList(const std::string& list, QoMonotonicClock clock = qo_pushpull_get_timestamp)
+        : list_(list), clock_(clock), started_at_(clock_()) {}
 
     /// Goes on to the next piece, at first to the first. @return false when there is none.
     bool next() {
@@ -34,10 +35,11 @@ public:
     const std::string& pointer() const { return piece_; }
 
     /// True when the walk has taken longer than one request may.
-    bool overdue() const { return qo_pushpull_get_timestamp() - started_at_ > QO_WALK_LIMIT_S; }
+    bool overdue() const { return clock_() - started_at_ > QO_WALK_LIMIT_S; }
 
 private:
     const std::string& list_;
+    QoMonotonicClock clock_;
     double started_at_;  // monotonic seconds
     size_t begin_ = 0;   // of the next piece
     std::string piece_;

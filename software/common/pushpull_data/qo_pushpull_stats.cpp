@@ -22,7 +22,6 @@
 #include "qo_pushpull_thread_timer.h"
 #include "qo_pushpull_utilities.h"
 #include "qo_resource_mgr.h"
-#include "qo_utilities_time.h"
 
 namespace {
 
@@ -175,7 +174,7 @@ std::shared_ptr<ResourceMgr> QoPushPullStats::registry() {
 
 void QoPushPullStats::save_stats_data() {
     try {
-        const double now = qo_pushpull_get_timestamp();
+        const double now = settings_.monotonic_clock();
         // What is counted from here on belongs to the next row: a rotation of the file can take seconds.
         const Interval interval = counted_so_far();
         // Held for the whole row: an "init" request replaces the registry meanwhile.
@@ -212,7 +211,7 @@ void QoPushPullStats::hand_over_header(ResourceMgr& registry) {
 std::string QoPushPullStats::fixed_columns(const Interval& interval, double now) const {
     const double elapsed = now - _startTime;
     std::string time_text;
-    qo_get_time_str(time_text);
+    qo_get_time_str(time_text, settings_.clock());
     RowText row;
     row.add(time_text);
     row.add(elapsed > 0 ? interval.active_time / elapsed * kPercent : 0.0);
@@ -252,4 +251,4 @@ void QoPushPullStats::end_interval(const Interval& interval) {
     start_interval();
 }
 
-void QoPushPullStats::start_interval() { _startTime = qo_pushpull_get_timestamp(); }
+void QoPushPullStats::start_interval() { _startTime = settings_.monotonic_clock(); }

@@ -15,7 +15,7 @@ int PushPullData::comp_subscribe(eQO_CMP_IDs_ comp_id, const std::string& pointe
     }
     int result = -1;
     bool overdue = false;
-    for (QoPointerList list(pointers); !overdue && list.next();) {
+    for (QoPointerList list(pointers, clock_); !overdue && list.next();) {
         overdue = list.overdue();
         result = overdue ? -1 : data_mgr->AddSubscriber(comp_id, list.pointer(), notify_on_change_only);
         if (result == 0) {
@@ -38,7 +38,7 @@ int PushPullData::comp_unsubscribe(eQO_CMP_IDs_ comp_id, const std::string& poin
     }
     int result = -1;
     bool overdue = false;
-    for (QoPointerList list(pointers); !overdue && list.next();) {
+    for (QoPointerList list(pointers, clock_); !overdue && list.next();) {
         overdue = list.overdue();
         result = overdue ? -1 : data_mgr->RemoveSubscriber(comp_id, list.pointer());
         if (result != 0) {

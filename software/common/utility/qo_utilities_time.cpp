@@ -1,8 +1,6 @@
 // Times as numbers and texts.
 #include "qo_utilities_time.h"
 
-#include <time.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
@@ -52,11 +50,12 @@ int time_to_str(qo_time_value_t value, std::string& text) {
     return 0;
 }
 
-void qo_get_time_str(std::string& text) {
+void qo_get_time_str(std::string& text) { qo_get_time_str(text, time(nullptr)); }
+
+void qo_get_time_str(std::string& text, time_t time) {
     text.clear();
-    const time_t now = time(nullptr);
     tm utc{};
     char formatted[32];
-    if (gmtime_r(&now, &utc) == nullptr) return;
+    if (gmtime_r(&time, &utc) == nullptr) return;
     if (strftime(formatted, sizeof formatted, "%b %d %H:%M:%S", &utc) > 0) text = formatted;
 }

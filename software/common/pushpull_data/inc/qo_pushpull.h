@@ -11,6 +11,7 @@
 
 #include "qo_component_ids.h"
 #include "qo_json.h"
+#include "qo_utilities_time.h"
 
 class DataMgr;
 class QoProcessApi;
@@ -28,7 +29,7 @@ class ResourceMgr;
 class PushPullData {
 public:
     /// Creates the store and the registry, and the statistics when they are wanted. Opens nothing yet.
-    explicit PushPullData(bool statistics);
+    explicit PushPullData(bool statistics, QoMonotonicClock clock = qo_pushpull_get_timestamp);
     /// Closes the service queue, which stays in the system, and releases the members.
     ~PushPullData();
     PushPullData(const PushPullData&) = delete;
@@ -53,7 +54,7 @@ public:
 
     /// Runs the handler of a request, counts it when statistics are on and logs a failure. Unknown kinds are
     /// ignored, as are "init" and "exit" whose buffer is not exactly "true".
-    /// @param started_at when the request was received, in seconds of qo_pushpull_get_timestamp
+    /// @param started_at when the request was received, in seconds of the service's clock
     /// @return the exit handler's result after an accepted "exit"; nothing when the loop goes on.
     std::optional<int> dispatch(const QoProcessApi& request, double started_at);
 
@@ -162,6 +163,7 @@ private:
     std::shared_ptr<QoServiceQueueClaim> queue_claim_;  // held from the first start-up to the end
     std::shared_ptr<QoServiceWatchdog> watchdog_;       // of the thread that created this object
     std::shared_ptr<QoRequestWait> request_wait_;
+    const QoMonotonicClock clock_;  // of the statistics, and of what one request may take
 
 public:
     /// The instance suffix, set before init and used again when the service resets itself.

@@ -14,6 +14,7 @@
 #include "qo_pushpull_counter.h"
 #include "qo_pushpull_files.h"
 #include "qo_util_log_file_manager.h"
+#include "qo_utilities_time.h"
 
 class ResourceMgr;
 
@@ -21,7 +22,8 @@ class ResourceMgr;
 struct QoStatsSettings {
     std::string interval_file = std::string(QO_DATA_DIRECTORY) + "pushpull_stats.cfg";
     std::string log_directory = QO_STATS_LOG_DIRECTORY;
-    QoWallClock clock = qo_wall_clock;  // of the file's rotation
+    QoWallClock clock = qo_wall_clock;  // of the rows and of the file's rotation
+    QoMonotonicClock monotonic_clock = qo_pushpull_get_timestamp;
 };
 
 /// Counts what the service does and how long that takes, and writes a row of it to a file at every interval, with

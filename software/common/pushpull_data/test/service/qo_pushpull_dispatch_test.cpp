@@ -26,7 +26,8 @@ std::string number(eQO_CMP_IDs_ comp_id) { return " " + std::to_string(comp_id);
 
 // ---- recorders ----
 
-PushPullData::PushPullData(bool statistics) : mq_pushpull_queue_hndl(0), rgw_restart_state(false) {
+PushPullData::PushPullData(bool statistics, QoMonotonicClock clock)
+    : mq_pushpull_queue_hndl(0), rgw_restart_state(false), clock_(clock) {
     if (statistics) pushpull_stats = std::make_shared<QoPushPullStats>();
 }
 PushPullData::~PushPullData() = default;

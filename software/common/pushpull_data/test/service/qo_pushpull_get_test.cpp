@@ -20,6 +20,8 @@ double clock_now = 0;           // monotonic seconds
 bool hide_descriptors = false;  // the registry answers -1
 bool fail_subscriber_lookup = false;
 
+double look_at_clock() { return clock_now += clock_step; }
+
 }  // namespace
 
 // ---- replacements ----
@@ -29,7 +31,6 @@ int __real_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsig
 int __wrap_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsigned priority, const timespec* deadline);
 mqd_t __real__ZN11ResourceMgr23getMsg_queue_descriptorE12eQO_CMP_IDs_(ResourceMgr* registry, eQO_CMP_IDs_ comp_id);
 mqd_t __wrap__ZN11ResourceMgr23getMsg_queue_descriptorE12eQO_CMP_IDs_(ResourceMgr* registry, eQO_CMP_IDs_ comp_id);
-double __wrap__Z25qo_pushpull_get_timestampv();
 int __real__ZN7DataMgr23GetSubscribersByJsonPtrERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEEP8JSONNODE(
     DataMgr* store, const std::string& pointer, JSONNODE* list);
 int __wrap__ZN7DataMgr23GetSubscribersByJsonPtrERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEEP8JSONNODE(
@@ -45,8 +46,6 @@ mqd_t __wrap__ZN11ResourceMgr23getMsg_queue_descriptorE12eQO_CMP_IDs_(ResourceMg
     if (hide_descriptors) return -1;
     return __real__ZN11ResourceMgr23getMsg_queue_descriptorE12eQO_CMP_IDs_(registry, comp_id);
 }
-
-double __wrap__Z25qo_pushpull_get_timestampv() { return clock_now += clock_step; }
 
 int __wrap__ZN7DataMgr23GetSubscribersByJsonPtrERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEEP8JSONNODE(
     DataMgr* store, const std::string& pointer, JSONNODE* list) {
@@ -64,7 +63,7 @@ constexpr char kStatus[] = "{\n\t\"system\": {\n\t\t\"status\": {\n\t\t\t\"name\
 
 class Service : public QoServiceFixture {
 protected:
-    Service() {
+    Service() : QoServiceFixture(false, look_at_clock) {
         clock_step = 0;
         hide_descriptors = false;
         fail_subscriber_lookup = false;

@@ -25,6 +25,8 @@ bool hide_descriptors = false;  // the registry answers -1
 bool fail_subscriber_lookup = false;
 bool give_null_child = false;  // lists of JSON children hold a null
 
+double look_at_clock() { return clock_now += clock_step; }
+
 }  // namespace
 
 // ---- replacements ----
@@ -37,7 +39,6 @@ mqd_t __wrap__ZN11ResourceMgr23getMsg_queue_descriptorE12eQO_CMP_IDs_(ResourceMg
 void __wrap__ZN22QoPushPullQueueMonitor13incQueueSavesE12eQO_CMP_IDs_(QoPushPullQueueMonitor*, eQO_CMP_IDs_ comp_id);
 void __wrap__ZN22QoPushPullQueueMonitor13incQueueStatsEi(QoPushPullQueueMonitor*, mqd_t descriptor);
 void __wrap__ZN15QoPushPullStats15inc_unregistersEv(QoPushPullStats*);
-double __wrap__Z25qo_pushpull_get_timestampv();
 int __real__ZN7DataMgr14GetSubscribersEP8JSONNODES1_(DataMgr* store, JSONNODE* published, JSONNODE* list);
 int __wrap__ZN7DataMgr14GetSubscribersEP8JSONNODES1_(DataMgr* store, JSONNODE* published, JSONNODE* list);
 JSONNODE_ITERATOR __real_json_begin(JSONNODE* node);
@@ -68,8 +69,6 @@ void __wrap__ZN22QoPushPullQueueMonitor13incQueueStatsEi(QoPushPullQueueMonitor*
 
 void __wrap__ZN15QoPushPullStats15inc_unregistersEv(QoPushPullStats*) { ++counted_unregisters; }
 
-double __wrap__Z25qo_pushpull_get_timestampv() { return clock_now += clock_step; }
-
 int __wrap__ZN7DataMgr14GetSubscribersEP8JSONNODES1_(DataMgr* store, JSONNODE* published, JSONNODE* list) {
     if (fail_subscriber_lookup) return -1;
     return __real__ZN7DataMgr14GetSubscribersEP8JSONNODES1_(store, published, list);
@@ -88,7 +87,7 @@ namespace {
 
 class Service : public QoServiceFixture {
 protected:
-    explicit Service(bool statistics = false) : QoServiceFixture(statistics) {
+    explicit Service(bool statistics = false) : QoServiceFixture(statistics, look_at_clock) {
         deadlines.clear();
         counted_saves.clear();
         counted_messages.clear();

@@ -35,7 +35,6 @@ constexpr time_t kMidnight = 1767312000;  // the next one
 constexpr int32_t kLargest = std::numeric_limits<int32_t>::max();
 
 double monotonic_now = 0;  // seconds
-bool queues_throw = false;
 
 /// The one timer that the statistics have.
 struct FakeTimer {
@@ -50,28 +49,11 @@ FakeTimer timer;
 
 }  // namespace
 
-// The mangled names of qo_pushpull_get_timestamp, qo_get_time_str and QoPushPullQueueMonitor::getQueueData.
 extern "C" {
-double __wrap__Z25qo_pushpull_get_timestampv();
-void __wrap__Z15qo_get_time_strRNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE(std::string& text);
-std::string* __real__ZN22QoPushPullQueueMonitor12getQueueDataB5cxx11Ev(std::string* result,
-                                                                       QoPushPullQueueMonitor* monitor);
-std::string* __wrap__ZN22QoPushPullQueueMonitor12getQueueDataB5cxx11Ev(std::string* result,
-                                                                       QoPushPullQueueMonitor* monitor);
 int __wrap_timer_create(clockid_t clock, sigevent* notification, timer_t* created);
 int __wrap_timer_settime(timer_t handle, int flags, const itimerspec* time, itimerspec* former);
 int __wrap_timer_delete(timer_t handle);
 
-double __wrap__Z25qo_pushpull_get_timestampv() { return monotonic_now; }
-void __wrap__Z15qo_get_time_strRNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE(std::string& text) {
-    text = "Jan 05 13:04:59";
-}
-// A function that returns a string is called with the place for it as a first argument, and returns that place.
-std::string* __wrap__ZN22QoPushPullQueueMonitor12getQueueDataB5cxx11Ev(std::string* result,
-                                                                       QoPushPullQueueMonitor* monitor) {
-    if (queues_throw) throw std::runtime_error("no queues");
-    return __real__ZN22QoPushPullQueueMonitor12getQueueDataB5cxx11Ev(result, monitor);
-}
 int __wrap_timer_create(clockid_t clock, sigevent* notification, timer_t* created) {
     if (timer.refuse_create) {
         errno = EAGAIN;
@@ -106,7 +88,6 @@ protected:
     Statistics() {
         std::filesystem::create_directory(scratch_.file("ppstat"));
         monotonic_now = 1000;
-        queues_throw = false;
         timer = FakeTimer();
         make_stats();
         log_.clear();
@@ -116,7 +97,11 @@ protected:
         QoStatsSettings settings;
         settings.interval_file = scratch_.file("pushpull_stats.cfg");
         settings.log_directory = scratch_.file("ppstat");
-        settings.clock = [this] { return now_; };
+        settings.clock = [this] {
+            if (clock_throws_) throw std::runtime_error("no time");
+            return now_;
+        };
+        settings.monotonic_clock = [] { return monotonic_now; };
         stats_ = std::make_unique<QoPushPullStats>(settings);
     }
     void start() {
@@ -166,6 +151,7 @@ protected:
 
     const QoScratchDirectory scratch_;
     time_t now_ = kMorning;
+    bool clock_throws_ = false;
     int queues_ = 0;
     QoLogCapture log_;
     QoShellCapture shell_;
@@ -200,7 +186,7 @@ TEST_F(StatisticsHeader, IsWrittenOncePerFile) {
     std::vector<std::string> rows = lines();
     ASSERT_EQ(rows.size(), 4U);
     rows.erase(rows.begin());
-    EXPECT_THAT(rows, testing::Each(StartsWith("Jan 05 ")));
+    EXPECT_THAT(rows, testing::Each(StartsWith("Jan 01 ")));
 }
 
 TEST_F(StatisticsHeader, AfterARegisterIsRebuiltForTheNextFileAndAFileBegunKeepsItsOwn) {
@@ -269,7 +255,7 @@ TEST_F(StatisticsRow, HasEveryColumnInItsOrderAndFormat) {
     registry_->monitor().incQueueStats(900);
     registry_->monitor().incQueueSaves(static_cast<eQO_CMP_IDs_>(2001));
     EXPECT_EQ(row(),
-              "Jan 05 13:04:59, 25.000000, 2, 2, 1.500000, 3, 3, 4.000000, 4, 4, 5, 5, 6, 7, 8, "
+              "Jan 01 09:00:00, 25.000000, 2, 2, 1.500000, 3, 3, 4.000000, 4, 4, 5, 5, 6, 7, 8, "
               "2,0,0,0.000000,0,1,0,0.000000");
 }
 
@@ -300,8 +286,8 @@ TEST_F(StatisticsRow, TotalsKeepGrowingWhileTheIntervalCountsRestartAtZero) {
     stats_->inc_active_time(1);
     row();
     publish(0.003);
-    EXPECT_EQ(row(), "Jan 05 13:04:59, 0.000000, 2, 1, 3.000000, 1, 0, 0.000000, 1, 0, 1, 0, 0, 0, 0, ");
-    EXPECT_EQ(row(), "Jan 05 13:04:59, 0.000000, 2, 0, 0.000000, 1, 0, 0.000000, 1, 0, 1, 0, 0, 0, 0, ");
+    EXPECT_EQ(row(), "Jan 01 09:00:00, 0.000000, 2, 1, 3.000000, 1, 0, 0.000000, 1, 0, 1, 0, 0, 0, 0, ");
+    EXPECT_EQ(row(), "Jan 01 09:00:00, 0.000000, 2, 0, 0.000000, 1, 0, 0.000000, 1, 0, 1, 0, 0, 0, 0, ");
 }
 
 TEST_F(StatisticsRow, AverageReadTimeKeepsTheTimeOfEarlierIntervals) {
@@ -371,11 +357,11 @@ TEST_F(StatisticsRow, ThatFailsIsReportedAndLeavesTheCountersAsTheyWere) {
     row();
     publish(0.002);
     stats_->inc_active_time(1);
-    queues_throw = true;
+    clock_throws_ = true;
     row();
     EXPECT_THAT(log_.lines_above_debug(),
-                ElementsAre(QoLogLine{LOG_ERR, "PushPull Stats: Exception during data logging: no queues"}));
-    queues_throw = false;
+                ElementsAre(QoLogLine{LOG_ERR, "PushPull Stats: Exception during data logging: no time"}));
+    clock_throws_ = false;
     const auto all = columns();
     EXPECT_EQ(lines().size(), 3U);
     EXPECT_EQ(all.at("Total Publishes"), "2");

@@ -70,11 +70,11 @@ protected:
         "logs": {"sizer": {"text": "long"}}
     })";
 
-    explicit QoServiceFixture(bool statistics = false) {
+    explicit QoServiceFixture(bool statistics = false, QoMonotonicClock clock = qo_pushpull_get_timestamp) {
         for (const auto& entry : std::filesystem::directory_iterator(QO_DATA_DIRECTORY))
             if (entry.is_regular_file()) std::filesystem::remove(entry);
         std::ofstream(std::filesystem::path(QO_DEFAULTS_DIRECTORY) / QO_DEFAULTS_FILE) << kDefaultTree;
-        service_ = std::make_unique<PushPullData>(statistics);
+        service_ = std::make_unique<PushPullData>(statistics, clock);
         service_->init("");
         log_.clear();
     }
