@@ -231,10 +231,7 @@ bool PushPullData::pack_answer(const std::string& text, PackedAnswer& packed, in
     if (!packed.node) packed.node.reset(json_new(JSON_NODE));
     const std::string_view json = json_part(text);
     const mqd_t descriptor = resource_mgr->getMsg_queue_descriptor(packed.requester);
-    if (descriptor == -1) {
-        syslog(LOG_ERR, "pushpull : MessageQueue: GET :Invalid Descriptor and break");
-        return false;
-    }
+    if (!qo_has_answer_queue(descriptor)) return false;
     const std::string packed_text = packed.text();
     if (!qo_check_mqueue_limit(descriptor, static_cast<long>(packed_text.length()), static_cast<long>(json.length())) &&
         json_empty(packed.node.get()) == 0) {
@@ -247,6 +244,12 @@ bool PushPullData::pack_answer(const std::string& text, PackedAnswer& packed, in
         data_mgr->PackMultipleGetResponse(packed.node.get(), answer.get(), get_comp_class(packed.requester)) != 0)
         syslog(LOG_DEBUG, "pushpull : MessageQueue: GET : packing error");
     return true;
+}
+
+bool qo_has_answer_queue(mqd_t descriptor) {
+    if (descriptor != -1) return true;
+    syslog(LOG_ERR, "pushpull : MessageQueue: GET :Invalid Descriptor and break");
+    return false;
 }
 
 bool qo_check_mqueue_limit(mqd_t descriptor, long packed_length, long new_length) {

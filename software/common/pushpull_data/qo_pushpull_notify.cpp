@@ -32,11 +32,7 @@ int PushPullData::comp_notify(int count, const eQO_CMP_IDs_* comp_ids, std::stri
         const eQO_CMP_IDs_ comp_id = comp_ids[i];
         const std::string queue_name = resource_mgr->get_resource_queuename(comp_id);
         const mqd_t descriptor = resource_mgr->getMsg_queue_descriptor(comp_id);
-        if (descriptor == -1) {
-            syslog(LOG_ERR, "pushpull : MessageQueue: POST:Invalid Descriptor: %x ,\"%s\" ",
-                   static_cast<unsigned>(descriptor), queue_name.c_str());
-            continue;
-        }
+        if (!qo_is_queue(descriptor, queue_name)) continue;
         result = qo_send_text(descriptor, text);
         if (pushpull_stats) resource_mgr->monitor().incQueueStats(descriptor);
         if (result == -1) {

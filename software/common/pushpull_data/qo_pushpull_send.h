@@ -3,6 +3,7 @@
 #define QO_PUSHPULL_SEND_H
 
 #include <mqueue.h>
+#include <syslog.h>
 #include <time.h>
 
 #include <chrono>
@@ -13,6 +14,14 @@
 #include "qo_pushpull_life.h"
 
 inline constexpr time_t QO_SEND_DEADLINE_S = 1;  // seconds
+
+/// Whether there is a queue to send to; logged when not.
+inline bool qo_is_queue(mqd_t descriptor, const std::string& queue_name) {
+    if (descriptor != -1) return true;
+    syslog(LOG_ERR, "pushpull : MessageQueue: POST:Invalid Descriptor: %x ,\"%s\" ", static_cast<unsigned>(descriptor),
+           queue_name.c_str());
+    return false;
+}
 
 /// Sends the text with its NUL, waiting at most about QO_SEND_DEADLINE_S while the queue is full.
 /// @return 0; -1 with errno, ETIMEDOUT when the queue stayed full. Nothing is sent on failure.

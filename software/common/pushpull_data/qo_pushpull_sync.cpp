@@ -12,11 +12,7 @@ int PushPullData::comp_sync(eQO_CMP_IDs_ comp_id, eQO_CMP_IDs_ destination, cons
     const std::string text = "sync:" + std::to_string(comp_id) + ":" + buffer;
     const std::string queue_name = resource_mgr->get_resource_queuename(destination);
     const mqd_t descriptor = resource_mgr->getMsg_queue_descriptor(destination);
-    if (descriptor == -1) {
-        syslog(LOG_ERR, "pushpull : MessageQueue: POST:Invalid Descriptor: %x ,\"%s\" ",
-               static_cast<unsigned>(descriptor), queue_name.c_str());
-        return -1;
-    }
+    if (!qo_is_queue(descriptor, queue_name)) return -1;
     const int result = qo_send_text(descriptor, text);
     if (result == -1) {
         syslog(LOG_ERR, "comp_sync() from pushpull to \"%s\" queue : mq_send: failed:, ERR_CODE : %d, msg size = %d",

@@ -175,6 +175,9 @@ public:
 /// that segment. A refusal is logged; `out` is then left as it was. Time is linear in the pointer's length.
 bool CheckSizeRequested(const std::string& path, std::string& out);
 
+/// Whether there is a queue that answers are packed for; logged when not.
+bool qo_has_answer_queue(mqd_t descriptor);
+
 /// True when a message of both lengths together, in bytes without NUL, is below the message size of a queue. False
 /// also when the queue's attributes cannot be read.
 bool qo_check_mqueue_limit(mqd_t descriptor, long packed_length, long new_length);

@@ -10,6 +10,7 @@
 #include "qo_pushpull_constants.h"
 #include "qo_pushpull_files.h"
 #include "qo_service_fixture.h"
+#include "qo_statistics_rows.h"
 
 namespace {
 
@@ -22,11 +23,10 @@ using testing::IsEmpty;
 using testing::IsSupersetOf;
 using testing::Not;
 
-std::vector<unsigned> pauses;         // seconds, of every sleep
-std::vector<std::string> notified;    // what systemd was told
-std::vector<bool> sigterm_open;       // whether SIGTERM was let in, at each look
-std::vector<mqd_t> counted_messages;  // queues
-std::vector<double> active_times;     // seconds
+std::vector<unsigned> pauses;       // seconds, of every sleep
+std::vector<std::string> notified;  // what systemd was told
+std::vector<bool> sigterm_open;     // whether SIGTERM was let in, at each look
+double clock_now = 0;               // monotonic seconds, of the service
 bool refuse_service_queue = false;
 std::function<void()> before_receive;  // what happens when the service looks into its queue
 std::function<void()> before_send;     // and when a handler sends
@@ -56,11 +56,10 @@ ssize_t __wrap_mq_timedreceive(mqd_t descriptor, char* buffer, size_t length, un
                                const timespec* deadline);
 int __real_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsigned priority, const timespec* deadline);
 int __wrap_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsigned priority, const timespec* deadline);
-void __wrap__ZN22QoPushPullQueueMonitor13incQueueStatsEi(void*, mqd_t descriptor);
-void __wrap__ZN15QoPushPullStats15inc_active_timeEd(void*, double seconds);
 
 unsigned __wrap_sleep(unsigned seconds) {
     pauses.push_back(seconds);
+    clock_now += seconds;
     return 0;
 }
 
@@ -93,27 +92,19 @@ int __wrap_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsig
     const timespec long_ago{};
     return __real_mq_timedsend(descriptor, text, length, priority, &long_ago);
 }
-
-void __wrap__ZN22QoPushPullQueueMonitor13incQueueStatsEi(void*, mqd_t descriptor) {
-    counted_messages.push_back(descriptor);
-}
-
-void __wrap__ZN15QoPushPullStats15inc_active_timeEd(void*, double seconds) { active_times.push_back(seconds); }
 }
 
 namespace {
 
 class Service : public QoServiceFixture {
 protected:
-    explicit Service(bool statistics = false) : QoServiceFixture(statistics) { forget(); }
+    explicit Service(bool statistics = false) : QoServiceFixture(statistics, [] { return clock_now; }) { forget(); }
     ~Service() override { forget(); }
 
     static void forget() {
         pauses.clear();
         notified.clear();
         sigterm_open.clear();
-        counted_messages.clear();
-        active_times.clear();
         refuse_service_queue = false;
         before_receive = nullptr;
         before_send = nullptr;
@@ -326,19 +317,27 @@ namespace {
 class CountingLoop : public Service {
 protected:
     CountingLoop() : Service(true) {}
+    const QoStatisticsRows rows_;
 };
 
 }  // namespace
 
 TEST_F(CountingLoop, CountsEveryMessageOnTheServiceQueueAndTheTimeOfEveryRequest) {
-    post_bytes("");
+    QoTestComponent display(*service_, QO_CMPID_DEMO, "/display");
+    const double started_at = clock_now;
+    post_bytes("");  // costs a pause of one second
     post("reboot", R"("comp_id":1073741852)");
+    post("get", kGetVersion);
     post_exit();
-    EXPECT_EQ(run(), -1);
-    EXPECT_EQ(counted_messages.size(), 3U) << "whether it was a request or not";
-    EXPECT_THAT(counted_messages, Each(counted_messages.front()));
-    EXPECT_EQ(active_times.size(), 2U) << "the exit leaves the loop before its time is counted";
-    EXPECT_THAT(active_times, Each(AllOf(testing::Ge(0.0), testing::Lt(1.0))));
+    before_receive = [] { clock_now += 1; };
+    before_send = [] { clock_now += 2; };
+    EXPECT_EQ(run(), 0);
+    clock_now = started_at + 20;
+    const auto row = rows_.next();
+    EXPECT_EQ(row.at("/pushpull(Total)"), "4") << "whether it was a request or not";
+    EXPECT_EQ(row.at("/display(Total)"), "2") << "the answers to the get and to the exit";
+    EXPECT_EQ(row.at("Percent Active"), "15.000000") << "the exit leaves the loop before its time is counted";
+    EXPECT_EQ(row.at("Avg Read Time"), "2000.000000") << "from the reception of the request";
 }
 
 // ---- exit ----

@@ -1,7 +1,6 @@
 // The handlers of "get", "delete", "clear", "save" and "sync".
-#include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_files.h"
-#include "qo_resource_mgr.h"
+#include "qo_pushpull_json.h"
 #include "qo_service_fixture.h"
 
 namespace {
@@ -15,9 +14,8 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-double clock_step = 0;          // seconds that pass between two looks at the clock
-double clock_now = 0;           // monotonic seconds
-bool hide_descriptors = false;  // the registry answers -1
+double clock_step = 0;  // seconds that pass between two looks at the clock
+double clock_now = 0;   // monotonic seconds
 bool fail_subscriber_lookup = false;
 
 double look_at_clock() { return clock_now += clock_step; }
@@ -29,12 +27,8 @@ double look_at_clock() { return clock_now += clock_step; }
 extern "C" {
 int __real_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsigned priority, const timespec* deadline);
 int __wrap_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsigned priority, const timespec* deadline);
-mqd_t __real__ZN11ResourceMgr23getMsg_queue_descriptorE12eQO_CMP_IDs_(ResourceMgr* registry, eQO_CMP_IDs_ comp_id);
-mqd_t __wrap__ZN11ResourceMgr23getMsg_queue_descriptorE12eQO_CMP_IDs_(ResourceMgr* registry, eQO_CMP_IDs_ comp_id);
-int __real__ZN7DataMgr23GetSubscribersByJsonPtrERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEEP8JSONNODE(
-    DataMgr* store, const std::string& pointer, JSONNODE* list);
-int __wrap__ZN7DataMgr23GetSubscribersByJsonPtrERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEEP8JSONNODE(
-    DataMgr* store, const std::string& pointer, JSONNODE* list);
+JSONNODE* __real_json_duplicate(const JSONNODE* node);
+JSONNODE* __wrap_json_duplicate(const JSONNODE* node);
 
 // A full queue answers at once instead of after a second.
 int __wrap_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsigned priority, const timespec*) {
@@ -42,16 +36,10 @@ int __wrap_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsig
     return __real_mq_timedsend(descriptor, text, length, priority, &long_ago);
 }
 
-mqd_t __wrap__ZN11ResourceMgr23getMsg_queue_descriptorE12eQO_CMP_IDs_(ResourceMgr* registry, eQO_CMP_IDs_ comp_id) {
-    if (hide_descriptors) return -1;
-    return __real__ZN11ResourceMgr23getMsg_queue_descriptorE12eQO_CMP_IDs_(registry, comp_id);
-}
-
-int __wrap__ZN7DataMgr23GetSubscribersByJsonPtrERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEEP8JSONNODE(
-    DataMgr* store, const std::string& pointer, JSONNODE* list) {
-    if (fail_subscriber_lookup) return -1;
-    return __real__ZN7DataMgr23GetSubscribersByJsonPtrERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEEP8JSONNODE(
-        store, pointer, list);
+// The lookup copies the entry of every subscriber that it finds.
+JSONNODE* __wrap_json_duplicate(const JSONNODE* node) {
+    const bool is_entry = qo_json_name(node) == "cmpID";
+    return fail_subscriber_lookup && is_entry ? nullptr : __real_json_duplicate(node);
 }
 }
 
@@ -65,7 +53,6 @@ class Service : public QoServiceFixture {
 protected:
     Service() : QoServiceFixture(false, look_at_clock) {
         clock_step = 0;
-        hide_descriptors = false;
         fail_subscriber_lookup = false;
     }
     ~Service() override { clock_step = 0; }
@@ -375,15 +362,14 @@ TEST_F(Pack, BehindASenderIdWithASemicolonNoAnswerCanBeJoined) {
     EXPECT_TRUE(log_.contains(LOG_DEBUG, "pushpull : MessageQueue: GET : packing error"));
 }
 
-TEST_F(Pack, InvalidDescriptorEndsTheWalk) {
-    hide_descriptors = true;
-    EXPECT_EQ(pack("/version;/system/status"), -1);
-    hide_descriptors = false;
-    const std::vector<QoLogLine> lines = logged();
-    EXPECT_EQ(std::count(lines.begin(), lines.end(),
-                         QoLogLine{LOG_ERR, "pushpull : MessageQueue: GET :Invalid Descriptor and break"}),
-              1);
-    EXPECT_THAT(lines, Contains(kFinalFailure));
+TEST_F(Pack, DescriptorMinusOneIsLoggedAsNoQueueToAnswerTo) {
+    log_.clear();
+    EXPECT_FALSE(qo_has_answer_queue(-1));
+    EXPECT_THAT(log_.lines(),
+                ElementsAre(QoLogLine{LOG_ERR, "pushpull : MessageQueue: GET :Invalid Descriptor and break"}));
+    log_.clear();
+    EXPECT_TRUE(qo_has_answer_queue(requester_.queue.descriptor()));
+    EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
 TEST_F(Pack, FailedSendAtTheEndIsLogged) {
@@ -448,6 +434,8 @@ TEST_F(Delete, UnregisteredComponentIsRefused) {
 }
 
 TEST_F(Delete, FailedSubscriberLookupIsLogged) {
+    QoTestComponent display(*service_, QO_CMPID_ALERTS, "/display");
+    display.subscribe("/version");
     fail_subscriber_lookup = true;
     EXPECT_EQ(service_->comp_delete(requester_.id, "/version", false), -1);
     EXPECT_TRUE(log_.contains(LOG_ERR, " comp_delete : subscriber_list is NULL or ret_val = -1"));
@@ -477,8 +465,11 @@ TEST_F(Clear, DefaultIsRepublishedToTheSubscribersOnly) {
 }
 
 TEST_F(Clear, WithoutASubscriberListTheRequesterIsTheOnlyRecipient) {
+    QoTestComponent display(*service_, QO_CMPID_ALERTS, "/display");
+    display.subscribe("/version");
     fail_subscriber_lookup = true;
     EXPECT_EQ(service_->comp_delete(requester_.id, "/version", true), 0);
+    EXPECT_THAT(display.texts(), IsEmpty());
     EXPECT_THAT(requester_.texts(), ElementsAre(kVersion));
 }
 
@@ -567,15 +558,4 @@ TEST_F(Sync, UnregisteredDestinationFailsLikeASend) {
     EXPECT_THAT(logged(), ElementsAre(QoLogLine{LOG_ERR,
                                                 "comp_sync() from pushpull to \"\" queue : mq_send: failed:, "
                                                 "ERR_CODE : 50003, msg size = 17"}));
-}
-
-TEST_F(Sync, InvalidDescriptorSendsNothing) {
-    QoTestComponent destination(*service_, QO_CMPID_ALERTS, "/destination");
-    log_.clear();
-    hide_descriptors = true;
-    EXPECT_EQ(service_->comp_sync(requester_.id, destination.id, "x"), -1);
-    hide_descriptors = false;
-    EXPECT_THAT(logged(), ElementsAre(QoLogLine{LOG_ERR,
-                                                "pushpull : MessageQueue: POST:Invalid Descriptor: ffffffff "
-                                                ",\"/destination\" "}));
 }

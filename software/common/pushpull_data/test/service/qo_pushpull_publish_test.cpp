@@ -3,10 +3,9 @@
 #include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_error_codes.h"
 #include "qo_pushpull_json.h"
-#include "qo_pushpull_queue_monitor.h"
-#include "qo_pushpull_stats.h"
-#include "qo_resource_mgr.h"
+#include "qo_pushpull_send.h"
 #include "qo_service_fixture.h"
+#include "qo_statistics_rows.h"
 
 namespace {
 
@@ -15,15 +14,12 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
 
-std::vector<timespec> deadlines;          // of every send
-std::vector<eQO_CMP_IDs_> counted_saves;  // components whose publish changed the tree
-std::vector<mqd_t> counted_messages;      // queues
-int counted_unregisters = 0;
-double clock_step = 0;          // seconds that pass between two looks at the clock
-double clock_now = 0;           // monotonic seconds
-bool hide_descriptors = false;  // the registry answers -1
+std::vector<timespec> deadlines;  // of every send
+double clock_step = 0;            // seconds that pass between two looks at the clock
+double clock_now = 0;             // monotonic seconds
 bool fail_subscriber_lookup = false;
-bool give_null_child = false;  // lists of JSON children hold a null
+thread_local int looks_at_queues = 0;  // at how many messages they hold
+bool give_null_child = false;          // lists of JSON children hold a null
 
 double look_at_clock() { return clock_now += clock_step; }
 
@@ -34,13 +30,10 @@ double look_at_clock() { return clock_now += clock_step; }
 extern "C" {
 int __real_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsigned priority, const timespec* deadline);
 int __wrap_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsigned priority, const timespec* deadline);
-mqd_t __real__ZN11ResourceMgr23getMsg_queue_descriptorE12eQO_CMP_IDs_(ResourceMgr* registry, eQO_CMP_IDs_ comp_id);
-mqd_t __wrap__ZN11ResourceMgr23getMsg_queue_descriptorE12eQO_CMP_IDs_(ResourceMgr* registry, eQO_CMP_IDs_ comp_id);
-void __wrap__ZN22QoPushPullQueueMonitor13incQueueSavesE12eQO_CMP_IDs_(QoPushPullQueueMonitor*, eQO_CMP_IDs_ comp_id);
-void __wrap__ZN22QoPushPullQueueMonitor13incQueueStatsEi(QoPushPullQueueMonitor*, mqd_t descriptor);
-void __wrap__ZN15QoPushPullStats15inc_unregistersEv(QoPushPullStats*);
-int __real__ZN7DataMgr14GetSubscribersEP8JSONNODES1_(DataMgr* store, JSONNODE* published, JSONNODE* list);
-int __wrap__ZN7DataMgr14GetSubscribersEP8JSONNODES1_(DataMgr* store, JSONNODE* published, JSONNODE* list);
+int __real_mq_getattr(mqd_t descriptor, mq_attr* attributes);
+int __wrap_mq_getattr(mqd_t descriptor, mq_attr* attributes);
+JSONNODE* __real_json_duplicate(const JSONNODE* node);
+JSONNODE* __wrap_json_duplicate(const JSONNODE* node);
 JSONNODE_ITERATOR __real_json_begin(JSONNODE* node);
 JSONNODE_ITERATOR __wrap_json_begin(JSONNODE* node);
 JSONNODE_ITERATOR __real_json_end(JSONNODE* node);
@@ -54,24 +47,15 @@ int __wrap_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsig
     return __real_mq_timedsend(descriptor, text, length, priority, &long_ago);
 }
 
-mqd_t __wrap__ZN11ResourceMgr23getMsg_queue_descriptorE12eQO_CMP_IDs_(ResourceMgr* registry, eQO_CMP_IDs_ comp_id) {
-    if (hide_descriptors) return -1;
-    return __real__ZN11ResourceMgr23getMsg_queue_descriptorE12eQO_CMP_IDs_(registry, comp_id);
+int __wrap_mq_getattr(mqd_t descriptor, mq_attr* attributes) {
+    ++looks_at_queues;
+    return __real_mq_getattr(descriptor, attributes);
 }
 
-void __wrap__ZN22QoPushPullQueueMonitor13incQueueSavesE12eQO_CMP_IDs_(QoPushPullQueueMonitor*, eQO_CMP_IDs_ comp_id) {
-    counted_saves.push_back(comp_id);
-}
-
-void __wrap__ZN22QoPushPullQueueMonitor13incQueueStatsEi(QoPushPullQueueMonitor*, mqd_t descriptor) {
-    counted_messages.push_back(descriptor);
-}
-
-void __wrap__ZN15QoPushPullStats15inc_unregistersEv(QoPushPullStats*) { ++counted_unregisters; }
-
-int __wrap__ZN7DataMgr14GetSubscribersEP8JSONNODES1_(DataMgr* store, JSONNODE* published, JSONNODE* list) {
-    if (fail_subscriber_lookup) return -1;
-    return __real__ZN7DataMgr14GetSubscribersEP8JSONNODES1_(store, published, list);
+// The lookup copies the entry of every subscriber that it finds.
+JSONNODE* __wrap_json_duplicate(const JSONNODE* node) {
+    const bool is_entry = qo_json_name(node) == "cmpID";
+    return fail_subscriber_lookup && is_entry ? nullptr : __real_json_duplicate(node);
 }
 
 JSONNODE* null_children[1] = {nullptr};
@@ -89,11 +73,7 @@ class Service : public QoServiceFixture {
 protected:
     explicit Service(bool statistics = false) : QoServiceFixture(statistics, look_at_clock) {
         deadlines.clear();
-        counted_saves.clear();
-        counted_messages.clear();
-        counted_unregisters = 0;
         clock_step = 0;
-        hide_descriptors = false;
         fail_subscriber_lookup = false;
         give_null_child = false;
     }
@@ -509,14 +489,13 @@ TEST_F(Notify, UnregisteredComponentFailsLikeASend) {
                               "msg size = 4"));
 }
 
-TEST_F(Notify, DescriptorMinusOneIsPassedOverWithoutChangingTheResult) {
-    QoTestComponent display(*service_, QO_CMPID_DEMO, "/display");
-    log_.clear();
-    hide_descriptors = true;
-    EXPECT_EQ(service_->comp_notify(1, &display.id, "four"), 0);
+TEST_F(Notify, DescriptorMinusOneIsLoggedAsNoQueueToSendTo) {
+    EXPECT_FALSE(qo_is_queue(-1, "/display"));
     EXPECT_THAT(logged(), ElementsAre(QoLogLine{
                               LOG_ERR, "pushpull : MessageQueue: POST:Invalid Descriptor: ffffffff ,\"/display\" "}));
-    EXPECT_THAT(deadlines, IsEmpty());
+    log_.clear();
+    EXPECT_TRUE(qo_is_queue(0, "")) << "the send fails";
+    EXPECT_THAT(logged(), IsEmpty());
 }
 
 TEST_F(Notify, TextWithAnEmbeddedNulIsSentWholeWithItsTerminator) {
@@ -625,42 +604,50 @@ namespace {
 class Counting : public Service {
 protected:
     Counting() : Service(true) {}
+    const QoStatisticsRows rows_;
 };
 
 }  // namespace
 
 TEST_F(Counting, EverySendCountsOnItsQueueWhetherItSucceedsOrNot) {
     QoTestComponent display(*service_, QO_CMPID_DEMO, "/display", 1);
+    looks_at_queues = 0;
     EXPECT_EQ(service_->comp_notify(1, &display.id, "1"), 0);
     EXPECT_EQ(service_->comp_notify(1, &display.id, "2"), -1);
-    ASSERT_EQ(counted_messages.size(), 2U);
-    EXPECT_GT(counted_messages[0], 0);
-    EXPECT_EQ(counted_messages[0], counted_messages[1]);
+    EXPECT_EQ(looks_at_queues, 2);
+    const auto row = rows_.next();
+    EXPECT_EQ(row.at("/display(Total)"), "2");
+    EXPECT_EQ(row.at("/pushpull(Total)"), "0");
 }
 
 TEST_F(Counting, SoftWatchdogCountsThreeUnregistersHoweverManyOfTheGatewaysComponentsWereThere) {
     QoTestComponent cm(*service_, QO_CMPID_REMOTE_GATEWAY_CM, "/cm", 1);
     cm.queue.fill();
     EXPECT_EQ(service_->comp_notify(1, &cm.id, "1"), -1);
-    EXPECT_EQ(counted_unregisters, 3);
+    EXPECT_EQ(rows_.next().at("Unregisters"), "3");
     EXPECT_EQ(service_->comp_unregister(cm.id), 0);
-    EXPECT_EQ(counted_unregisters, 3) << "a request to unregister is counted where it is dispatched";
+    EXPECT_EQ(rows_.next().at("Unregisters"), "0") << "a request to unregister is counted where it is dispatched";
 }
 
 TEST_F(Counting, OnlyAPublishThatAsksForASaveCountsForItsPublisher) {
+    QoTestComponent display(*service_, QO_CMPID_DEMO, "/display");
     QoTestComponent writer(*service_, QO_CMPID_ALERTS, "/writer");
     EXPECT_EQ(service_->comp_publish(writer.id, kNewName), 0);
-    EXPECT_THAT(counted_saves, ElementsAre(writer.id));
+    const auto row = rows_.next();
+    EXPECT_EQ(row.at("/writer(Saves)"), "1");
+    EXPECT_EQ(row.at("/display(Saves)"), "0");
     EXPECT_EQ(service_->comp_publish(writer.id, "{"), -1);
-    EXPECT_EQ(counted_saves.size(), 1U);
+    EXPECT_EQ(rows_.next().at("/writer(Saves)"), "0");
     EXPECT_EQ(service_->comp_publish(writer.id, R"({"usb":{"state":"mounted"}})"), 0);
-    EXPECT_EQ(counted_saves.size(), 1U) << "this part of the tree is never saved";
+    EXPECT_EQ(rows_.next().at("/writer(Saves)"), "0") << "this part of the tree is never saved";
 }
 
 TEST_F(Service, NothingIsCountedWithoutStatistics) {
+    const QoStatisticsRows rows;
     QoTestComponent writer(*service_, QO_CMPID_ALERTS, "/writer");
+    looks_at_queues = 0;
     EXPECT_EQ(service_->comp_publish(writer.id, kNewName), 0);
     EXPECT_EQ(service_->comp_notify(1, &writer.id, "1"), 0);
-    EXPECT_THAT(counted_saves, IsEmpty());
-    EXPECT_THAT(counted_messages, IsEmpty());
+    EXPECT_EQ(looks_at_queues, 0);
+    EXPECT_FALSE(rows.are_collected());
 }

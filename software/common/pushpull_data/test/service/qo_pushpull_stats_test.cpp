@@ -17,6 +17,7 @@
 #include "log_capture.h"
 #include "qo_pushpull_queue_monitor.h"
 #include "qo_resource_mgr.h"
+#include "qo_statistics_file.h"
 #include "scratch_directory.h"
 #include "shell_capture.h"
 
@@ -117,12 +118,7 @@ protected:
     }
 
     std::string file() const { return scratch_.read("ppstat/ppstats.csv"); }
-    std::vector<std::string> lines() const {
-        std::vector<std::string> all;
-        std::istringstream text(file());
-        for (std::string line; std::getline(text, line);) all.push_back(line);
-        return all;
-    }
+    std::vector<std::string> lines() const { return qo_lines(file()); }
     /// Writes a row ten seconds after the one before, and gives it back.
     std::string row() {
         monotonic_now += 10;
@@ -132,21 +128,8 @@ protected:
     }
     /// The same, column by column.
     std::map<std::string, std::string> columns() {
-        const std::vector<std::string> values = split(row());
-        const std::vector<std::string> names = split(lines().front());
-        EXPECT_EQ(values.size(), names.size());
-        std::map<std::string, std::string> all;
-        for (size_t i = 0; i < std::min(values.size(), names.size()); ++i) all[names[i]] = values[i];
-        return all;
-    }
-    static std::vector<std::string> split(const std::string& line) {
-        std::vector<std::string> all;
-        std::istringstream text(line);
-        for (std::string field; std::getline(text, field, ',');) {
-            if (field.starts_with(' ')) field.erase(0, 1);
-            if (!field.empty()) all.push_back(field);
-        }
-        return all;
+        row();
+        return qo_last_statistics_row(file());
     }
 
     const QoScratchDirectory scratch_;
@@ -271,7 +254,7 @@ TEST_F(StatisticsRow, InNoTimeAtAllPrintsZeroPercent) {
     start();
     stats_->inc_active_time(1);
     stats_->save_stats_data();
-    EXPECT_EQ(split(lines().back()).at(1), "0.000000");
+    EXPECT_EQ(qo_statistics_fields(lines().back()).at(1), "0.000000");
 }
 
 TEST_F(StatisticsRow, TotalsKeepGrowingWhileTheIntervalCountsRestartAtZero) {
