@@ -12,12 +12,14 @@
 #include <mutex>
 #include <new>
 #include <ostream>
+#include <utility>
 
 namespace {
 
 std::mutex capture_mutex;
-std::vector<QoLogLine> captured_lines;  // guarded by capture_mutex
-int copy_descriptor = -1;               // guarded by capture_mutex
+std::vector<QoLogLine> captured_lines;            // guarded by capture_mutex
+int copy_descriptor = -1;                         // guarded by capture_mutex
+std::function<void(const QoLogLine&)> line_look;  // guarded by capture_mutex
 
 // A level digit, the text, and a NUL, which no line contains.
 void write_copy(int descriptor, const QoLogLine& line) {
@@ -40,10 +42,16 @@ __attribute__((format(printf, 2, 0))) void capture(int priority, const char* for
     // The analyzer does not see that the callers started the list.
     if (vasprintf(&printed, format, arguments) < 0) abort();  // NOLINT(clang-analyzer-valist.Uninitialized)
     const std::unique_ptr<char, decltype(&free)> text(printed, &free);
-    const std::lock_guard<std::mutex> guard(capture_mutex);
-    // A test may let allocations fail. Nothing is thrown, which syslog() never does: where one failed the second
-    // attempt keeps the line, where all do it is lost.
-    [[maybe_unused]] const bool kept = keep(LOG_PRI(priority), text.get()) || keep(LOG_PRI(priority), text.get());
+    std::function<void(const QoLogLine&)> look;
+    {
+        const std::lock_guard<std::mutex> guard(capture_mutex);
+        // A test may let allocations fail. Nothing is thrown, which syslog() never does: where one failed the second
+        // attempt keeps the line, where all do it is lost.
+        [[maybe_unused]] const bool kept = keep(LOG_PRI(priority), text.get()) || keep(LOG_PRI(priority), text.get());
+        if (line_look) look = line_look;
+    }
+    // It may log in turn.
+    if (look) look(qo_log_line(LOG_PRI(priority), text.get()));
 }
 
 }  // namespace
@@ -89,6 +97,8 @@ void PrintTo(const QoLogLine& line, std::ostream* stream) {
 
 QoLogCapture::QoLogCapture() { clear(); }
 
+QoLogCapture::~QoLogCapture() { on_line(nullptr); }
+
 std::vector<QoLogLine> QoLogCapture::lines() const {
     const std::lock_guard<std::mutex> guard(capture_mutex);
     return captured_lines;
@@ -108,6 +118,11 @@ bool QoLogCapture::contains(int level, const std::string& text) const {
 void QoLogCapture::clear() {
     const std::lock_guard<std::mutex> guard(capture_mutex);
     captured_lines.clear();
+}
+
+void QoLogCapture::on_line(std::function<void(const QoLogLine& line)> look) {
+    const std::lock_guard<std::mutex> guard(capture_mutex);
+    line_look = std::move(look);
 }
 
 void QoLogCapture::copy_to(int descriptor) {

@@ -5,6 +5,7 @@
 
 #include <syslog.h>
 
+#include <functional>
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -27,12 +28,17 @@ QoLogLine qo_log_line(int level, const std::string& text);
 class QoLogCapture {
 public:
     QoLogCapture();
+    ~QoLogCapture();
+    QoLogCapture(const QoLogCapture&) = delete;
+    QoLogCapture& operator=(const QoLogCapture&) = delete;
     /// All lines so far.
     std::vector<QoLogLine> lines() const;
     /// All lines so far but those of LOG_DEBUG.
     std::vector<QoLogLine> lines_above_debug() const;
     bool contains(int level, const std::string& text) const;
     void clear();
+    /// Has `look` called for every further line, by the thread that logs it and before it goes on; null for no more.
+    void on_line(std::function<void(const QoLogLine& line)> look);
     /// Writes every further line to `descriptor` too: for a forked child, whose memory the test does not see.
     void copy_to(int descriptor);
     /// Reads what copy_to() wrote, until the end of the file: until all who could write have ended.

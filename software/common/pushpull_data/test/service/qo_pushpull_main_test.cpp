@@ -9,6 +9,7 @@
 #include <chrono>
 #include <thread>
 
+#include "failing_new.h"
 #include "log_capture.h"
 #include "qo_pushpull.h"
 #include "qo_pushpull_constants.h"
@@ -24,7 +25,6 @@ using testing::IsEmpty;
 std::function<void()> when_ready;      // at the end of the start-up
 std::vector<std::string> notified;     // what systemd was told
 std::function<void()> before_receive;  // when the service looks into its queue
-std::function<void()> before_load;     // when the start-up comes to the data tree
 std::vector<unsigned> pauses;          // seconds, of every sleep
 unsigned interrupted_once_after = 0;   // seconds; 0: no sleep is interrupted
 
@@ -35,8 +35,6 @@ unsigned interrupted_once_after = 0;   // seconds; 0: no sleep is interrupted
 extern "C" {
 unsigned __wrap_sleep(unsigned seconds);
 int __wrap_sd_notify(int unset_environment, const char* state);
-int __real__ZN7DataMgr4InitESt10shared_ptrI15QoPushPullStatsE(void* store, void* stats);
-int __wrap__ZN7DataMgr4InitESt10shared_ptrI15QoPushPullStatsE(void* store, void* stats);
 ssize_t __real_mq_timedreceive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority,
                                const timespec* deadline);
 ssize_t __wrap_mq_timedreceive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority,
@@ -55,11 +53,6 @@ int __wrap_sd_notify(int, const char* state) {
     return 0;
 }
 
-int __wrap__ZN7DataMgr4InitESt10shared_ptrI15QoPushPullStatsE(void* store, void* stats) {
-    if (before_load) before_load();
-    return __real__ZN7DataMgr4InitESt10shared_ptrI15QoPushPullStatsE(store, stats);
-}
-
 ssize_t __wrap_mq_timedreceive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority,
                                const timespec* deadline) {
     if (before_receive) before_receive();
@@ -75,7 +68,6 @@ protected:
         optind = 0;  // the options of the test before are forgotten
         when_ready = [this] { post_exit(queue_); };
         before_receive = nullptr;
-        before_load = nullptr;
         notified.clear();
         pauses.clear();
         interrupted_once_after = 0;
@@ -83,7 +75,6 @@ protected:
     ~Main() override {
         when_ready = nullptr;
         before_receive = nullptr;
-        before_load = nullptr;
         signal(SIGTERM, SIG_DFL);
     }
 
@@ -100,6 +91,15 @@ protected:
         return pushpull_main(static_cast<int>(arguments.size()), argv.data());
     }
 
+    /// The first allocation fails behind the line that the start of that number, counted from 1, has opened its queue.
+    void run_out_of_memory_in_start(int number) {
+        log_.on_line([this, number, starts = std::make_shared<int>(0)](const QoLogLine& line) {
+            if (line.text == "QoPushPullQueueMonitor: Adding queue /pushpull (component ID 1100)" &&
+                ++*starts == number)
+                short_of_memory_.emplace(0);
+        });
+    }
+
     /// Runs with options that are refused: status 1, one line, nothing created.
     void expect_refused(const std::vector<std::string>& arguments, const std::string& line) {
         when_ready = [] { ADD_FAILURE() << "the service was started"; };
@@ -111,6 +111,7 @@ protected:
 
     QoLogCapture log_;
     QoShellCapture shell_;
+    std::optional<QoFailingNew> short_of_memory_;
     const QoScratchQueue queue_{QO_SERVICE_QUEUE_NAME, 4, 4096};
 };
 
@@ -215,7 +216,7 @@ TEST_F(Main, ExitRequestIsNotStartedAgain) {
 }
 
 TEST_F(Main, ExceptionDuringTheStartUpEndsTheProcessWithStatusOneBeforeItIsReady) {
-    before_load = [] { throw std::bad_alloc(); };
+    run_out_of_memory_in_start(1);
     when_ready = [] { ADD_FAILURE() << "readiness was reported"; };
     before_receive = [] { ADD_FAILURE() << "a request was served"; };
     EXPECT_EQ(run({}), 1);
@@ -223,10 +224,7 @@ TEST_F(Main, ExceptionDuringTheStartUpEndsTheProcessWithStatusOneBeforeItIsReady
 }
 
 TEST_F(Main, ExceptionDuringTheStartThatAnInitRequestCausesEndsTheProcessWithStatusOne) {
-    int loads = 0;
-    before_load = [&loads] {
-        if (++loads == 2) throw std::bad_alloc();
-    };
+    run_out_of_memory_in_start(2);
     int starts = 0;
     when_ready = [&] {
         ++starts;
