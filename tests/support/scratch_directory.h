@@ -3,13 +3,13 @@
 #define QO_TEST_SCRATCH_DIRECTORY_H
 
 #include <fcntl.h>
+#include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 
 class QoScratchDirectory {
@@ -18,7 +18,10 @@ public:
         // Not by std::filesystem, which on a 32-bit board cannot look at a folder that was changed after January 2038.
         const char* folder = getenv("TMPDIR");
         std::string name = std::string(folder != nullptr ? folder : "/tmp") + "/qo_test_XXXXXX";
-        if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no scratch directory " + name);
+        if (mkdtemp(name.data()) == nullptr) {
+            perror(name.c_str());
+            abort();
+        }
         path_ = name + "/";
     }
     ~QoScratchDirectory() {
