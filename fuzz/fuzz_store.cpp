@@ -42,8 +42,6 @@ __attribute__((format(printf, 3, 4))) void __syslog_chk(int, int, const char* fo
 }
 }
 
-const std::string& qo_last_log_line() { return last_line; }
-
 std::unique_ptr<DataMgr> qo_fuzz_store(std::string_view defaults) {
     // Holds the defaults file; nothing else is ever written there.
     static const QoScratchDirectory directory;

@@ -11,9 +11,6 @@
 #include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_json.h"
 
-/// The text of the last line that was logged; nothing reaches the system log.
-const std::string& qo_last_log_line();
-
 inline void qo_require(bool holds, const char* what) {
     if (holds) return;
     std::fprintf(stderr, "violated: %s\n", what);
