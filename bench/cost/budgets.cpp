@@ -1,3 +1,4 @@
+// Reading, comparing and rewriting the file of budgets.
 #include "budgets.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Running a publishing component under the counting tool.
 #include "client_library.h"
 
 #include <spawn.h>

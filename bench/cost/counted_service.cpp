@@ -1,3 +1,4 @@
+// Running the service under a counting tool, and where its parts begin.
 #include "counted_service.h"
 
 #include <syslog.h>

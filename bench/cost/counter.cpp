@@ -1,3 +1,4 @@
+// Reading what the counting tools wrote.
 #include "counter.h"
 
 #include <unistd.h>

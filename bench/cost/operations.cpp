@@ -1,3 +1,4 @@
+// The operations that are counted, each with the components that it needs.
 #include "operations.h"
 
 #include <algorithm>
