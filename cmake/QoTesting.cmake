@@ -55,7 +55,11 @@ function(qo_test_sources target)
 endfunction()
 
 # qo_wrap(TARGET SYMBOL): calls of the symbol become calls of __wrap_SYMBOL, which reaches it as __real_SYMBOL.
+# C functions only: a test that replaces a C++ function fails as soon as that one is inlined, split or moved.
 function(qo_wrap target symbol)
+    if(symbol MATCHES "^_Z")
+        message(FATAL_ERROR "${target} wraps ${symbol}: a test replaces no C++ function, see CONTRIBUTING.md")
+    endif()
     if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND DEFINED QO_TIME64_NAME_${symbol})
         set(name ${QO_TIME64_NAME_${symbol}})
         target_compile_definitions(${target} PRIVATE __wrap_${symbol}=__wrap_${name} __real_${symbol}=__real_${name})
@@ -73,7 +77,7 @@ add_custom_target(qo_thread_tests)
 #             so that its queues, files and signals meet nobody else's
 #   EACH      one CTest entry, and with ISOLATED one set of namespaces, per test case
 #   SLOW      lives by the real clock; CTest starts it first so that it sleeps beside the others
-#   WRAP      further link-time replacements that its sources define as __wrap_<symbol>
+#   WRAP      further C functions to replace at link time, which its sources define as __wrap_<symbol>
 function(qo_add_test name)
     cmake_parse_arguments(arg "ISOLATED;SLOW;EACH" "" "SOURCES;LIBS;LABELS;WRAP" ${ARGN})
     add_executable(${name} ${arg_SOURCES})

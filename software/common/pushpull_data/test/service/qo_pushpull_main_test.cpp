@@ -217,7 +217,10 @@ TEST_F(Main, ExitRequestIsNotStartedAgain) {
 
 TEST_F(Main, ExceptionDuringTheStartUpEndsTheProcessWithStatusOneBeforeItIsReady) {
     run_out_of_memory_in_start(1);
-    when_ready = [] { ADD_FAILURE() << "readiness was reported"; };
+    when_ready = [this] {
+        ADD_FAILURE() << "readiness was reported";
+        post_exit(queue_);
+    };
     before_receive = [] { ADD_FAILURE() << "a request was served"; };
     EXPECT_EQ(run({}), 1);
     EXPECT_TRUE(log_.contains(LOG_CRIT, "exception std::bad_alloc"));
