@@ -11,7 +11,11 @@ qo_demo_packages=(util-linux mount)
 qo_test_packages=(libgtest-dev libgmock-dev libbenchmark-dev procps ccache valgrind strace
     clang-14 libclang-rt-14-dev clang-format-14)
 
-# For the stages changes and tidy of scripts/test.
+# What bench/compare is built with, and what it compares the service with.
+qo_compare_build_packages=(libmosquitto-dev libhiredis-dev)
+qo_compare_packages=(mosquitto redis-server dbus-daemon)
+
+# For the stages changes and tidy of scripts/test, besides what bench/compare is built with.
 qo_tidy_packages=(clang-tidy-14)
 
 # For scripts/test --system, which runs the service in a virtual machine. Of the kernel only its files are used;
