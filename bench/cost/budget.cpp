@@ -106,9 +106,14 @@ bool judge(const Counted& counted, const QoBudgets& budgets) {
     return kept;
 }
 
+// What has not moved keeps its number, so that a change of budgets shows what was changed.
 void set_budgets(const Counted& counted, QoBudgets& budgets) {
-    for (const Quantity& quantity : counted.quantities)
-        budgets.set(counted.operation, quantity.name, counted.cost.*quantity.count);
+    for (const Quantity& quantity : counted.quantities) {
+        const int64_t number = counted.cost.*quantity.count;
+        const std::optional<int64_t> budget = budgets.find(counted.operation, quantity.name);
+        if (!budget || qo_judge(*budget, number) != QoVerdict::kKept)
+            budgets.set(counted.operation, quantity.name, number);
+    }
 }
 
 const QoOperation& operation_named(const std::string& name) {
