@@ -64,7 +64,7 @@ JSONNODE* take_out(JSONNODE* parent, size_t index) {
     if (children.items.empty())
         parent->children.reset();
     else if (children.items.size() < NameIndex::kWorthwhileSize / 2)
-        children.index.reset();
+        children.drop_index();
     return child;
 }
 
@@ -85,8 +85,11 @@ void build_index(Children& children) {
 JSONNODE* find_member(const JSONNODE* object, std::string_view name) {
     if (object == nullptr || object->type != JSON_NODE || !object->children) return nullptr;
     Children& children = *object->children;
+    if (children.index) return children.index->find(name);
     if (children.items.size() < NameIndex::kWorthwhileSize) return find_by_scan(children.items, name);
-    if (!children.index) build_index(children);
+    // Many an object is searched once in its life, for which a scan is cheaper than an index.
+    if (!std::exchange(children.searched, true)) return find_by_scan(children.items, name);
+    build_index(children);
     return children.index ? children.index->find(name) : find_by_scan(children.items, name);
 }
 
@@ -159,7 +162,7 @@ JSONNODE_ITERATOR json_insert_multi(JSONNODE* parent, JSONNODE_ITERATOR position
         copy->parent = parent;
         return copy.release();
     });
-    children.index.reset();  // finding a place for each of many namesakes would cost more than a new index
+    children.drop_index();  // finding a place for each of many namesakes would cost more than a new index
     return json_begin(parent) + index;
 }
 
@@ -177,7 +180,7 @@ size_t json_erase_if(JSONNODE* parent, int (*matches)(const JSONNODE* child, voi
     for (JSONNODE* child : parent->children->items) (matches(child, context) != 0 ? erased : kept).push_back(child);
     if (erased.empty()) return 0;
 
-    parent->children->index.reset();
+    parent->children->drop_index();
     parent->children->items = std::move(kept);
     if (parent->children->items.empty()) parent->children.reset();
     for (JSONNODE* child : erased) {

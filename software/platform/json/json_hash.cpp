@@ -53,9 +53,9 @@ struct SipState {
 
 /// Up to eight bytes as a little-endian number.
 uint64_t load_word(std::string_view bytes) {
+    static_assert(std::endian::native == std::endian::little);
     uint64_t word = 0;
-    for (size_t i = 0; i < bytes.size(); ++i)
-        word |= static_cast<uint64_t>(static_cast<unsigned char>(bytes[i])) << (8 * i);
+    bytes.copy(reinterpret_cast<char*>(&word), sizeof word);
     return word;
 }
 

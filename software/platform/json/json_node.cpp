@@ -10,6 +10,7 @@
 
 namespace {
 
+using qo_json::child_count;
 using qo_json::NameIndex;
 using qo_json::NodePtr;
 using qo_json::Text;
@@ -59,7 +60,7 @@ void delete_below(JSONNODE* root) {
         if (node->children && !node->children->items.empty()) {
             JSONNODE* child = node->children->items.back();
             node->children->items.pop_back();
-            node->children->index.reset();
+            node->children->drop_index();
             node = child;
         } else if (node == root) {
             node->children.reset();
@@ -91,14 +92,22 @@ void copy_below(const JSONNODE* source, JSONNODE* copy) {
     while (!pending.empty()) {
         const Level level = pending.back();
         pending.pop_back();
-        if (qo_json::child_count(level.source) == 0) continue;
-        auto& copies = qo_json::reserve_children(level.copy, qo_json::child_count(level.source));
+        if (child_count(level.source) == 0) continue;
+        auto& copies = qo_json::reserve_children(level.copy, child_count(level.source));
         for (const JSONNODE* child : level.source->children->items) {
             copies.push_back(copy_single(child).release());
             copies.back()->parent = level.copy;
             if (child->children) pending.push_back({child, copies.back()});
         }
     }
+}
+
+/// Of two nodes without children.
+void set_single(JSONNODE* destination, const JSONNODE* source) {
+    if (destination == source) return;
+    destination->text.assign(source->text.view());
+    destination->type = source->type;
+    destination->boolean = source->boolean;
 }
 
 bool is_below(const JSONNODE* node, const JSONNODE* top) {
@@ -162,7 +171,9 @@ void json_set_name(JSONNODE* node, const char* name) { rename_node(node, view_of
 void json_set_name_n(JSONNODE* node, const char* name, size_t length) { rename_node(node, view_of(name, length)); }
 
 void json_set_n(JSONNODE* destination, const JSONNODE* source) {
-    if (destination == nullptr || source == nullptr || is_below(source, destination)) return;
+    if (destination == nullptr || source == nullptr) return;
+    if (child_count(destination) == 0 && child_count(source) == 0) return set_single(destination, source);
+    if (is_below(source, destination)) return;
     const NodePtr copy(json_duplicate(source));
     delete_below(destination);
     destination->type = copy->type;

@@ -17,7 +17,17 @@ namespace qo_json {
 /// The children of one array or object. Present only while there are any.
 struct Children {
     std::vector<JSONNODE*> items;      // owned by the node
-    std::unique_ptr<NameIndex> index;  // built by the first search of a large object
+    std::unique_ptr<NameIndex> index;  // built by the second search of a large object
+    bool searched = false;             // while it was large
+
+    void drop_index() {
+        index.reset();
+        searched = false;
+    }
+    void clear() {
+        items.clear();
+        drop_index();
+    }
 };
 
 /// Keeps the index up, if there is one, by `update(index)`. Where memory is short the index is given up instead: the

@@ -5,67 +5,20 @@
 #include <utility>
 #include <vector>
 
-#include <rapidjson/memorystream.h>
-#include <rapidjson/reader.h>
-
-#include "json_allocator.h"
+#include "json_fast_reader.h"
 #include "json_node.h"
-#include "json_number.h"
+#include "json_plain_reader.h"
 
 namespace {
 
 using qo_json::NodePtr;
 using qo_json::Text;
+using qo_json::TextRules;
 using rapidjson::SizeType;
-
-/// What the reader asks its handlers for and never calls, as numbers are passed on as they stand.
-struct NoNumbers {
-    bool Int(int) { return false; }
-    bool Uint(unsigned) { return false; }
-    bool Int64(int64_t) { return false; }
-    bool Uint64(uint64_t) { return false; }
-    bool Double(double) { return false; }
-};
-
-/// What the reader lets pass and this library does not. The reader reports every value of the text to it; a false
-/// answer ends the parse.
-class TextRules : public NoNumbers {
-public:
-    bool Null() { return true; }
-    bool Bool(bool) { return true; }
-    bool RawNumber(const char* literal, SizeType length, bool) {
-        return qo_json::is_in_double_range({literal, length});
-    }
-    bool String(const char* bytes, SizeType length, bool) { return has_no_surrogate({bytes, length}); }
-    bool Key(const char* bytes, SizeType length, bool) { return has_no_surrogate({bytes, length}); }
-    bool StartObject() { return enter(); }
-    bool StartArray() { return enter(); }
-    bool EndObject(SizeType) { return leave(); }
-    bool EndArray(SizeType) { return leave(); }
-
-private:
-    /// The reader encodes the escape of a lone low surrogate like a character.
-    static bool has_no_surrogate(std::string_view bytes) {
-        constexpr char kLead = '\xED';
-        constexpr unsigned char kFirstSurrogate = 0xA0;
-        for (size_t at = bytes.find(kLead); at != std::string_view::npos; at = bytes.find(kLead, at + 1))
-            if (static_cast<unsigned char>(bytes[at + 1]) >= kFirstSurrogate) return false;
-        return true;
-    }
-
-    bool enter() { return ++depth_ <= JSON_MAX_PARSE_DEPTH; }
-
-    bool leave() {
-        --depth_;
-        return true;
-    }
-
-    int depth_ = 0;
-};
 
 /// Builds the nodes. Whatever is not yet in a parent stands on one stack, a container below its children, so that
 /// each container gets a list of exactly the right size when it ends and a rejected text leaves nothing behind.
-class TreeBuilder : public NoNumbers {
+class TreeBuilder : public qo_json::NoNumbers {
 public:
     /// The tree of a text that was accepted.
     NodePtr take_root() { return std::move(pending_.front()); }
@@ -133,7 +86,11 @@ class PieceStream {
 public:
     using Ch = char;
 
-    PieceStream(json_reader read, void* context) : read_(read), context_(context), piece_(kPiece) { refill(); }
+    /// @param first what was read already
+    PieceStream(json_reader read, void* context, std::vector<char> first)
+        : read_(read), context_(context), piece_(std::move(first)) {
+        show(piece_.size());
+    }
 
     Ch Peek() const { return *current_; }
     Ch Take() {
@@ -152,11 +109,14 @@ public:
     size_t PutEnd(Ch*) { return 0; }
 
 private:
-    static constexpr size_t kPiece = 65536;  // bytes
-
     void refill() {
         passed_ += length_;
-        length_ = read_(piece_.data(), piece_.size(), context_);
+        show(read_(piece_.data(), piece_.size(), context_));
+    }
+
+    /// The stream goes on with the first `length` bytes of the piece.
+    void show(size_t length) {
+        length_ = length;
         too_long_ = length_ > qo_json::kMaxTextLength - passed_;
         at_end_ = length_ == 0 || too_long_;
         if (at_end_) {
@@ -178,22 +138,41 @@ private:
     bool too_long_ = false;
 };
 
-/// Whether the stream has one JSON text that `handler` accepts. What stands behind it, if it is not white space, begins
-/// with a NUL, which looks to the reader like the end.
-template <typename Stream, typename Handler>
-bool accepts(Stream& stream, Handler& handler) {
-    constexpr unsigned kFlags =
-        rapidjson::kParseIterativeFlag | rapidjson::kParseNumbersAsStringsFlag | rapidjson::kParseValidateEncodingFlag;
-    rapidjson::GenericReader<rapidjson::UTF8<>, rapidjson::UTF8<>, qo_json::Allocator> reader;
-    return !reader.template Parse<kFlags>(stream, handler).IsError();
+/// Whether all of `text` is one JSON text of those that the fast reader knows.
+template <typename Handler>
+bool read_fast(std::string_view text, Handler& handler) {
+    using Reader = qo_json::FastReader<qo_json::Decoded::passing, Handler>;
+    const auto space = qo_json::new_space(Reader::space_for(text.size()));
+    return Reader(text, space.get(), handler).read();
 }
 
-/// Whether all of `text` is one JSON text that `handler` accepts.
+/// Whether all of `text` is one JSON text that a handler of this type accepts, which is then in `handler`.
 template <typename Handler>
 bool read(std::string_view text, Handler& handler) {
     if (text.size() > qo_json::kMaxTextLength) return false;
-    rapidjson::MemoryStream stream(text.data(), text.size());
-    return accepts(stream, handler) && stream.Tell() == text.size();
+    if (read_fast(text, handler)) return true;
+    handler = Handler();
+    return qo_json::read_plainly(text, handler);
+}
+
+/// The beginning of a text that comes piece by piece: all of it, when it is of a usual length.
+struct Beginning {
+    std::vector<char> bytes;
+    bool is_whole;
+};
+
+Beginning read_beginning(json_reader reader, void* context) {
+    constexpr size_t kPiece = 65536;              // bytes
+    constexpr size_t kUsualLength = kPiece * 32;  // beyond, a text is not held in memory
+    Beginning beginning{{}, false};
+    for (size_t length = 0; length < kUsualLength && !beginning.is_whole;) {
+        beginning.bytes.resize(length + kPiece);
+        const size_t count = reader(beginning.bytes.data() + length, kPiece, context);
+        length += count;
+        beginning.bytes.resize(length);
+        beginning.is_whole = count == 0;
+    }
+    return beginning;
 }
 
 }  // namespace
@@ -206,9 +185,11 @@ JSONNODE* json_parse_n(const char* text, size_t length) {
 
 JSONNODE* json_parse_from(json_reader reader, void* context) {
     if (reader == nullptr) return nullptr;
+    Beginning beginning = read_beginning(reader, context);
+    if (beginning.is_whole) return json_parse_n(beginning.bytes.data(), beginning.bytes.size());
     TreeBuilder builder;
-    PieceStream stream(reader, context);
-    return accepts(stream, builder) && stream.at_end() ? builder.take_root().release() : nullptr;
+    PieceStream stream(reader, context, std::move(beginning.bytes));
+    return qo_json::accepts(stream, builder) && stream.at_end() ? builder.take_root().release() : nullptr;
 }
 
 JSONNODE* json_parse(const char* text) { return text == nullptr ? nullptr : json_parse_n(text, std::strlen(text)); }

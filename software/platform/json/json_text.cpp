@@ -1,10 +1,10 @@
 // Texts inside a node.
 #include "json_text.h"
 
-#include <cstring>
-
 #include <rapidjson/encodings.h>
 #include <rapidjson/memorystream.h>
+
+#include "json_scan.h"
 
 namespace qo_json {
 namespace {
@@ -14,27 +14,15 @@ struct NoOutput {
     void Put(char) {}
 };
 
+/// Bytes allocated for a text of that length: as many as the allocator's pieces have anyway, so that a text whose
+/// length varies a little stays where it is.
+constexpr size_t capacity_for(size_t length) {
+    constexpr size_t kStep = 16;
+    constexpr size_t kUsedByAllocator = 8;
+    return (length + 1 + kUsedByAllocator - 1) / kStep * kStep + kUsedByAllocator;
+}
+
 }  // namespace
-
-Text::Text(std::string_view bytes) {
-    if (bytes.size() <= kInlineCapacity) {
-        bytes.copy(bytes_, bytes.size());
-        set_inline_length(bytes.size());
-        return;
-    }
-    char* heap = new char[bytes.size() + 1];
-    bytes.copy(heap, bytes.size());
-    heap[bytes.size()] = '\0';
-    const auto length = static_cast<uint32_t>(bytes.size());
-    std::memcpy(bytes_, &heap, sizeof heap);
-    std::memcpy(bytes_ + kLengthOffset, &length, sizeof length);
-    bytes_[kInlineCapacity] = kOnHeap;
-}
-
-Text::Text(Text&& other) noexcept {
-    std::memcpy(bytes_, other.bytes_, sizeof bytes_);
-    other.set_inline_length(0);
-}
 
 Text& Text::operator=(Text&& other) noexcept {
     if (this == &other) return *this;
@@ -44,29 +32,24 @@ Text& Text::operator=(Text&& other) noexcept {
     return *this;
 }
 
-std::string_view Text::view() const {
-    if (!on_heap()) return {bytes_, kInlineCapacity - static_cast<size_t>(bytes_[kInlineCapacity])};
-    uint32_t length = 0;
-    std::memcpy(&length, bytes_ + kLengthOffset, sizeof length);
-    return {heap_bytes(), length};
-}
-
-void Text::set_inline_length(size_t length) {
-    std::memset(bytes_ + length, 0, kInlineCapacity - length);
-    bytes_[kInlineCapacity] = static_cast<char>(kInlineCapacity - length);
-}
-
-char* Text::heap_bytes() const {
-    char* heap = nullptr;
-    std::memcpy(&heap, bytes_, sizeof heap);
-    return heap;
-}
-
-void Text::release() {
-    if (on_heap()) delete[] heap_bytes();
+void Text::assign(std::string_view bytes) {
+    if (bytes.size() <= kInlineCapacity) {
+        release();
+        bytes.copy(bytes_, bytes.size());
+        set_inline_length(bytes.size());
+        return;
+    }
+    const bool fits = bytes_[kInlineCapacity] == kOwned && capacity_for(far_length()) == capacity_for(bytes.size());
+    char* far = fits ? far_bytes() : new char[capacity_for(bytes.size())];
+    bytes.copy(far, bytes.size());
+    far[bytes.size()] = '\0';
+    if (!fits) release();
+    refer_to(far, bytes.size(), kOwned);
 }
 
 bool is_utf8(std::string_view bytes) {
+    const size_t ascii = ascii_prefix(bytes);
+    bytes.remove_prefix(ascii);
     rapidjson::MemoryStream input(bytes.data(), bytes.size());
     NoOutput output;
     while (input.Tell() < bytes.size())

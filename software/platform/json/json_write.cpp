@@ -1,46 +1,40 @@
 // From nodes to text.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <vector>
-
-#include <rapidjson/prettywriter.h>
-#include <rapidjson/writer.h>
 
 #include "json_allocator.h"
 #include "json_node.h"
+#include "json_scan.h"
 
 namespace qo_json {
 namespace {
 
+constexpr size_t kLongestEscape = 6;  // "\u001F"
+
 /// The growing text that a writer puts its characters into; ends up in the caller's hands without another copy.
 class TextOutput {
 public:
-    using Ch = char;
-
     TextOutput() = default;
     TextOutput(const TextOutput&) = delete;
     TextOutput& operator=(const TextOutput&) = delete;
     ~TextOutput() { std::free(bytes_); }
 
-    void Put(char c) {
-        if (size_ == capacity_) grow(size_ + 1);
-        bytes_[size_++] = c;
-    }
-
-    void put_repeated(char c, size_t count) {
+    /// Room for so many bytes, which advance() then makes part of the text.
+    char* room_for(size_t count) {
         if (capacity_ - size_ < count) grow(size_ + count);
-        std::memset(bytes_ + size_, c, count);
-        size_ += count;
+        return bytes_ + size_;
     }
-
-    void Flush() {}
+    void advance(size_t count) { size_ += count; }
 
     size_t size() const { return size_; }
 
     /// The text, NUL-terminated, for json_free.
     char* release() {
-        Put('\0');
-        void* fitting = std::realloc(bytes_, size_);
+        *room_for(1) = '\0';
+        void* fitting = std::realloc(bytes_, size_ + 1);
         char* text = fitting == nullptr ? bytes_ : static_cast<char*>(fitting);
         bytes_ = nullptr;
         return text;
@@ -49,10 +43,9 @@ public:
 private:
     void grow(size_t wanted) {
         constexpr size_t kFirstCapacity = 256;
-        size_t capacity = capacity_ == 0 ? kFirstCapacity : capacity_ + capacity_ / 2;
-        if (capacity < wanted) capacity = wanted;
-        bytes_ = static_cast<char*>(reallocate(bytes_, capacity));
-        capacity_ = capacity;
+        const size_t capacity = capacity_ == 0 ? kFirstCapacity : capacity_ + capacity_ / 2;
+        capacity_ = std::max(capacity, wanted);
+        bytes_ = static_cast<char*>(reallocate(bytes_, capacity_));
     }
 
     char* bytes_ = nullptr;
@@ -60,91 +53,17 @@ private:
     size_t capacity_ = 0;
 };
 
-/// What the formatted writer calls for the indentation of a line. Bounded, or the text of a deep tree would grow with
-/// the square of its depth.
-void PutN(TextOutput& output, char c, size_t count) {
-    output.put_repeated(c, count < JSON_MAX_INDENT ? count : JSON_MAX_INDENT);
-}
-
-/// Writes a scalar, or opens a container.
-template <typename Writer>
-void write_start(Writer& writer, const JSONNODE* node) {
-    const std::string_view text = node->text.view();
-    switch (node->type) {
-        case JSON_STRING:
-            writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
-            break;
-        case JSON_NUMBER:
-            writer.RawValue(text.data(), text.size(), rapidjson::kNumberType);
-            break;
-        case JSON_BOOL:
-            writer.Bool(node->boolean);
-            break;
-        case JSON_ARRAY:
-            writer.StartArray();
-            break;
-        case JSON_NODE:
-            writer.StartObject();
-            break;
-        default:
-            writer.Null();
-            break;
-    }
-}
-
-template <typename Writer>
-void write_tree(Writer& writer, const JSONNODE* root) {
-    struct Level {
-        const JSONNODE* container;
-        size_t next;
-    };
-    std::vector<Level> open;
-    const auto start = [&](const JSONNODE* node) {
-        write_start(writer, node);
-        if (is_container(node)) open.push_back({node, 0});
-    };
-
-    start(root);
-    while (!open.empty()) {
-        auto& [container, next] = open.back();
-        const bool is_object = container->type == JSON_NODE;
-        if (next < child_count(container)) {
-            const JSONNODE* child = container->children->items[next++];
-            const std::string_view name = child->name.view();
-            if (is_object) writer.Key(name.data(), static_cast<rapidjson::SizeType>(name.size()));
-            start(child);
-            continue;
-        }
-        open.pop_back();
-        if (is_object)
-            writer.EndObject();
-        else
-            writer.EndArray();
-    }
-}
-
-template <typename Writer>
-char* write_text(Writer& writer, TextOutput& output, const JSONNODE* node, size_t* length) {
-    if (node != nullptr) write_tree(writer, node);
-    if (length != nullptr) *length = output.size();
-    return node == nullptr ? nullptr : output.release();
-}
-
 /// Hands the text on in pieces.
 class PieceOutput {
 public:
-    using Ch = char;
-
     PieceOutput(json_writer write, void* context) : write_(write), context_(context), piece_(kPiece) {}
 
-    void Put(char c) {
-        if (size_ == kPiece) hand_on();
-        piece_[size_++] = c;
+    /// As TextOutput's, for at most a piece.
+    char* room_for(size_t count) {
+        if (piece_.size() - size_ < count) hand_on();
+        return piece_.data() + size_;
     }
-    void put_repeated(char c, size_t count) {
-        for (; count > 0; --count) Put(c);
-    }
-    void Flush() {}
+    void advance(size_t count) { size_ += count; }
 
     /// @return whether all was taken.
     bool finish() {
@@ -167,41 +86,186 @@ private:
     bool taken_ = true;
 };
 
-void PutN(PieceOutput& output, char c, size_t count) {
-    output.put_repeated(c, count < JSON_MAX_INDENT ? count : JSON_MAX_INDENT);
+char* put_escape(char* out, char c) {
+    static constexpr char kHexDigits[] = "0123456789ABCDEF";
+    // By control character: its letter, or 'u' for its number.
+    static constexpr char kLetters[] = "uuuuuuuubtnufruuuuuuuuuuuuuuuuuu";
+    const auto code = static_cast<unsigned char>(c);
+    *out++ = '\\';
+    *out = code < kFirstPrintable ? kLetters[code] : c;
+    if (*out++ != 'u') return out;
+    out = std::copy_n("00", 2, out);
+    *out++ = kHexDigits[code >> 4];
+    *out++ = kHexDigits[code & 0xF];
+    return out;
+}
+
+/// Whole words are copied as they are looked through; what was copied too much of one is overwritten.
+char* put_escaped(char* out, std::string_view bytes) {
+    const char* at = bytes.data();
+    const char* const end = at + bytes.size();
+    while (static_cast<size_t>(end - at) >= kWordBytes) {
+        const Word word = load_word(at);
+        store_word(out, word);
+        const Word marks = marks_of_escaped(word);
+        const size_t plain = marks == 0 ? kWordBytes : first_mark(marks);
+        at += plain;
+        out += plain;
+        if (marks != 0) out = put_escape(out, *at++);
+    }
+    for (; at != end; ++at)
+        if (is_escaped(*at))
+            out = put_escape(out, *at);
+        else
+            *out++ = *at;
+    return out;
+}
+
+/// Puts the parts of a JSON text into an output; with or without the white space that makes it readable.
+template <typename Output>
+class PartWriter {
+public:
+    PartWriter(Output& output, bool formatted) : output_(output), formatted_(formatted) {}
+
+    void put(char c) {
+        *output_.room_for(1) = c;
+        output_.advance(1);
+    }
+
+    void put(std::string_view text) {
+        while (!text.empty()) {
+            const std::string_view block = text.substr(0, kBlock);
+            block.copy(output_.room_for(block.size()), block.size());
+            output_.advance(block.size());
+            text.remove_prefix(block.size());
+        }
+    }
+
+    void put_quoted(std::string_view text) {
+        put('"');
+        while (!text.empty()) {
+            const std::string_view block = text.substr(0, kBlock);
+            char* const room = output_.room_for(block.size() * kLongestEscape + kWordBytes);
+            output_.advance(static_cast<size_t>(put_escaped(room, block) - room));
+            text.remove_prefix(block.size());
+        }
+        put('"');
+    }
+
+    void put_name(std::string_view name) {
+        put_quoted(name);
+        put(':');
+        if (formatted_) put(' ');
+    }
+
+    /// Bounded, or the text of a deep tree would grow with the square of its depth.
+    void put_line_break(size_t level) {
+        if (!formatted_) return;
+        const size_t tabs = std::min<size_t>(level, JSON_MAX_INDENT);
+        char* const room = output_.room_for(1 + tabs);
+        *room = '\n';
+        std::memset(room + 1, '\t', tabs);
+        output_.advance(1 + tabs);
+    }
+
+private:
+    static constexpr size_t kBlock = 1024;  // bytes
+
+    Output& output_;
+    const bool formatted_;
+};
+
+template <typename Writer>
+void write_scalar(Writer& writer, const JSONNODE* node) {
+    if (node->type == JSON_STRING)
+        writer.put_quoted(node->text.view());
+    else
+        writer.put(value_text(node));
+}
+
+struct Brackets {
+    char open;
+    char close;
+};
+
+constexpr Brackets brackets_of(const JSONNODE* container) {
+    return container->type == JSON_NODE ? Brackets{'{', '}'} : Brackets{'[', ']'};
 }
 
 template <typename Output>
-using CompactWriter = rapidjson::Writer<Output, rapidjson::UTF8<>, rapidjson::UTF8<>, Allocator>;
+void write_tree(Output& output, const JSONNODE* root, bool formatted) {
+    struct Level {
+        const JSONNODE* container;
+        size_t next;
+    };
+    PartWriter writer(output, formatted);
+    std::vector<Level> open;
+    const auto start = [&](const JSONNODE* node) {
+        if (!is_container(node)) return write_scalar(writer, node);
+        writer.put(brackets_of(node).open);
+        if (child_count(node) == 0)
+            writer.put(brackets_of(node).close);
+        else
+            open.push_back({node, 0});
+    };
 
-template <typename Output>
-using FormattedWriter = rapidjson::PrettyWriter<Output, rapidjson::UTF8<>, rapidjson::UTF8<>, Allocator>;
+    start(root);
+    while (!open.empty()) {
+        auto& [container, next] = open.back();
+        if (next == child_count(container)) {
+            writer.put_line_break(open.size() - 1);
+            writer.put(brackets_of(container).close);
+            open.pop_back();
+            continue;
+        }
+        if (next > 0) writer.put(',');
+        writer.put_line_break(open.size());
+        const JSONNODE* child = container->children->items[next++];
+        if (container->type == JSON_NODE) writer.put_name(child->name.view());
+        start(child);
+    }
+}
+
+char* write_text(const JSONNODE* node, bool formatted, size_t* length) {
+    TextOutput output;
+    if (node != nullptr) write_tree(output, node, formatted);
+    if (length != nullptr) *length = output.size();
+    return node == nullptr ? nullptr : output.release();
+}
+
+int write_pieces(const JSONNODE* node, bool formatted, json_writer write, void* context) {
+    if (node == nullptr || write == nullptr) return 0;
+    PieceOutput output(write, context);
+    write_tree(output, node, formatted);
+    return output.finish() ? 1 : 0;
+}
 
 }  // namespace
 }  // namespace qo_json
 
-char* json_write_n(const JSONNODE* node, size_t* length) {
-    qo_json::TextOutput output;
-    qo_json::CompactWriter<qo_json::TextOutput> writer(output);
-    return qo_json::write_text(writer, output, node, length);
-}
+char* json_write_n(const JSONNODE* node, size_t* length) { return qo_json::write_text(node, false, length); }
 
-char* json_write_formatted_n(const JSONNODE* node, size_t* length) {
-    qo_json::TextOutput output;
-    qo_json::FormattedWriter<qo_json::TextOutput> writer(output);
-    writer.SetIndent('\t', 1);
-    return qo_json::write_text(writer, output, node, length);
+char* json_write_formatted_n(const JSONNODE* node, size_t* length) { return qo_json::write_text(node, true, length); }
+
+int json_write_to(const JSONNODE* node, json_writer write, void* context) {
+    return qo_json::write_pieces(node, false, write, context);
 }
 
 int json_write_formatted_to(const JSONNODE* node, json_writer write, void* context) {
-    if (node == nullptr || write == nullptr) return 0;
-    qo_json::PieceOutput output(write, context);
-    qo_json::FormattedWriter<qo_json::PieceOutput> writer(output);
-    writer.SetIndent('\t', 1);
-    qo_json::write_tree(writer, node);
-    return output.finish() ? 1 : 0;
+    return qo_json::write_pieces(node, true, write, context);
 }
 
 char* json_write(const JSONNODE* node) { return json_write_n(node, nullptr); }
 
 char* json_write_formatted(const JSONNODE* node) { return json_write_formatted_n(node, nullptr); }
+
+size_t json_written_length(const char* text, size_t length) {
+    if (text == nullptr) return 0;
+    const std::string_view bytes(text, length);
+    size_t written = length;
+    for (size_t at = qo_json::plain_prefix(bytes); at < length; at += 1 + qo_json::plain_prefix(bytes.substr(at + 1))) {
+        char escape[qo_json::kLongestEscape];
+        written += static_cast<size_t>(qo_json::put_escape(escape, bytes[at]) - escape) - 1;
+    }
+    return written;
+}

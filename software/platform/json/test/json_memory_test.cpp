@@ -119,6 +119,7 @@ TEST(ShortOfMemory, ErasedByAConditionOrNot) {
 
 TEST(ShortOfMemory, SearchedWithoutAnIndex) {
     const Node object = large_object();
+    ASSERT_EQ(json_find(object.get(), "the first search"), nullptr);
     const QoFailingNew short_of_memory(0);
     EXPECT_EQ(json_as_int(json_find(object.get(), "member number 38")), 38);
     EXPECT_TRUE(QoFailingNew::has_failed());

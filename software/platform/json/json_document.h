@@ -1,0 +1,88 @@
+/// The memory of trees that are read one after another.
+#ifndef QO_JSON_DOCUMENT_H
+#define QO_JSON_DOCUMENT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "json_node.h"
+
+namespace qo_json {
+
+/// Builds a tree from nodes that were used before, with their lists of children. What the nodes hold is borrowed from
+/// the text as it was decoded. Called by a reader for each value of a text.
+class DocumentBuilder {
+public:
+    /// What was built before is void.
+    void restart();
+    JSONNODE* root() const { return nodes_.front().get(); }
+    /// How many nodes there are, used or not.
+    size_t size() const { return nodes_.size(); }
+
+    bool Null() { return add(JSON_NULL) != nullptr; }
+    bool Bool(bool value) {
+        add(JSON_BOOL)->boolean = value;
+        return true;
+    }
+    bool RawNumber(const char* literal, uint32_t length, bool) {
+        add(JSON_NUMBER)->text.borrow({literal, length});
+        return true;
+    }
+    bool String(const char* bytes, uint32_t length, bool) {
+        add(JSON_STRING)->text.borrow({bytes, length});
+        return true;
+    }
+    bool Key(const char* bytes, uint32_t length, bool) {
+        name_ = {bytes, length};
+        return true;
+    }
+    bool StartObject() { return open(JSON_NODE); }
+    bool StartArray() { return open(JSON_ARRAY); }
+    bool EndObject(uint32_t) { return close(); }
+    bool EndArray(uint32_t) { return close(); }
+
+private:
+    JSONNODE* add(char type) {
+        if (used_ == nodes_.size()) nodes_.push_back(std::make_unique<JSONNODE>(type));
+        JSONNODE* node = nodes_[used_++].get();
+        node->type = type;
+        node->boolean = false;
+        node->name.borrow(name_);
+        node->text.borrow("");
+        node->parent = open_;
+        if (node->children) node->children->clear();
+        name_ = "";
+        if (open_ != nullptr) open_->children->items.push_back(node);
+        return node;
+    }
+
+    bool open(char type);
+    bool close() {
+        open_ = open_->parent;
+        return true;
+    }
+
+    std::vector<std::unique_ptr<JSONNODE>> nodes_;
+    size_t used_ = 0;
+    JSONNODE* open_ = nullptr;  // the innermost container that is not closed yet
+    std::string_view name_ = "";
+};
+
+}  // namespace qo_json
+
+/// See json_document_parse_n.
+struct JSONDOCUMENT {
+    JSONNODE* parse(std::string_view text);
+    void give_back();
+
+private:
+    qo_json::DocumentBuilder builder_;
+    std::unique_ptr<char[]> space_;
+    size_t space_size_ = 0;
+    qo_json::NodePtr plain_;  // of a text that the fast reader does not know
+};
+
+#endif

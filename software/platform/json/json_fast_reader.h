@@ -1,0 +1,258 @@
+/// Reads the JSON texts that components write, several times as fast as a reader that knows all of JSON.
+#ifndef QO_JSON_FAST_READER_H
+#define QO_JSON_FAST_READER_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string_view>
+
+#include "json_scan.h"
+#include "json_text.h"
+#include "qo_json.h"
+
+namespace qo_json {
+
+/// Where decoded strings, names and numbers stand, each followed by a NUL.
+enum class Decoded {
+    kept,    // behind each other, as long as the space lives
+    passing  // each only until the next one
+};
+
+/// It only ever accepts: what it does not know, valid or not, it leaves to the other reader, which stays the judge. It
+/// does not know exponents, "\u" escapes, numbers of hundreds of digits and nesting beyond JSON_MAX_PARSE_DEPTH.
+///
+/// The handler is called as the other reader calls it, and likewise ends the reading by a false answer. What it is
+/// given before the text proves to be unknown is void.
+template <Decoded decoded, typename Handler>
+class FastReader {
+public:
+    /// Bytes that the decoded parts of a text of that length may need.
+    static constexpr size_t space_for(size_t length) { return length + 1 + kWordBytes; }
+
+    /// @param space of space_for(text.size()) bytes
+    FastReader(std::string_view text, char* space, Handler& handler)
+        : at_(text.data()), end_(at_ + text.size()), space_(space), out_(space), handler_(handler) {}
+
+    /// Whether all of the text was one value that the handler accepts.
+    bool read() {
+        for (;;) {
+            skip_space();
+            if (at_ == end_) return false;
+            switch (*at_) {
+                case '{':
+                    if (!open('}')) return false;
+                    if (!take('}')) {
+                        if (!read_key()) return false;
+                        continue;
+                    }
+                    if (!close()) return false;
+                    break;
+                case '[':
+                    if (!open(']')) return false;
+                    if (!take(']')) continue;
+                    if (!close()) return false;
+                    break;
+                default:
+                    if (!read_scalar()) return false;
+            }
+            switch (leave_value()) {
+                case Next::value:
+                    continue;
+                case Next::end:
+                    return true;
+                case Next::unknown:
+                    return false;
+            }
+        }
+    }
+
+private:
+    enum class Next { value, end, unknown };
+
+    static constexpr std::ptrdiff_t kLongestNumber = 300;  // digits that are surely in the range of a double
+
+    // ---- structure ----
+
+    bool open(char end) {
+        ++at_;
+        if (depth_ == levels_.size()) return false;
+        levels_[depth_++] = {end, 0};
+        return end == '}' ? handler_.StartObject() : handler_.StartArray();
+    }
+
+    bool close() {
+        const Level level = levels_[--depth_];
+        return level.end == '}' ? handler_.EndObject(level.count) : handler_.EndArray(level.count);
+    }
+
+    /// Behind a value: closes what ends there, and goes on to the next value.
+    Next leave_value() {
+        while (depth_ > 0) {
+            Level& level = levels_[depth_ - 1];
+            ++level.count;
+            if (take(',')) return level.end == ']' || read_key() ? Next::value : Next::unknown;
+            if (!take(level.end) || !close()) return Next::unknown;
+        }
+        skip_space();
+        return at_ == end_ ? Next::end : Next::unknown;
+    }
+
+    void skip_space() {
+        while (at_ != end_ && (*at_ == ' ' || *at_ == '\t' || *at_ == '\n' || *at_ == '\r')) ++at_;
+    }
+
+    /// A character of the structure, with the white space before it.
+    bool take(char wanted) {
+        skip_space();
+        if (at_ == end_ || *at_ != wanted) return false;
+        ++at_;
+        return true;
+    }
+
+    bool read_key() {
+        std::string_view name;
+        return take('"') && read_string(name) && handler_.Key(name.data(), length_of(name), true) && take(':');
+    }
+
+    // ---- values ----
+
+    bool read_scalar() {
+        std::string_view text;
+        switch (*at_) {
+            case '"':
+                ++at_;
+                return read_string(text) && handler_.String(text.data(), length_of(text), true);
+            case 't':
+                return take_word("true") && handler_.Bool(true);
+            case 'f':
+                return take_word("false") && handler_.Bool(false);
+            case 'n':
+                return take_word("null") && handler_.Null();
+            default:
+                return read_number(text) && handler_.RawNumber(text.data(), length_of(text), true);
+        }
+    }
+
+    bool take_word(std::string_view word) {
+        if (static_cast<size_t>(end_ - at_) < word.size() || std::memcmp(at_, word.data(), word.size()) != 0)
+            return false;
+        at_ += word.size();
+        return true;
+    }
+
+    /// Behind the opening quote. Whole words are copied as they are looked through; what was copied too much of the
+    /// last one is overwritten.
+    bool read_string(std::string_view& text) {
+        begin_decoding();
+        char* const start = out_;
+        Word high_bits = 0;
+        for (;;) {
+            while (static_cast<size_t>(end_ - at_) >= kWordBytes) {
+                const Word word = load_word(at_);
+                store_word(out_, word);
+                high_bits |= word & kHighBits;
+                const Word marks = marks_of_escaped(word);
+                const size_t plain = marks == 0 ? kWordBytes : first_mark(marks);
+                at_ += plain;
+                out_ += plain;
+                if (marks != 0) break;
+            }
+            while (at_ != end_ && !is_escaped(*at_)) {
+                high_bits |= static_cast<unsigned char>(*at_);
+                *out_++ = *at_++;
+            }
+            if (at_ == end_) return false;
+            if (*at_ == '"') break;
+            if (!read_escape()) return false;
+        }
+        ++at_;
+        text = {start, static_cast<size_t>(out_ - start)};
+        *out_++ = '\0';
+        return (high_bits & kHighBits) == 0 || is_utf8(text);
+    }
+
+    /// At a character that does not stand for itself.
+    bool read_escape() {
+        if (*at_ != '\\' || end_ - at_ < 2) return false;
+        const char meant = unescaped(at_[1]);
+        if (meant == '\0') return false;
+        *out_++ = meant;
+        at_ += 2;
+        return true;
+    }
+
+    /// NUL for an escape that is not known here.
+    static char unescaped(char letter) {
+        switch (letter) {
+            case '"':
+            case '\\':
+            case '/':
+                return letter;
+            case 'b':
+                return '\b';
+            case 'f':
+                return '\f';
+            case 'n':
+                return '\n';
+            case 'r':
+                return '\r';
+            case 't':
+                return '\t';
+            default:
+                return '\0';
+        }
+    }
+
+    bool read_number(std::string_view& text) {
+        begin_decoding();
+        char* const start = out_;
+        if (*at_ == '-') *out_++ = *at_++;
+        const bool zero = at_ != end_ && *at_ == '0';
+        const std::ptrdiff_t whole = copy_digits();
+        if (whole == 0 || (zero && whole > 1)) return false;
+        if (at_ != end_ && *at_ == '.') {
+            *out_++ = *at_++;
+            if (copy_digits() == 0) return false;
+        }
+        if (out_ - start > kLongestNumber || (at_ != end_ && (*at_ == 'e' || *at_ == 'E'))) return false;
+        text = {start, static_cast<size_t>(out_ - start)};
+        *out_++ = '\0';
+        return true;
+    }
+
+    /// @return how many.
+    std::ptrdiff_t copy_digits() {
+        const char* const start = at_;
+        while (at_ != end_ && *at_ >= '0' && *at_ <= '9') *out_++ = *at_++;
+        return at_ - start;
+    }
+
+    void begin_decoding() {
+        if constexpr (decoded == Decoded::passing) out_ = space_;
+    }
+
+    static uint32_t length_of(std::string_view text) { return static_cast<uint32_t>(text.size()); }
+
+    struct Level {
+        char end;  // the bracket that closes it
+        uint32_t count;
+    };
+
+    const char* at_;
+    const char* const end_;
+    char* const space_;
+    char* out_;
+    Handler& handler_;
+    size_t depth_ = 0;
+    std::array<Level, JSON_MAX_PARSE_DEPTH> levels_;
+};
+
+/// Memory that is not touched before it is used.
+inline std::unique_ptr<char[]> new_space(size_t size) { return std::make_unique_for_overwrite<char[]>(size); }
+
+}  // namespace qo_json
+
+#endif
