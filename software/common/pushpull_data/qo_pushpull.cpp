@@ -17,6 +17,7 @@
 #include "qo_pushpull_error_codes.h"
 #include "qo_pushpull_exception_text.h"
 #include "qo_pushpull_initializer.h"
+#include "qo_pushpull_json.h"
 #include "qo_pushpull_process_api.h"
 #include "qo_pushpull_queue_claim.h"
 #include "qo_pushpull_queue_monitor.h"
@@ -42,7 +43,8 @@ PushPullData::PushPullData(bool statistics, QoMonotonicClock clock)
       queue_claim_(std::make_shared<QoServiceQueueClaim>()),
       watchdog_(std::make_shared<QoServiceWatchdog>()),
       request_wait_(std::make_shared<QoRequestWait>()),
-      clock_(clock) {
+      clock_(clock),
+      published_document_(std::make_shared<QoJsonDocument>()) {
     syslog(LOG_INFO, "PushPullData Start");
     data_mgr = std::make_shared<DataMgr>();
     resource_mgr = std::make_shared<ResourceMgr>();

@@ -101,8 +101,9 @@ int DataMgr::UpdateModifiedNodeState(JSONNODE* published) {
         QO_LOG(LOG_ERR, "Null node");
         return -1;
     }
-    const QoJsonNode scratch(json_new(JSON_NODE));
-    return scratch ? GetSubscribers(published, scratch.get()) : 0;
+    FindSubscribers(published);
+    std::span<const QoSubscriber> subscribers;
+    return SubscribersOfPublish(subscribers);
 }
 
 bool DataMgr::PublishToAllSubscribers() const { return !check_for_modified_node || node_was_modified; }

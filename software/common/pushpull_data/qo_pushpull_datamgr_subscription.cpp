@@ -1,4 +1,5 @@
 // The subscription tree: a shadow of the default tree's containers with the subscribers' entries on it.
+#include <algorithm>
 #include <string_view>
 #include <unordered_map>
 #include <unordered_set>
@@ -62,6 +63,7 @@ int DataMgr::CreateSubscriptionTree(JSONNODE* default_tree) {
         QO_LOG(LOG_CRIT, "Error in creating subscription tree");
         return -1;
     }
+    subscribers_by_shadow_.clear();
     json_delete(std::exchange(subscription_tree_, json_new(json_type(default_tree))));
     if (subscription_tree_ == nullptr) {
         QO_LOG(LOG_ERR, "json_new/json_duplicate failed");
@@ -130,10 +132,13 @@ int DataMgr::ValidateAndAddSubscription(JSONNODE* skeleton, eQO_CMP_IDs_ comp_id
         return 0;
     }
     QoJsonNode entry(json_new_i(notify_on_change_only ? kChangesOnly : kEveryPublish, comp_id));
+    std::vector<QoSubscriber>& subscribers = subscribers_by_shadow_[shadow].subscribers;
+    subscribers.reserve(subscribers.size() + 1);  // what follows the entry must not fail
     if (!qo_json_push_back(shadow, std::move(entry))) {
         QO_LOG(LOG_ERR, "json_new/json_duplicate failed");
         return -1;
     }
+    subscribers.push_back({comp_id, notify_on_change_only});
     return 0;
 }
 
@@ -169,7 +174,13 @@ int DataMgr::RemoveSubscriberInternal(eQO_CMP_IDs_ comp_id, JSONNODE* shadow) {
         QO_LOG(LOG_ERR, "Null node");
         return -1;
     }
-    qo_json_erase_if(shadow, [comp_id](const JSONNODE* member) { return is_entry_of(member, comp_id); });
+    if (const size_t erased =
+            qo_json_erase_if(shadow, [comp_id](const JSONNODE* member) { return is_entry_of(member, comp_id); });
+        erased > 0) {
+        std::vector<QoSubscriber>& subscribers = subscribers_by_shadow_[shadow].subscribers;
+        std::erase_if(subscribers, [comp_id](const QoSubscriber& entry) { return entry.comp_id == comp_id; });
+        if (subscribers.empty()) subscribers_by_shadow_.erase(shadow);
+    }
     for (JSONNODE* member : QoJsonChildren(shadow)) RemoveSubscriberInternal(comp_id, member);
     return 0;
 }
@@ -280,4 +291,51 @@ int DataMgr::GetSubscribersByJsonPtr(const std::string& pointer, JSONNODE* list)
         return -1;
     }
     return GetSubscribers(skeleton.get(), list);
+}
+
+// ---- the subscribers of a publish ----
+
+int DataMgr::SubscribersOfPublish(std::span<const QoSubscriber>& subscribers) const {
+    if (subscription_tree_ == nullptr) {
+        QO_LOG_IN("GetNodeSubscriber", LOG_ERR, "node and/or subscriber_list and/or subscription_node is NULL");
+        return -1;
+    }
+    subscribers = subscribers_of_publish_;
+    return 0;
+}
+
+void DataMgr::FindSubscribers(JSONNODE* published) {
+    ++subscriber_searches_;
+    subscribers_of_publish_.clear();
+    if (subscribers_by_shadow_.empty()) return;
+    FindSubscribersAt(subscription_tree_);
+    if (json_empty(published) == 0) FindSubscribersBelow(published, subscription_tree_);
+}
+
+// Recursive: as deep as the shadow.
+void DataMgr::FindSubscribersBelow(JSONNODE* published, const JSONNODE* shadow) {
+    for (JSONNODE* member : QoJsonChildren(published)) {
+        const JSONNODE* found = find_shadow(shadow, qo_json_name(member));
+        if (found == nullptr) continue;
+        FindSubscribersAt(found);
+        if (json_type(member) != JSON_ARRAY) {
+            FindSubscribersBelow(member, found);
+            continue;
+        }
+        for (JSONNODE* element : QoJsonChildren(member)) FindSubscribersBelow(element, found);
+    }
+}
+
+void DataMgr::FindSubscribersAt(const JSONNODE* shadow) {
+    const auto found = subscribers_by_shadow_.find(shadow);
+    if (found == subscribers_by_shadow_.end()) return;
+    ShadowEntries& entries = found->second;
+    if (std::exchange(entries.last_search, subscriber_searches_) == subscriber_searches_) return;
+    const bool are_first = subscribers_of_publish_.empty();
+    for (const QoSubscriber& entry : entries.subscribers) {
+        if (entry.changes_only) check_for_modified_node = true;
+        const auto& known = subscribers_of_publish_;
+        if (are_first || std::find(known.begin(), known.end(), entry) == known.end())
+            subscribers_of_publish_.push_back(entry);
+    }
 }

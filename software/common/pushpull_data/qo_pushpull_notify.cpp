@@ -24,9 +24,9 @@ bool is_gateway_sign_of_life(eQO_CMP_IDs_ comp_id) {
 
 }  // namespace
 
-int PushPullData::comp_notify(int count, const eQO_CMP_IDs_* comp_ids, std::string text) {
+int PushPullData::comp_notify(int count, const eQO_CMP_IDs_* comp_ids, const std::string& text) {
     int result = 0;
-    std::string queue_list;
+    notified_queues_.clear();
     for (int i = 0; i < count; ++i) {
         // Looked up one by one: the soft watchdog below may unregister components that come later in the list.
         const eQO_CMP_IDs_ comp_id = comp_ids[i];
@@ -42,7 +42,7 @@ int PushPullData::comp_notify(int count, const eQO_CMP_IDs_* comp_ids, std::stri
             if (is_gateway_sign_of_life(comp_id) && !rgw_restart_state) restart_remote_gateway();
             continue;
         }
-        queue_list += queue_name + ";";
+        notified_queues_.append(queue_name).append(";");
         if (rgw_restart_state && is_gateway_sign_of_life(comp_id)) {
             syslog(LOG_INFO, "*********RGW recovered after soft watchdog***********");
             rgw_restart_state = false;
@@ -50,7 +50,7 @@ int PushPullData::comp_notify(int count, const eQO_CMP_IDs_* comp_ids, std::stri
     }
     if (result == 0) {
         syslog(LOG_DEBUG, "mq_send success: msg size = %d, queue list = \"%s\"", static_cast<int>(text.length()),
-               queue_list.c_str());
+               notified_queues_.c_str());
     }
     return result;
 }

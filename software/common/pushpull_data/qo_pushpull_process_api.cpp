@@ -22,7 +22,6 @@ struct MemberRow {
 
 int32_t as_int32(const JSONNODE* value) { return qo_json_int32(value).value_or(0); }
 bool as_flag(const JSONNODE* value) { return json_as_bool(value) != 0; }
-std::string as_text(const JSONNODE* value) { return std::string(qo_json_string(value)); }
 eQO_CMP_IDs_ as_component(const JSONNODE* value) { return static_cast<eQO_CMP_IDs_>(as_int32(value)); }
 
 using Request = QoProcessApi;
@@ -31,10 +30,10 @@ using Value = const JSONNODE*;
 constexpr MemberRow kArgMembers[] = {
     {"comp_id", [](Request& request, Value value) { request.setcomp_id(as_component(value)); }},
     {"dst_comp_id", [](Request& request, Value value) { request.setdstcomp_id(as_component(value)); }},
-    {"buffer", [](Request& request, Value value) { request.setBuff(as_text(value)); }},
+    {"buffer", [](Request& request, Value value) { request.setBuff(qo_json_string(value)); }},
     {"notifyOnChangeOnly", [](Request& request, Value value) { request.set_notify_on_change_only(as_flag(value)); }},
     {"pack_and_send", [](Request& request, Value value) { request.set_pack_and_send(as_flag(value)); }},
-    {"sender_id", [](Request& request, Value value) { request.setsenderId(as_text(value)); }},
+    {"sender_id", [](Request& request, Value value) { request.setsenderId(qo_json_string(value)); }},
 };
 
 constexpr MemberRow kQueMembers[] = {
@@ -58,7 +57,7 @@ bool take_members(QoProcessApi& request, JSONNODE* object, std::span<const Membe
 int take_root_member(QoProcessApi& request, JSONNODE* member) {
     const std::string_view name = qo_json_name(member);
     if (name == "function") {
-        request.setfunction(as_text(member));
+        request.setfunction(qo_json_string(member));
     } else if (name == "arg" && !take_members(request, member, kArgMembers)) {
         syslog(LOG_DEBUG, "Invalid JSONNODE_ITERATOR : a");
         return -1;
@@ -106,6 +105,19 @@ bool add_que_if_usable(const QoJsonNode& root, const QoProcessApi& request) {
            add_number(que, "curmsgs", request.getque_curmsgs()) && add(root, std::move(que));
 }
 
+// ---- fields ----
+
+constexpr size_t kKeptRoom = 16384;  // bytes of a field that stay for the next text
+
+// Copies of a request share their texts: one that is shared is replaced, so that they keep their values.
+void assign(std::shared_ptr<std::string>& field, std::string_view text) {
+    const bool has_usual_room = field->capacity() <= kKeptRoom || text.size() > kKeptRoom;
+    if (field.use_count() == 1 && has_usual_room)
+        field->assign(text);
+    else
+        field = std::make_shared<std::string>(text);
+}
+
 }  // namespace
 
 QoProcessApi::QoProcessApi()
@@ -115,8 +127,9 @@ QoProcessApi::QoProcessApi()
       psenderId(std::make_shared<std::string>()) {}
 
 int QoProcessApi::parseJSON(const std::string& text) {
-    const QoJsonNode root = qo_json_parse(text);
-    if (!root) {
+    if (!document_) document_ = std::make_shared<QoJsonDocument>();
+    const QoJsonDocument::Tree root = document_->read(text);
+    if (root.get() == nullptr) {
         syslog(LOG_DEBUG, "Invalid JSON Node , %s", text.c_str());
         return -1;
     }
@@ -137,14 +150,11 @@ void QoProcessApi::toJSON() {
     setJsonString(complete ? qo_json_write_formatted(root.get()) : std::string());
 }
 
-// A setter makes a text of its own instead of changing the shared one, so that a copy of a request keeps its values.
-void QoProcessApi::setfunction(std::string function) { paction = std::make_shared<std::string>(std::move(function)); }
+void QoProcessApi::setfunction(std::string_view function) { assign(paction, function); }
 const std::string& QoProcessApi::getfunction() const { return *paction; }
-void QoProcessApi::setBuff(std::string buffer) { pbuff = std::make_shared<std::string>(std::move(buffer)); }
+void QoProcessApi::setBuff(std::string_view buffer) { assign(pbuff, buffer); }
 const std::string& QoProcessApi::getBuff() const { return *pbuff; }
-void QoProcessApi::setsenderId(std::string sender_id) {
-    psenderId = std::make_shared<std::string>(std::move(sender_id));
-}
+void QoProcessApi::setsenderId(std::string_view sender_id) { assign(psenderId, sender_id); }
 const std::string& QoProcessApi::getsenderId() const { return *psenderId; }
 void QoProcessApi::setcomp_id(eQO_CMP_IDs_ comp_id) { pcomp_id = comp_id; }
 eQO_CMP_IDs_ QoProcessApi::getcomp_id() const { return pcomp_id; }
@@ -162,6 +172,6 @@ void QoProcessApi::set_notify_on_change_only(bool on) { notify_on_change_only = 
 bool QoProcessApi::get_notify_on_change_only() const { return notify_on_change_only; }
 void QoProcessApi::set_pack_and_send(bool on) { pack_and_send = on; }
 bool QoProcessApi::get_pack_and_send() const { return pack_and_send; }
-void QoProcessApi::setJsonString(std::string text) { pjsonstring = std::make_shared<std::string>(std::move(text)); }
+void QoProcessApi::setJsonString(std::string_view text) { assign(pjsonstring, text); }
 const std::string& QoProcessApi::getJsonString() const { return *pjsonstring; }
 size_t QoProcessApi::getJsonStringSize() const { return pjsonstring->size(); }

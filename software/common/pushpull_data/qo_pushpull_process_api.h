@@ -6,8 +6,11 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "qo_component_ids.h"
+
+class QoJsonDocument;
 
 /// The fields of one request, with its text form:
 ///
@@ -34,13 +37,13 @@ public:
     void toJSON();
 
     /// The request kind, "function".
-    void setfunction(std::string function);
+    void setfunction(std::string_view function);
     const std::string& getfunction() const;
     /// The payload, "buffer".
-    void setBuff(std::string buffer);
+    void setBuff(std::string_view buffer);
     const std::string& getBuff() const;
     /// The requester's own tag, "sender_id".
-    void setsenderId(std::string sender_id);
+    void setsenderId(std::string_view sender_id);
     const std::string& getsenderId() const;
     /// The sender, "comp_id"; parsed ones may hold any 32-bit value.
     void setcomp_id(eQO_CMP_IDs_ comp_id);
@@ -64,7 +67,7 @@ public:
     void set_pack_and_send(bool on);
     bool get_pack_and_send() const;
     /// The text that toJSON wrote.
-    void setJsonString(std::string text);
+    void setJsonString(std::string_view text);
     const std::string& getJsonString() const;
     /// Its length in bytes, without a NUL.
     size_t getJsonStringSize() const;
@@ -74,6 +77,7 @@ private:
     std::shared_ptr<std::string> pbuff;
     std::shared_ptr<std::string> pjsonstring;
     std::shared_ptr<std::string> psenderId;
+    std::shared_ptr<QoJsonDocument> document_;  // made by the first text that is parsed; of no use between two
     eQO_CMP_IDs_ pcomp_id = QO_CMPID_RESERVED;
     eQO_CMP_IDs_ dst_comp_id = QO_CMPID_RESERVED;
     int32_t que_flags = 0;

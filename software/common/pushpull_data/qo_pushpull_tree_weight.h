@@ -16,29 +16,19 @@ inline constexpr int64_t kQoNodeBytes = 128;
 /// full.
 inline constexpr size_t kQoShortText = 15;  // bytes
 
-/// Bytes that a text takes where it takes most, in a file: quotes, backslashes and control characters are escaped
+/// Bytes of a name or value /// where it takes most, in a file: quotes, backslashes and control characters are escaped
 /// there.
-inline size_t qo_written_length(std::string_view text) {
-    constexpr std::string_view kShortEscapes = "\b\f\n\r\t\"\\";
-    constexpr unsigned char kFirstPrintable = 0x20;
-    constexpr size_t kLongEscape = 6;  // "\u001f"
-    size_t length = 0;
-    for (const char c : text)
-        if (kShortEscapes.find(c) != std::string_view::npos)
-            length += 2;
-        else
-            length += static_cast<unsigned char>(c) < kFirstPrintable ? kLongEscape : 1;
-    return length;
-}
-
-/// Bytes of a name or value.
 inline int64_t qo_text_weight(std::string_view text) {
-    const size_t length = qo_written_length(text);
+    const size_t length = json_written_length(text.data(), text.size());
     return length > kQoShortText ? static_cast<int64_t>(length) : 0;
 }
 
 /// Bytes of a node's value.
-inline int64_t qo_value_weight(const JSONNODE* node) { return qo_text_weight(qo_json_string(node)); }
+inline int64_t qo_value_weight(const JSONNODE* node) {
+    const std::string_view text = qo_json_string(node);
+    if (json_type(node) == JSON_STRING) return qo_text_weight(text);
+    return text.size() > kQoShortText ? static_cast<int64_t>(text.size()) : 0;  // nothing in it is escaped
+}
 
 /// Bytes of a node without its children.
 inline int64_t qo_node_weight(const JSONNODE* node) {

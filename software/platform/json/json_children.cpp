@@ -11,6 +11,7 @@ namespace {
 using qo_json::child_count;
 using qo_json::Children;
 using qo_json::NameIndex;
+using qo_json::Names;
 using qo_json::NodePtr;
 
 // Where the empty lists begin and end, so that an iterator is never null.
@@ -64,14 +65,20 @@ JSONNODE* take_out(JSONNODE* parent, size_t index) {
     if (children.items.empty())
         parent->children.reset();
     else if (children.items.size() < NameIndex::kWorthwhileSize / 2)
-        children.drop_index();
+        children.index.reset();
     return child;
 }
 
+/// Behind the last child when there is none of that name.
+size_t position_by_scan(const std::vector<JSONNODE*>& items, std::string_view name) {
+    size_t position = 0;
+    while (position < items.size() && items[position]->name.view() != name) ++position;
+    return position;
+}
+
 JSONNODE* find_by_scan(const std::vector<JSONNODE*>& items, std::string_view name) {
-    const auto found =
-        std::find_if(items.begin(), items.end(), [name](const JSONNODE* child) { return child->name.view() == name; });
-    return found == items.end() ? nullptr : *found;
+    const size_t position = position_by_scan(items, name);
+    return position == items.size() ? nullptr : items[position];
 }
 
 void build_index(Children& children) {
@@ -82,15 +89,62 @@ void build_index(Children& children) {
     }
 }
 
+bool is_large(const Children& children) { return children.items.size() >= NameIndex::kWorthwhileSize; }
+
+bool has_namesakes(const Children& children) {
+    if (children.index) return children.index->has_namesakes();
+    for (size_t i = 1; i < children.items.size(); ++i)
+        if (position_by_scan(children.items, children.items[i]->name.view()) != i) return true;
+    return false;
+}
+
+/// For an object that is searched again and again.
+void learn_names(Children& children) {
+    if (is_large(children) && !children.index) build_index(children);
+    if (children.names != Names::unknown || (is_large(children) && !children.index)) return;
+    children.names = has_namesakes(children) ? Names::repeated : Names::unique;
+}
+
+/// Whoever looks for the members of an object mostly does so in their order.
+JSONNODE* find_in_order(Children& children, std::string_view name) {
+    if (children.names != Names::unique) return nullptr;
+    if (children.next >= children.items.size()) children.next = 0;
+    JSONNODE* next = children.items[children.next];
+    if (next->name.view() != name) return nullptr;
+    ++children.next;
+    return next;
+}
+
+JSONNODE* find_anywhere(Children& children, std::string_view name) {
+    constexpr size_t kQuicklyPassed = 256;  // children
+    const auto& items = children.items;
+    if (!children.index) {
+        const size_t position = position_by_scan(items, name);
+        children.next = static_cast<uint32_t>(position + 1);
+        return position == items.size() ? nullptr : items[position];
+    }
+    JSONNODE* found = children.index->find(name);
+    if (found != nullptr && items.size() <= kQuicklyPassed)
+        children.next = static_cast<uint32_t>(std::find(items.begin(), items.end(), found) - items.begin() + 1);
+    return found;
+}
+
 JSONNODE* find_member(const JSONNODE* object, std::string_view name) {
     if (object == nullptr || object->type != JSON_NODE || !object->children) return nullptr;
     Children& children = *object->children;
-    if (children.index) return children.index->find(name);
-    if (children.items.size() < NameIndex::kWorthwhileSize) return find_by_scan(children.items, name);
-    // Many an object is searched once in its life, for which a scan is cheaper than an index.
+    // Many an object is searched once in its life.
     if (!std::exchange(children.searched, true)) return find_by_scan(children.items, name);
-    build_index(children);
-    return children.index ? children.index->find(name) : find_by_scan(children.items, name);
+    learn_names(children);
+    JSONNODE* next = find_in_order(children, name);
+    return next != nullptr ? next : find_anywhere(children, name);
+}
+
+/// Before a child of that name is added behind the others.
+void note_addition(Children& children, std::string_view name) {
+    if (children.names != Names::unique) return;
+    const bool is_known =
+        children.index ? children.index->find(name) != nullptr : find_by_scan(children.items, name) != nullptr;
+    if (is_known) children.names = Names::repeated;
 }
 
 }  // namespace
@@ -126,6 +180,7 @@ JSONNODE* json_at(const JSONNODE* node, size_t index) {
 int json_push_back(JSONNODE* parent, JSONNODE* child) {
     if (!may_adopt(parent, child)) return 0;
     Children& children = children_of(parent);
+    note_addition(children, child->name.view());
     children.items.push_back(child);
     child->parent = parent;
     qo_json::update_index(children, [child](NameIndex& names) { names.append(child); });
@@ -137,6 +192,7 @@ JSONNODE_ITERATOR json_insert(JSONNODE* parent, JSONNODE_ITERATOR position, JSON
     if (index > json_size(parent) || !may_adopt(parent, child)) return nullptr;
     Children& children = children_of(parent);
     children.items.insert(children.items.begin() + static_cast<std::ptrdiff_t>(index), child);
+    children.names = Names::unknown;
     child->parent = parent;
     qo_json::update_index(children, [&](NameIndex& names) { names.add(child, children.items); });
     return json_begin(parent) + index;
@@ -162,7 +218,7 @@ JSONNODE_ITERATOR json_insert_multi(JSONNODE* parent, JSONNODE_ITERATOR position
         copy->parent = parent;
         return copy.release();
     });
-    children.drop_index();  // finding a place for each of many namesakes would cost more than a new index
+    children.forget();  // finding a place for each of many namesakes would cost more than a new index
     return json_begin(parent) + index;
 }
 
@@ -180,7 +236,7 @@ size_t json_erase_if(JSONNODE* parent, int (*matches)(const JSONNODE* child, voi
     for (JSONNODE* child : parent->children->items) (matches(child, context) != 0 ? erased : kept).push_back(child);
     if (erased.empty()) return 0;
 
-    parent->children->drop_index();
+    parent->children->forget();
     parent->children->items = std::move(kept);
     if (parent->children->items.empty()) parent->children.reset();
     for (JSONNODE* child : erased) {

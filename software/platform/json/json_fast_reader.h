@@ -30,7 +30,7 @@ template <Decoded decoded, typename Handler>
 class FastReader {
 public:
     /// Bytes that the decoded parts of a text of that length may need.
-    static constexpr size_t space_for(size_t length) { return length + 1 + kWordBytes; }
+    static constexpr size_t space_for(size_t length) { return length + 1 + kBlockBytes; }
 
     /// @param space of space_for(text.size()) bytes
     FastReader(std::string_view text, char* space, Handler& handler)
@@ -143,25 +143,25 @@ private:
         return true;
     }
 
-    /// Behind the opening quote. Whole words are copied as they are looked through; what was copied too much of the
+    /// Behind the opening quote. Whole blocks are copied as they are looked through; what was copied too much of the
     /// last one is overwritten.
     bool read_string(std::string_view& text) {
         begin_decoding();
         char* const start = out_;
-        Word high_bits = 0;
+        bool is_ascii = true;
         for (;;) {
-            while (static_cast<size_t>(end_ - at_) >= kWordBytes) {
-                const Word word = load_word(at_);
-                store_word(out_, word);
-                high_bits |= word & kHighBits;
-                const Word marks = marks_of_escaped(word);
-                const size_t plain = marks == 0 ? kWordBytes : first_mark(marks);
+            while (static_cast<size_t>(end_ - at_) >= kBlockBytes) {
+                const Block block(at_);
+                block.store(out_);
+                const Block::Marks escaped = block.escaped();
+                if (block.not_ascii() != 0) is_ascii = false;  // or what stands behind the string is not
+                const size_t plain = escaped == 0 ? kBlockBytes : Block::first(escaped);
                 at_ += plain;
                 out_ += plain;
-                if (marks != 0) break;
+                if (escaped != 0) break;
             }
             while (at_ != end_ && !is_escaped(*at_)) {
-                high_bits |= static_cast<unsigned char>(*at_);
+                if (static_cast<unsigned char>(*at_) >= kFirstNotAscii) is_ascii = false;
                 *out_++ = *at_++;
             }
             if (at_ == end_) return false;
@@ -171,7 +171,7 @@ private:
         ++at_;
         text = {start, static_cast<size_t>(out_ - start)};
         *out_++ = '\0';
-        return (high_bits & kHighBits) == 0 || is_utf8(text);
+        return is_ascii || is_utf8(text);
     }
 
     /// At a character that does not stand for itself.

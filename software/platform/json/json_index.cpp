@@ -21,12 +21,15 @@ JSONNODE* NameIndex::find(std::string_view name) const {
 
 void NameIndex::append(JSONNODE* child) {
     const auto [entry, is_new] = map_.try_emplace(child->name.view(), Namesakes{child, {}});
-    if (!is_new) entry->second.others.push_back(child);
+    if (is_new) return;
+    entry->second.others.push_back(child);
+    has_namesakes_ = true;
 }
 
 void NameIndex::add(JSONNODE* child, const std::vector<JSONNODE*>& children) {
     const auto [entry, is_new] = map_.try_emplace(child->name.view(), Namesakes{child, {}});
     if (is_new) return;
+    has_namesakes_ = true;
 
     // Namesakes that stand before the child; only pointers are compared, as cheaply as the list itself is moved.
     auto& [first, others] = entry->second;

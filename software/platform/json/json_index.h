@@ -28,6 +28,8 @@ public:
     /// Adds a child that stands anywhere in `children`. Looks for its place only when it has namesakes.
     void add(JSONNODE* child, const std::vector<JSONNODE*>& children);
     void remove(const JSONNODE* child);
+    /// Whether a name occurs more than once. May be true for a while after that has ended.
+    bool has_namesakes() const { return has_namesakes_; }
 
 private:
     struct Namesakes {
@@ -40,6 +42,7 @@ private:
     void change_first(Map::iterator entry, JSONNODE* first);
 
     Map map_;
+    bool has_namesakes_ = false;
 };
 
 }  // namespace qo_json

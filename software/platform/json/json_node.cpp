@@ -49,8 +49,9 @@ void rename_node(JSONNODE* node, std::string_view name) {
     auto* siblings = node->parent == nullptr ? nullptr : node->parent->children.get();
     if (siblings != nullptr) qo_json::update_index(*siblings, [node](NameIndex& names) { names.remove(node); });
     node->name = std::move(renamed);
-    if (siblings != nullptr)
-        qo_json::update_index(*siblings, [&](NameIndex& names) { names.add(node, siblings->items); });
+    if (siblings == nullptr) return;
+    siblings->names = qo_json::Names::unknown;
+    qo_json::update_index(*siblings, [&](NameIndex& names) { names.add(node, siblings->items); });
 }
 
 /// Releases all nodes below `root`. Goes down by taking the last child off its list and up by the parent, so it
@@ -60,7 +61,7 @@ void delete_below(JSONNODE* root) {
         if (node->children && !node->children->items.empty()) {
             JSONNODE* child = node->children->items.back();
             node->children->items.pop_back();
-            node->children->drop_index();
+            node->children->forget();
             node = child;
         } else if (node == root) {
             node->children.reset();

@@ -3,6 +3,7 @@
 #define QO_JSON_NODE_H
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <new>
 #include <string_view>
@@ -14,19 +15,26 @@
 
 namespace qo_json {
 
+/// What is known of the names of an object's children.
+enum class Names : uint8_t { unknown, unique, repeated };
+
 /// The children of one array or object. Present only while there are any.
 struct Children {
     std::vector<JSONNODE*> items;      // owned by the node
     std::unique_ptr<NameIndex> index;  // built by the second search of a large object
-    bool searched = false;             // while it was large
+    uint32_t next = 0;                 // where the next search looks first, once the names are known to be unique
+    Names names = Names::unknown;
+    bool searched = false;
 
-    void drop_index() {
+    /// Nothing that was found out about the children holds any more.
+    void forget() {
         index.reset();
+        names = Names::unknown;
         searched = false;
     }
     void clear() {
         items.clear();
-        drop_index();
+        forget();
     }
 };
 

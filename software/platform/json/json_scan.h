@@ -1,4 +1,4 @@
-/// Looks through the bytes of a text a machine word at a time.
+/// Looks through the bytes of a text many at a time.
 #ifndef QO_JSON_SCAN_H
 #define QO_JSON_SCAN_H
 
@@ -8,51 +8,87 @@
 #include <cstring>
 #include <string_view>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 namespace qo_json {
 
-using Word = uintptr_t;
-inline constexpr size_t kWordBytes = sizeof(Word);
-
-static_assert(std::endian::native == std::endian::little, "the first byte of a word has to be its lowest");
-
-inline constexpr Word kEveryByte = ~Word{0} / 0xFF;    // 0x0101...
-inline constexpr Word kHighBits = kEveryByte * 0x80U;  // 0x8080...
-
-inline Word load_word(const char* bytes) {
-    Word word = 0;
-    std::memcpy(&word, bytes, sizeof word);
-    return word;
-}
-
-inline void store_word(char* bytes, Word word) { std::memcpy(bytes, &word, sizeof word); }
-
-// The marks below are the high bits of bytes: the lowest mark is exact, those above it may be false.
-
-inline Word marks_of(Word word, char wanted) {
-    const Word difference = word ^ kEveryByte * static_cast<unsigned char>(wanted);
-    return (difference - kEveryByte) & ~difference & kHighBits;
-}
-
-/// Bytes below `limit`, which is at most 128.
-inline Word marks_below(Word word, unsigned char limit) { return (word - kEveryByte * limit) & ~word & kHighBits; }
-
-inline size_t first_mark(Word marks) { return static_cast<size_t>(std::countr_zero(marks)) / 8; }
-
 inline constexpr unsigned char kFirstPrintable = 0x20;
+inline constexpr unsigned char kFirstNotAscii = 0x80;
 
-/// Bytes that may not stand as they are inside the quotes of a JSON text: quotes, backslashes, control characters.
-inline Word marks_of_escaped(Word word) {
-    return marks_of(word, '"') | marks_of(word, '\\') | marks_below(word, kFirstPrintable);
-}
-
+/// Whether the byte may not stand as it is inside the quotes of a JSON text: quotes, backslashes, control characters.
 inline bool is_escaped(char c) { return c == '"' || c == '\\' || static_cast<unsigned char>(c) < kFirstPrintable; }
+
+// A block is looked at as a whole. What is found comes as marks, of which only the first counts: there may be false
+// ones behind it.
+
+#ifdef __SSE2__
+
+/// 16 bytes.
+class Block {
+public:
+    using Marks = unsigned;
+
+    explicit Block(const char* bytes) : bytes_(_mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes))) {}
+    void store(char* bytes) const { _mm_storeu_si128(reinterpret_cast<__m128i*>(bytes), bytes_); }
+
+    Marks escaped() const {
+        const __m128i last_control = _mm_set1_epi8(kFirstPrintable - 1);
+        const __m128i control = _mm_cmpeq_epi8(_mm_min_epu8(bytes_, last_control), bytes_);
+        const __m128i quote = _mm_cmpeq_epi8(bytes_, _mm_set1_epi8('"'));
+        const __m128i backslash = _mm_cmpeq_epi8(bytes_, _mm_set1_epi8('\\'));
+        return static_cast<Marks>(_mm_movemask_epi8(_mm_or_si128(control, _mm_or_si128(quote, backslash))));
+    }
+    Marks not_ascii() const { return static_cast<Marks>(_mm_movemask_epi8(bytes_)); }
+
+    static size_t first(Marks marks) { return static_cast<size_t>(std::countr_zero(marks)); }
+
+private:
+    __m128i bytes_;
+};
+
+#else
+
+/// A machine word.
+class Block {
+public:
+    using Marks = uintptr_t;
+
+    explicit Block(const char* bytes) { std::memcpy(&bytes_, bytes, sizeof bytes_); }
+    void store(char* bytes) const { std::memcpy(bytes, &bytes_, sizeof bytes_); }
+
+    Marks escaped() const {
+        return equal('"') | equal('\\') | ((bytes_ - kEveryByte * kFirstPrintable) & ~bytes_ & kHighBits);
+    }
+    Marks not_ascii() const { return bytes_ & kHighBits; }
+
+    static size_t first(Marks marks) { return static_cast<size_t>(std::countr_zero(marks)) / 8; }
+
+private:
+    static_assert(std::endian::native == std::endian::little, "the first byte of a word has to be its lowest");
+    static constexpr uintptr_t kEveryByte = ~uintptr_t{0} / 0xFF;        // 0x0101...
+    static constexpr uintptr_t kHighBits = kEveryByte * kFirstNotAscii;  // 0x8080...
+
+    Marks equal(char wanted) const {
+        const uintptr_t difference = bytes_ ^ kEveryByte * static_cast<unsigned char>(wanted);
+        return (difference - kEveryByte) & ~difference & kHighBits;
+    }
+
+    uintptr_t bytes_;
+};
+
+#endif
+
+inline constexpr size_t kBlockBytes = sizeof(Block);
 
 /// How many bytes come before the first that has to be escaped.
 inline size_t plain_prefix(std::string_view bytes) {
     size_t at = 0;
-    for (; bytes.size() - at >= kWordBytes; at += kWordBytes)
-        if (const Word marks = marks_of_escaped(load_word(bytes.data() + at)); marks != 0)
-            return at + first_mark(marks);
+    for (; bytes.size() - at >= kBlockBytes; at += kBlockBytes) {
+        const Block::Marks marks = Block(bytes.data() + at).escaped();
+        if (marks != 0) return at + Block::first(marks);
+    }
     while (at < bytes.size() && !is_escaped(bytes[at])) ++at;
     return at;
 }
@@ -60,9 +96,11 @@ inline size_t plain_prefix(std::string_view bytes) {
 /// How many bytes come before the first that is not ASCII.
 inline size_t ascii_prefix(std::string_view bytes) {
     size_t at = 0;
-    for (; bytes.size() - at >= kWordBytes; at += kWordBytes)
-        if (const Word marks = load_word(bytes.data() + at) & kHighBits; marks != 0) return at + first_mark(marks);
-    while (at < bytes.size() && static_cast<unsigned char>(bytes[at]) < 0x80) ++at;
+    for (; bytes.size() - at >= kBlockBytes; at += kBlockBytes) {
+        const Block::Marks marks = Block(bytes.data() + at).not_ascii();
+        if (marks != 0) return at + Block::first(marks);
+    }
+    while (at < bytes.size() && static_cast<unsigned char>(bytes[at]) < kFirstNotAscii) ++at;
     return at;
 }
 

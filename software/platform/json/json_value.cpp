@@ -1,4 +1,5 @@
 // Reading a node: type, name and value.
+#include <limits>
 
 #include "json_node.h"
 #include "json_number.h"
@@ -12,6 +13,20 @@ const char* show(std::string_view text, size_t* length) {
 
 const JSONNODE* as_number(const JSONNODE* node) {
     return node != nullptr && node->type == JSON_NUMBER ? node : nullptr;
+}
+
+/// Most numbers are whole and have few digits.
+qo_json::TruncatedInteger truncated(std::string_view literal) {
+    constexpr size_t kSurelyFits = std::numeric_limits<int64_t>::digits10;
+    const bool negative = literal.front() == '-';
+    const std::string_view digits = literal.substr(negative ? 1 : 0);
+    if (digits.size() > kSurelyFits) return qo_json::Decimal(literal).truncated();
+    int64_t value = 0;
+    for (const char digit : digits) {
+        if (digit < '0' || digit > '9') return qo_json::Decimal(literal).truncated();
+        value = value * 10 + (digit - '0');
+    }
+    return {negative ? -value : value, true};
 }
 
 }  // namespace
@@ -44,12 +59,12 @@ const char* json_string_view(const JSONNODE* node, size_t* length) {
 }
 
 int64_t json_as_int(const JSONNODE* node) {
-    return as_number(node) == nullptr ? 0 : qo_json::Decimal(node->text.view()).truncated().value;
+    return as_number(node) == nullptr ? 0 : truncated(node->text.view()).value;
 }
 
 int json_get_int(const JSONNODE* node, int64_t* value) {
     if (as_number(node) == nullptr || value == nullptr) return 0;
-    const auto integer = qo_json::Decimal(node->text.view()).truncated();
+    const auto integer = truncated(node->text.view());
     if (!integer.in_range) return 0;
     *value = integer.value;
     return 1;

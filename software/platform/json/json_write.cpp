@@ -100,18 +100,18 @@ char* put_escape(char* out, char c) {
     return out;
 }
 
-/// Whole words are copied as they are looked through; what was copied too much of one is overwritten.
+/// Whole blocks are copied as they are looked through; what was copied too much of one is overwritten.
 char* put_escaped(char* out, std::string_view bytes) {
     const char* at = bytes.data();
     const char* const end = at + bytes.size();
-    while (static_cast<size_t>(end - at) >= kWordBytes) {
-        const Word word = load_word(at);
-        store_word(out, word);
-        const Word marks = marks_of_escaped(word);
-        const size_t plain = marks == 0 ? kWordBytes : first_mark(marks);
+    while (static_cast<size_t>(end - at) >= kBlockBytes) {
+        const Block block(at);
+        block.store(out);
+        const Block::Marks escaped = block.escaped();
+        const size_t plain = escaped == 0 ? kBlockBytes : Block::first(escaped);
         at += plain;
         out += plain;
-        if (marks != 0) out = put_escape(out, *at++);
+        if (escaped != 0) out = put_escape(out, *at++);
     }
     for (; at != end; ++at)
         if (is_escaped(*at))
@@ -145,7 +145,7 @@ public:
         put('"');
         while (!text.empty()) {
             const std::string_view block = text.substr(0, kBlock);
-            char* const room = output_.room_for(block.size() * kLongestEscape + kWordBytes);
+            char* const room = output_.room_for(block.size() * kLongestEscape + kBlockBytes);
             output_.advance(static_cast<size_t>(put_escaped(room, block) - room));
             text.remove_prefix(block.size());
         }

@@ -14,6 +14,7 @@
 #include "qo_utilities_time.h"
 
 class DataMgr;
+class QoJsonDocument;
 class QoProcessApi;
 class QoPushPullStats;
 class QoPushpullApi;
@@ -67,7 +68,7 @@ public:
     /// a NUL inside the text.
     /// @param comp_ids `count` identifiers, the caller's
     /// @return the result of the last send; 0 when none was tried.
-    int comp_notify(int count, const eQO_CMP_IDs_* comp_ids, std::string text);
+    int comp_notify(int count, const eQO_CMP_IDs_* comp_ids, const std::string& text);
     /// Sends a text to every registered component. Waits without a limit on a full queue.
     /// @return the last send's result; -1 when nothing was sent.
     int comp_notify_all(const std::string& text);
@@ -145,7 +146,9 @@ private:
     void reset();
     int announce_reset(eQO_CMP_IDs_ comp_id);
     void restart_remote_gateway();
-    int notify_subscribers(eQO_CMP_IDs_ comp_id, const std::string& json, JSONNODE* published);
+    int merge_and_notify(eQO_CMP_IDs_ comp_id, const std::string& json, JSONNODE* published,
+                         eQO_COMPONENT_CLASS_ component_class);
+    int notify_subscribers(eQO_CMP_IDs_ comp_id, const std::string& json);
     std::string read_node(const std::string& pointer);
     std::string read_array_size(const std::string& pointer, const std::string& path);
     int republish(eQO_CMP_IDs_ comp_id, const std::string& pointer, const std::string& text);
@@ -164,6 +167,8 @@ private:
     std::shared_ptr<QoServiceWatchdog> watchdog_;       // of the thread that created this object
     std::shared_ptr<QoRequestWait> request_wait_;
     const QoMonotonicClock clock_;  // of the statistics, and of what one request may take
+    std::shared_ptr<QoJsonDocument> published_document_;
+    std::string notified_queues_;  // of one notification, for the log
 
 public:
     /// The instance suffix, set before init and used again when the service resets itself.

@@ -24,9 +24,11 @@
 #include <cstdint>
 #include <memory>
 #include <set>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
+#include <vector>
 
 #include "qo_component_ids.h"
 #include "qo_json.h"
@@ -52,6 +54,13 @@ inline constexpr int QO_MAX_LOGGED_REFUSALS = 1000;    // nodes that one publish
 struct QoStorePaths {
     std::string data_directory = QO_DATA_DIRECTORY;
     std::string defaults_directory = QO_DEFAULTS_DIRECTORY;
+};
+
+/// Who is to be told of a publish, and in which mode.
+struct QoSubscriber {
+    eQO_CMP_IDs_ comp_id;
+    bool changes_only;
+    friend bool operator==(const QoSubscriber&, const QoSubscriber&) = default;
 };
 
 /// The data tree store. Knows no queues and no components beyond their numbers.
@@ -173,8 +182,14 @@ public:
     /// What components of that class may do at the node, by its "writeAccess" member; of an array, by that of its
     /// element with id 0. Null and nodes without a known "writeAccess" are closed to clients.
     eQO_PUBLISH_AUTHORITY_ GetPublishAuthorityForThisNode(JSONNODE* node, eQO_COMPONENT_CLASS_ component_class);
-    /// Starts the change flags afresh for a publish: looks whether any of its subscribers wants changes only.
+    /// Starts the change flags afresh for a publish: finds its subscribers and looks whether any of them wants changes
+    /// only.
     int UpdateModifiedNodeState(JSONNODE* published);
+    /// Those whom the last publish concerned, as it found them, in the order in which they were met and each once per
+    /// mode. The list lives until the next publish.
+    /// @param subscribers untouched on failure
+    /// @return -1 when there is no subscription tree.
+    int SubscribersOfPublish(std::span<const QoSubscriber>& subscribers) const;
     /// Whether the change-only subscribers of the last publish are to be told too: it changed or added
     /// something, or there are none.
     bool PublishToAllSubscribers() const;
@@ -319,6 +334,18 @@ private:
     /// Shadow nodes whose entries are in the list already.
     using ShadowSet = std::unordered_set<const JSONNODE*>;
 
+    /// The entries of one shadow node, in their order.
+    struct ShadowEntries {
+        std::vector<QoSubscriber> subscribers;
+        uint64_t last_search = 0;  // that has collected them
+    };
+
+    /// What GetSubscribers() finds, without a list of nodes. The same walk over what subscribers_by_shadow_ repeats of
+    /// the subscription tree.
+    void FindSubscribers(JSONNODE* published);
+    void FindSubscribersBelow(JSONNODE* published, const JSONNODE* shadow);
+    void FindSubscribersAt(const JSONNODE* shadow);
+
     int ShadowContent(JSONNODE* shadow, JSONNODE* container);
     int CollectSubscribers(JSONNODE* published, JSONNODE* list, JSONNODE* shadow, ShadowSet& collected);
     int CollectBelow(JSONNODE* container, JSONNODE* list, JSONNODE* shadow, ShadowSet& collected);
@@ -351,10 +378,13 @@ private:
     // Each with what protects it; "start-up" ends with Init, before the save timer's thread can exist. Locks, in the
     // order in which they are taken: the registry of live stores (qo_pushpull_live_objects.h), the mutex that keeps
     // saves apart (in the source of the saves), `mutex_`.
-    JSONNODE* data_tree_;                       // owned; guarded by mutex_ for changes and for the timer's thread
-    int64_t tree_bytes_;                        // the data tree's weight; main thread only
-    JSONNODE* subscription_tree_;               // owned; main thread only
-    std::shared_ptr<Initializer> initializer_;  // fixed after construction; its tree after start-up
+    JSONNODE* data_tree_;          // owned; guarded by mutex_ for changes and for the timer's thread
+    int64_t tree_bytes_;           // the data tree's weight; main thread only
+    JSONNODE* subscription_tree_;  // owned; main thread only
+    std::unordered_map<const JSONNODE*, ShadowEntries> subscribers_by_shadow_;  // the entries of that; main thread only
+    std::vector<QoSubscriber> subscribers_of_publish_;                          // main thread only
+    uint64_t subscriber_searches_ = 0;                                          // so far; main thread only
+    std::shared_ptr<Initializer> initializer_;         // fixed after construction; its tree after start-up
     std::shared_ptr<QoPushPullStats> _pushpull_stats;  // fixed after start-up
     pthread_mutex_t mutex_;                            // itself
     timer_t timer_id_;                                 // 0 when none is pending; guarded by mutex_

@@ -90,6 +90,33 @@ bool qo_json_write_formatted_to(const JSONNODE* node, Take take) {
 /// Null when the text is not valid JSON.
 inline QoJsonNode qo_json_parse(std::string_view text) { return QoJsonNode(json_parse_n(text.data(), text.size())); }
 
+/// Reads many texts one after another without new memory for each. By one thread at a time.
+class QoJsonDocument {
+public:
+    /// The tree of one text, or null when it is not valid JSON. Only for reading; ends before the next one begins.
+    class Tree {
+    public:
+        Tree(JSONDOCUMENT* document, std::string_view text)
+            : document_(document), root_(json_document_parse_n(document, text.data(), text.size())) {}
+        ~Tree() { json_document_give_back(document_); }
+        Tree(const Tree&) = delete;
+        Tree& operator=(const Tree&) = delete;
+        JSONNODE* get() const { return root_; }
+
+    private:
+        JSONDOCUMENT* document_;
+        JSONNODE* root_;
+    };
+
+    Tree read(std::string_view text) const { return {document_.get(), text}; }
+
+private:
+    struct Delete {
+        void operator()(JSONDOCUMENT* document) const { json_document_delete(document); }
+    };
+    std::unique_ptr<JSONDOCUMENT, Delete> document_{json_document_new()};
+};
+
 /// A number cut toward zero that fits 32 bits; nothing for any other node.
 inline std::optional<int32_t> qo_json_int32(const JSONNODE* node) {
     int64_t value = 0;

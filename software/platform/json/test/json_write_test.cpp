@@ -153,3 +153,23 @@ TEST(JsonWrite, InPiecesEndsWhenTheTakerRefuses) {
     EXPECT_EQ(calls, 2);
     EXPECT_EQ(json_write_formatted_to(nullptr, nullptr, nullptr), 0);
 }
+
+TEST(JsonWrite, TellsTheLengthBeforehand) {
+    const std::string every_byte = [] {
+        std::string bytes(1, '\0');
+        for (char c = 0x7f; c > 0; --c) bytes += c;
+        return bytes;
+    }();
+    const std::string texts[] = {"",
+                                 "a plain text of some length",
+                                 "\u0001\u0002\u001f\u0003",
+                                 "\"\\\"\\\"\\\"\\",
+                                 "\b\f\n\r\t \b\f\n\r\t",
+                                 "umlaut \u00e4 and euro \u20ac / slash \u007f",
+                                 every_byte};
+    for (const std::string& text : texts) {
+        const Json node(json_new_a_n("", 0, text.data(), text.size()));
+        EXPECT_EQ(json_written_length(text.data(), text.size()), compact(node).size() - 2) << text;
+    }
+    EXPECT_EQ(json_written_length(nullptr, 5), 0U);
+}

@@ -121,20 +121,6 @@ TEST_F(GrowthTest, DoesNotBindATreeThatIsLoaded) {
     EXPECT_EQ(publish(R"({"open":{"more":1}})"), 0);
 }
 
-TEST_F(GrowthTest, WeighsATextAsItIsWritten) {
-    for (const char* text : {"a plain text of some length", "\u0001\u0002\u001f\u0000\u0003", "\"\\\"\\\"\\\"\\",
-                             "\b\f\n\r\t \b\f\n\r\t", "umlaut \u00e4 and euro \u20ac / slash \u007f"}) {
-        const QoJsonNode node(json_new_a_n("", 0, text, std::string_view(text).size()));
-        const size_t quotes = 2;
-        EXPECT_EQ(qo_written_length(qo_json_string(node.get())), qo_json_write(node.get()).size() - quotes) << text;
-    }
-    std::string every_byte;
-    for (char c = 0x7f; c > 0; --c) every_byte += c;
-    every_byte += '\0';
-    const QoJsonNode node(json_new_a_n("", 0, every_byte.data(), every_byte.size()));
-    EXPECT_EQ(qo_written_length(every_byte), qo_json_write(node.get()).size() - 2);
-}
-
 TEST_F(GrowthTest, OfControlCharactersEndsBeforeTheFileIsLargerThanTheLimit) {
     std::string escapes;
     for (int i = 0; i < 100; ++i) escapes += "\\u0001";
