@@ -1,4 +1,5 @@
 // Reads, deletes, and the joining of several reads into one response.
+#include <charconv>
 #include <exception>
 #include <optional>
 #include <string>
@@ -28,6 +29,15 @@ std::optional<size_t> array_position(const JSONNODE* wanted, const JSONNODE* arr
         QO_LOG_IN(operation, LOG_ERR, "Exception %s", error.what());
     }
     return std::nullopt;
+}
+
+/// What a pointer segment leads to from a node; null also for positions that are not plain numbers.
+JSONNODE* find_child(const JSONNODE* node, std::string_view segment) {
+    if (json_type(node) != JSON_ARRAY) return qo_json_find(node, segment);
+    size_t position = 0;
+    const char* const end = segment.data() + segment.size();
+    const auto [stop, error] = std::from_chars(segment.data(), end, position);
+    return stop == end && error == std::errc() ? json_at(node, position) : nullptr;
 }
 
 /// Takes the element out if it is the last, else leaves a placeholder. @return the bytes that it gave back.
@@ -135,6 +145,22 @@ int DataMgr::ReadWholeNode(JSONNODE* data, JSONNODE* response) {
     if (json_empty(data) == 0) return CopyNode(copy, data);
     json_set_n(copy, data);
     return 0;
+}
+
+bool DataMgr::AppendNodeText(std::string_view pointer, std::string& text) {
+    path_read_.assign(1, data_tree_);
+    for (std::string_view rest = pointer; !rest.empty();) {
+        if (rest.front() != '/') return false;
+        rest.remove_prefix(1);
+        const std::string_view segment = rest.substr(0, rest.find('/'));
+        JSONNODE* found = segment.empty() ? nullptr : find_child(path_read_.back(), segment);
+        if (found == nullptr) return false;
+        path_read_.push_back(found);
+        rest.remove_prefix(segment.size());
+    }
+    if (path_read_.size() == 1) return false;
+    qo_json_append_path_formatted(text, path_read_);
+    return true;
 }
 
 int DataMgr::CopyNode(JSONNODE* destination, JSONNODE* source) {

@@ -115,6 +115,7 @@ int PushPullData::get_node(const std::string& pointer, std::string* text, const 
 
 // The node at a pointer with the path to it, as formatted text; "" when it cannot be read.
 std::string PushPullData::read_node(const std::string& pointer) {
+    if (std::string straight; data_mgr->AppendNodeText(pointer, straight)) return straight;
     const QoJsonNode response(json_new(JSON_NODE));
     long array_size = 0;
     if (data_mgr->ReadNode(pointer, response.get(), false, array_size) != 0 || json_empty(response.get()) != 0) {

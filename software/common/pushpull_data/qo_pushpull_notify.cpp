@@ -30,7 +30,7 @@ int PushPullData::comp_notify(int count, const eQO_CMP_IDs_* comp_ids, const std
     for (int i = 0; i < count; ++i) {
         // Looked up one by one: the soft watchdog below may unregister components that come later in the list.
         const eQO_CMP_IDs_ comp_id = comp_ids[i];
-        const std::string queue_name = resource_mgr->get_resource_queuename(comp_id);
+        const std::string& queue_name = resource_mgr->get_resource_queuename(comp_id);
         const mqd_t descriptor = resource_mgr->getMsg_queue_descriptor(comp_id);
         if (!qo_is_queue(descriptor, queue_name)) continue;
         result = qo_send_text(descriptor, text);

@@ -24,7 +24,7 @@ eQO_CMP_IDs_ resource::get_unit_id() const { return UnitID; }
 
 void resource::set_queue_name(const std::string& name) { QueueName = name; }
 
-std::string resource::get_queue_name() const { return QueueName; }
+const std::string& resource::get_queue_name() const { return QueueName; }
 
 void resource::set_msg_queue_descriptor(mqd_t descriptor) { msg_queue_descriptor = descriptor; }
 
@@ -167,9 +167,10 @@ const resource* ResourceMgr::find_queue_of(eQO_CMP_IDs_ comp_id) const {
     return nullptr;
 }
 
-std::string ResourceMgr::get_resource_queuename(eQO_CMP_IDs_ comp_id) {
+const std::string& ResourceMgr::get_resource_queuename(eQO_CMP_IDs_ comp_id) {
+    static const std::string kNone;
     const resource* entry = find_queue_of(comp_id);
-    return entry != nullptr ? entry->get_queue_name() : "";
+    return entry != nullptr ? entry->get_queue_name() : kNone;
 }
 
 mqd_t ResourceMgr::getMsg_queue_descriptor(eQO_CMP_IDs_ comp_id) {

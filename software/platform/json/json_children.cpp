@@ -105,14 +105,18 @@ void learn_names(Children& children) {
     children.names = has_namesakes(children) ? Names::repeated : Names::unique;
 }
 
-/// Whoever looks for the members of an object mostly does so in their order.
-JSONNODE* find_in_order(Children& children, std::string_view name) {
+bool is_named(const Children& children, size_t position, std::string_view name) {
+    return position < children.items.size() && children.items[position]->name.view() == name;
+}
+
+/// Whoever looks for the members of an object mostly does so in their order, or for the same one again.
+JSONNODE* find_near(Children& children, std::string_view name) {
     if (children.names != Names::unique) return nullptr;
-    if (children.next >= children.items.size()) children.next = 0;
-    JSONNODE* next = children.items[children.next];
-    if (next->name.view() != name) return nullptr;
-    ++children.next;
-    return next;
+    const size_t next = children.last + 1 < children.items.size() ? children.last + 1 : 0;
+    const size_t position = is_named(children, next, name) ? next : children.last;
+    if (!is_named(children, position, name)) return nullptr;
+    children.last = static_cast<uint32_t>(position);
+    return children.items[position];
 }
 
 JSONNODE* find_anywhere(Children& children, std::string_view name) {
@@ -120,12 +124,13 @@ JSONNODE* find_anywhere(Children& children, std::string_view name) {
     const auto& items = children.items;
     if (!children.index) {
         const size_t position = position_by_scan(items, name);
-        children.next = static_cast<uint32_t>(position + 1);
-        return position == items.size() ? nullptr : items[position];
+        if (position == items.size()) return nullptr;
+        children.last = static_cast<uint32_t>(position);
+        return items[position];
     }
     JSONNODE* found = children.index->find(name);
     if (found != nullptr && items.size() <= kQuicklyPassed)
-        children.next = static_cast<uint32_t>(std::find(items.begin(), items.end(), found) - items.begin() + 1);
+        children.last = static_cast<uint32_t>(std::find(items.begin(), items.end(), found) - items.begin());
     return found;
 }
 
@@ -135,8 +140,8 @@ JSONNODE* find_member(const JSONNODE* object, std::string_view name) {
     // Many an object is searched once in its life.
     if (!std::exchange(children.searched, true)) return find_by_scan(children.items, name);
     learn_names(children);
-    JSONNODE* next = find_in_order(children, name);
-    return next != nullptr ? next : find_anywhere(children, name);
+    JSONNODE* near = find_near(children, name);
+    return near != nullptr ? near : find_anywhere(children, name);
 }
 
 /// Before a child of that name is added behind the others.

@@ -18,9 +18,9 @@ class DocumentBuilder {
 public:
     /// What was built before is void.
     void restart();
-    JSONNODE* root() const { return nodes_.front().get(); }
+    JSONNODE* root() const { return &nodes_.front()[0]; }
     /// How many nodes there are, used or not.
-    size_t size() const { return nodes_.size(); }
+    size_t size() const { return nodes_.size() * kChunk; }
 
     bool Null() { return add(JSON_NULL) != nullptr; }
     bool Bool(bool value) {
@@ -45,9 +45,12 @@ public:
     bool EndArray(uint32_t) { return close(); }
 
 private:
+    static constexpr size_t kChunk = 64;  // nodes that are allocated together
+
     JSONNODE* add(char type) {
-        if (used_ == nodes_.size()) nodes_.push_back(std::make_unique<JSONNODE>(type));
-        JSONNODE* node = nodes_[used_++].get();
+        if (used_ == size()) nodes_.push_back(std::make_unique<JSONNODE[]>(kChunk));
+        JSONNODE* node = &nodes_[used_ / kChunk][used_ % kChunk];
+        ++used_;
         node->type = type;
         node->boolean = false;
         node->name.borrow(name_);
@@ -65,7 +68,7 @@ private:
         return true;
     }
 
-    std::vector<std::unique_ptr<JSONNODE>> nodes_;
+    std::vector<std::unique_ptr<JSONNODE[]>> nodes_;
     size_t used_ = 0;
     JSONNODE* open_ = nullptr;  // the innermost container that is not closed yet
     std::string_view name_ = "";

@@ -22,7 +22,7 @@ enum class Names : uint8_t { unknown, unique, repeated };
 struct Children {
     std::vector<JSONNODE*> items;      // owned by the node
     std::unique_ptr<NameIndex> index;  // built by the second search of a large object
-    uint32_t next = 0;                 // where the next search looks first, once the names are known to be unique
+    uint32_t last = 0;                 // found by a search; where the next one looks first, once names are unique
     Names names = Names::unknown;
     bool searched = false;
 
@@ -61,13 +61,14 @@ using NodePtr = std::unique_ptr<JSONNODE, DeleteNode>;
 /// One message may become a hundred thousand of these, so it is kept small: texts are compact and a list of
 /// children takes room only when there are any.
 struct JSONNODE {
+    JSONNODE() = default;
     explicit JSONNODE(char node_type) : type(node_type) {}
 
     JSONNODE* parent = nullptr;
     qo_json::Text name;
     qo_json::Text text;  // a string's bytes or a number's literal, else empty
     std::unique_ptr<qo_json::Children> children;
-    char type;
+    char type = JSON_NULL;
     bool boolean = false;
 };
 

@@ -1,7 +1,9 @@
 // From nodes to text.
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -56,7 +58,7 @@ private:
 /// Hands the text on in pieces.
 class PieceOutput {
 public:
-    PieceOutput(json_writer write, void* context) : write_(write), context_(context), piece_(kPiece) {}
+    PieceOutput(json_writer write, void* context) : write_(write), context_(context) {}
 
     /// As TextOutput's, for at most a piece.
     char* room_for(size_t count) {
@@ -72,7 +74,7 @@ public:
     }
 
 private:
-    static constexpr size_t kPiece = 65536;  // bytes
+    static constexpr size_t kPiece = 16384;  // bytes
 
     void hand_on() {
         taken_ = taken_ && (size_ == 0 || write_(piece_.data(), size_, context_) != 0);
@@ -81,7 +83,7 @@ private:
 
     json_writer write_;
     void* context_;
-    std::vector<char> piece_;
+    std::array<char, kPiece> piece_;
     size_t size_ = 0;
     bool taken_ = true;
 };
@@ -192,27 +194,38 @@ constexpr Brackets brackets_of(const JSONNODE* container) {
     return container->type == JSON_NODE ? Brackets{'{', '}'} : Brackets{'[', ']'};
 }
 
+/// Nodes each of which, but the last, has the next among its children.
+using Path = std::span<JSONNODE* const>;
+
+/// Writes the first node of the path; of each node on it only the next one, and all of the last.
 template <typename Output>
-void write_tree(Output& output, const JSONNODE* root, bool formatted) {
+void write_path(Output& output, Path path, bool formatted) {
     struct Level {
         const JSONNODE* container;
+        std::span<JSONNODE* const> children;  // to be written
         size_t next;
     };
     PartWriter writer(output, formatted);
     std::vector<Level> open;
+    const auto children_of = [&](const JSONNODE* container) -> std::span<JSONNODE* const> {
+        const size_t below = open.size() + 1;
+        if (below < path.size()) return path.subspan(below, 1);
+        if (child_count(container) == 0) return {};
+        return container->children->items;
+    };
     const auto start = [&](const JSONNODE* node) {
         if (!is_container(node)) return write_scalar(writer, node);
         writer.put(brackets_of(node).open);
-        if (child_count(node) == 0)
+        if (const auto children = children_of(node); children.empty())
             writer.put(brackets_of(node).close);
         else
-            open.push_back({node, 0});
+            open.push_back({node, children, 0});
     };
 
-    start(root);
+    start(path.front());
     while (!open.empty()) {
-        auto& [container, next] = open.back();
-        if (next == child_count(container)) {
+        auto& [container, children, next] = open.back();
+        if (next == children.size()) {
             writer.put_line_break(open.size() - 1);
             writer.put(brackets_of(container).close);
             open.pop_back();
@@ -220,7 +233,7 @@ void write_tree(Output& output, const JSONNODE* root, bool formatted) {
         }
         if (next > 0) writer.put(',');
         writer.put_line_break(open.size());
-        const JSONNODE* child = container->children->items[next++];
+        const JSONNODE* child = children[next++];
         if (container->type == JSON_NODE) writer.put_name(child->name.view());
         start(child);
     }
@@ -228,15 +241,16 @@ void write_tree(Output& output, const JSONNODE* root, bool formatted) {
 
 char* write_text(const JSONNODE* node, bool formatted, size_t* length) {
     TextOutput output;
-    if (node != nullptr) write_tree(output, node, formatted);
+    auto* only_read = const_cast<JSONNODE*>(node);
+    if (node != nullptr) write_path(output, Path(&only_read, 1), formatted);
     if (length != nullptr) *length = output.size();
     return node == nullptr ? nullptr : output.release();
 }
 
-int write_pieces(const JSONNODE* node, bool formatted, json_writer write, void* context) {
-    if (node == nullptr || write == nullptr) return 0;
+int write_pieces(Path path, bool formatted, json_writer write, void* context) {
+    if (path.empty() || path.front() == nullptr || write == nullptr) return 0;
     PieceOutput output(write, context);
-    write_tree(output, node, formatted);
+    write_path(output, path, formatted);
     return output.finish() ? 1 : 0;
 }
 
@@ -247,12 +261,13 @@ char* json_write_n(const JSONNODE* node, size_t* length) { return qo_json::write
 
 char* json_write_formatted_n(const JSONNODE* node, size_t* length) { return qo_json::write_text(node, true, length); }
 
-int json_write_to(const JSONNODE* node, json_writer write, void* context) {
-    return qo_json::write_pieces(node, false, write, context);
+int json_write_formatted_to(const JSONNODE* node, json_writer write, void* context) {
+    auto* only_read = const_cast<JSONNODE*>(node);
+    return qo_json::write_pieces(qo_json::Path(&only_read, 1), true, write, context);
 }
 
-int json_write_formatted_to(const JSONNODE* node, json_writer write, void* context) {
-    return qo_json::write_pieces(node, true, write, context);
+int json_write_path_formatted_to(JSONNODE* const* path, size_t count, json_writer write, void* context) {
+    return path == nullptr ? 0 : qo_json::write_pieces({path, count}, true, write, context);
 }
 
 char* json_write(const JSONNODE* node) { return json_write_n(node, nullptr); }

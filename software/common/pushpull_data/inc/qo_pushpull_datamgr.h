@@ -26,6 +26,7 @@
 #include <set>
 #include <span>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
@@ -207,6 +208,10 @@ public:
     ///        is set; untouched otherwise.
     /// @return -1 when there is no such node, for a pointer without segments, and for null.
     int ReadNode(const std::string& pointer, JSONNODE* response, bool want_array_size, long& array_size);
+    /// What ReadNode answers, as formatted text and straight from the tree. Only for plain pointers that lead to a
+    /// node: for all others ReadNode tells, and logs, what is wrong or what they mean.
+    /// @return whether it was appended.
+    bool AppendNodeText(std::string_view pointer, std::string& text);
     /// The walk of ReadNode: appends to `response` what the skeleton addresses below `data`. Recursive; on
     /// failure what was appended so far stays.
     int ValidateAndReadNode(JSONNODE* skeleton, JSONNODE* data, JSONNODE* response, bool want_array_size,
@@ -383,8 +388,9 @@ private:
     JSONNODE* subscription_tree_;  // owned; main thread only
     std::unordered_map<const JSONNODE*, ShadowEntries> subscribers_by_shadow_;  // the entries of that; main thread only
     std::vector<QoSubscriber> subscribers_of_publish_;                          // main thread only
-    uint64_t subscriber_searches_ = 0;                                          // so far; main thread only
-    std::shared_ptr<Initializer> initializer_;         // fixed after construction; its tree after start-up
+    std::vector<JSONNODE*> path_read_;          // of the last AppendNodeText, of no use after it; main thread only
+    uint64_t subscriber_searches_ = 0;          // so far; main thread only
+    std::shared_ptr<Initializer> initializer_;  // fixed after construction; its tree after start-up
     std::shared_ptr<QoPushPullStats> _pushpull_stats;  // fixed after start-up
     pthread_mutex_t mutex_;                            // itself
     timer_t timer_id_;                                 // 0 when none is pending; guarded by mutex_

@@ -22,7 +22,7 @@ public:
     /// QO_CMPID_RESERVED marks an entry that ResourceMgr::terminate cleared.
     eQO_CMP_IDs_ get_unit_id() const;
     void set_queue_name(const std::string& name);
-    std::string get_queue_name() const;
+    const std::string& get_queue_name() const;
     void set_msg_queue_descriptor(mqd_t descriptor);
     /// 0 when no queue is open.
     mqd_t getMsg_queue_descriptor() const;
@@ -66,8 +66,8 @@ public:
 
     /// False for an unknown identifier and, logged at LOG_ERR, for QO_CMPID_RESERVED.
     bool is_comp_registered(eQO_CMP_IDs_ comp_id);
-    /// The name of the component's queue; "" when it is not registered.
-    std::string get_resource_queuename(eQO_CMP_IDs_ comp_id);
+    /// The name of the component's queue, which lives until it is unregistered; "" when it is not registered.
+    const std::string& get_resource_queuename(eQO_CMP_IDs_ comp_id);
     /// The descriptor of the component's queue, which stays this table's; 0 when it is not registered.
     mqd_t getMsg_queue_descriptor(eQO_CMP_IDs_ comp_id);
 

@@ -83,9 +83,9 @@ JSONNODE* json_parse(const char* text);
 JSONNODE* json_parse_n(const char* text, size_t length);
 /// Puts the next bytes of a text into `buffer`, at most `size`. @return how many; 0 at its end.
 typedef size_t (*json_reader)(char* buffer, size_t size, void* context);
-/// Addition: json_parse_n of a text that `reader` gives piece by piece, so that a large one is never in memory as a whole.
-/// The reader is not called again after its 0, nor more than some megabytes behind the place where the text proves to be
-/// invalid.
+/// Addition: json_parse_n of a text that `reader` gives piece by piece, so that a large one is never in memory as a
+/// whole. The reader is not called again after its 0, nor more than some megabytes behind the place where the text
+/// proves to be invalid.
 JSONNODE* json_parse_from(json_reader reader, void* context);
 /// Addition: reads many texts one after another, each in place of the one before, and needs no new memory for one that
 /// is no larger than others before it.
@@ -207,10 +207,12 @@ char* json_write_n(const JSONNODE* node, size_t* length);
 char* json_write_formatted_n(const JSONNODE* node, size_t* length);
 /// Takes the next bytes of a text. @return 0 to be called no more, else anything but 0.
 typedef int (*json_writer)(const char* bytes, size_t length, void* context);
-/// Additions: hand what json_write and json_write_formatted would give to `writer` piece by piece, so that it is never in
-/// memory as a whole. @return 1 when the writer has taken all of it, else 0, also when an argument but `context` is null.
-int json_write_to(const JSONNODE* node, json_writer writer, void* context);
+/// Addition: hands what json_write_formatted would give to `writer` piece by piece, so that it is never in memory as a
+/// whole. @return 1 when the writer has taken all of it, else 0, also when an argument but `context` is null.
 int json_write_formatted_to(const JSONNODE* node, json_writer writer, void* context);
+/// Addition: the same of a tree that is only a path: `count` nodes each of which, but the last, is a container that has
+/// the next among its children. Each is written with the next as its only child, the last with all that it has.
+int json_write_path_formatted_to(JSONNODE* const* path, size_t count, json_writer writer, void* context);
 /// Addition: how many bytes the writers make of `length` bytes of a name or string, quotes around it not counted. 0 for
 /// null.
 size_t json_written_length(const char* text, size_t length);

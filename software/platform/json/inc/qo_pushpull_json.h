@@ -9,6 +9,7 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -85,6 +86,15 @@ bool qo_json_write_formatted_to(const JSONNODE* node, Take take) {
         return (*static_cast<Take*>(context))(std::string_view(bytes, length)) ? 1 : 0;
     };
     return json_write_formatted_to(node, call, &take) != 0;
+}
+
+/// Appends the formatted text of a path, see json_write_path_formatted_to.
+inline void qo_json_append_path_formatted(std::string& text, std::span<JSONNODE* const> path) {
+    const auto append = [](const char* bytes, size_t length, void* context) {
+        static_cast<std::string*>(context)->append(bytes, length);
+        return 1;
+    };
+    json_write_path_formatted_to(path.data(), path.size(), append, &text);
 }
 
 /// Null when the text is not valid JSON.

@@ -28,6 +28,46 @@ protected:
     ReadTest() { load(kDefaults); }
 };
 
+// ---- straight from the tree ----
+
+using ReadText = ReadTest;
+
+TEST_F(ReadText, IsThatOfARead) {
+    for (const char* pointer :
+         {"/system", "/system/config/temp", "/system/empty", "/system/none", "/zones", "/zones/1", "/zones/1/sub/y",
+          "/zones/4/id", "/scalars/0", "/scalars/2", "/scalars/3", "/deep/list/0/inner/1/v", "/deep/list/0/inner/01"}) {
+        std::string text = "before ";
+        EXPECT_TRUE(store_->AppendNodeText(pointer, text)) << pointer;
+        EXPECT_TRUE(text.starts_with("before {"));
+        EXPECT_NE(read(pointer), "") << pointer;
+    }
+}
+
+TEST_F(ReadText, LeavesWhatIsNotPlainToTheRead) {
+    for (const char* pointer :
+         {"", "/", "system", "//system", "/system/", "/system//config", "/nothing", "/system/config/temp/x",
+          "/system/empty/x", "/zones/5", "/zones/+1", "/zones/ 1", "/zones/-1", "/zones/1x", "/zones/x",
+          "/zones/18446744073709551617", "/scalars/2/0", "/system/none/0"}) {
+        std::string text = "before";
+        EXPECT_FALSE(store_->AppendNodeText(pointer, text)) << pointer;
+        EXPECT_EQ(text, "before");
+    }
+}
+
+TEST_F(ReadText, IsIndentedNoFurtherThanOtherTexts) {
+    std::string text;
+    std::string pointer;
+    for (int level = 0; level < 40; ++level) {
+        text += R"({"a":)";
+        pointer += "/a";
+    }
+    ASSERT_EQ(publish(text + R"({"b":{"c":[1]}})" + std::string(40, '}')), 0);
+    EXPECT_NE(read(pointer), "");
+    EXPECT_NE(read(pointer + "/b/c"), "");
+    std::string straight;
+    EXPECT_TRUE(store_->AppendNodeText(pointer, straight));
+}
+
 // ---- objects and leaves ----
 
 using ReadNode = ReadTest;

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <string>
 
 #include "qo_pushpull_files.h"
@@ -442,6 +443,37 @@ TEST_F(TrimDuplicates, SingleMembersMayBeAnything) {
     constexpr char kList[] = R"({"a":{"b":1},"c":"x","d":null,"e":0})";
     EXPECT_EQ(trimmed(kList), kList);
     EXPECT_EQ(result_, 0);
+}
+
+// ---- both searches ----
+
+using SubscriberSearch = SubscriptionTest;
+
+// Every way of subscribing and unsubscribing in turn, and after each step every kind of publish: the fixture compares
+// the two searches.
+TEST_F(SubscriberSearch, FindsThoseOfTheList) {
+    constexpr const char* kPointers[] = {"/",       "/system",    "/system/config",    "/system/status/list",
+                                         "/zones",  "/zones/sub", "/zones/inner/deep", "/cmpID",
+                                         "/cmpID/x"};
+    constexpr const char* kPublished[] = {
+        "{}",
+        "[]",
+        "5",
+        R"({"system":1,"zones":{},"cmpID":7})",
+        R"({"system":{"config":{"name":"z"},"status":{"list":[{"id":0}]}}})",
+        R"({"zones":[{"id":0,"sub":{"y":2}},{"id":1,"sub":{},"inner":[{"id":0,"deep":{}}]},5,{}]})",
+        R"({"cmpID":{"x":{"y":1}},"system":{"config":1},"notifyOnChangeOnly":5})",
+        R"({"system":{"config":{}},"system":{"status":{}}})"};
+    constexpr size_t kSteps = 400;
+    for (size_t step = 0; step < kSteps; ++step) {
+        const char* pointer = kPointers[step * 7 % std::size(kPointers)];
+        const int comp_id = static_cast<int>(step * 5 % 11) + 1;
+        if (step * 3 % 8 < 5)
+            subscribe(comp_id, pointer, step % 3 == 0);
+        else
+            unsubscribe(comp_id, pointer);
+        for (const char* published : kPublished) subscribers_of(published);
+    }
 }
 
 }  // namespace

@@ -5,7 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -58,6 +60,7 @@ protected:
         log_.clear();
         const int result = store_->ReadNode(pointer, response.get(), false, array_size_);
         keep_log();
+        compare_text(pointer, result == 0 ? qo_json_write_formatted(response.get()) : std::string());
         return result == 0 ? qo_json_write(response.get()) : std::string();
     }
 
@@ -85,6 +88,7 @@ protected:
         log_.clear();
         EXPECT_EQ(store_->GetSubscribers(node.get(), list.get()), 0);
         keep_log();
+        compare_subscribers(node.get(), list.get());
         return qo_json_write(list.get());
     }
 
@@ -113,6 +117,26 @@ protected:
     long array_size_ = -7;  // as no operation sets it
 
 private:
+    /// What is written straight from the tree, if it is, is what a read gives.
+    void compare_text(const std::string& pointer, const std::string& read) {
+        std::string straight;
+        if (store_->AppendNodeText(pointer, straight)) EXPECT_EQ(straight, read) << pointer;
+    }
+
+    /// Those whom a publish is found to concern are those of the list.
+    void compare_subscribers(JSONNODE* published, JSONNODE* list) {
+        EXPECT_EQ(store_->UpdateModifiedNodeState(published), 0);
+        std::span<const QoSubscriber> subscribers;
+        EXPECT_EQ(store_->SubscribersOfPublish(subscribers), 0);
+        std::vector<QoSubscriber> listed;
+        for (const JSONNODE* entry : QoJsonChildren(list)) {
+            const auto comp_id = static_cast<eQO_CMP_IDs_>(json_as_int(entry));
+            listed.push_back({comp_id, qo_json_name(entry) == "notifyOnChangeOnly"});
+        }
+        EXPECT_TRUE(std::equal(subscribers.begin(), subscribers.end(), listed.begin(), listed.end()))
+            << qo_json_write(published);
+    }
+
     int delete_node(const std::string& pointer, bool restore_default) {
         log_.clear();
         const int result = store_->DeleteNode(pointer, restore_default);
