@@ -221,10 +221,11 @@ int DataMgr::MergeLeaf(JSONNODE* destination, JSONNODE* source, const MergeScope
         }
         return 0;
     }
-    const int64_t growth = IsProtectedMetadata(source) ? 0 : qo_value_weight(source) - qo_value_weight(destination);
-    if (!TakeRoom(scope, growth, destination)) return -1;
+    if (IsProtectedMetadata(source)) return 0;
+    if (!TakeRoom(scope, qo_value_weight(source) - qo_value_weight(destination), destination)) return -1;
     scope.run.limits.erase(destination);
-    return UpdateLeafValue(destination, source);
+    SetLeaf(destination, source);
+    return 0;
 }
 
 int DataMgr::UpdateLeafValue(JSONNODE* destination, JSONNODE* source) {
@@ -232,11 +233,14 @@ int DataMgr::UpdateLeafValue(JSONNODE* destination, JSONNODE* source) {
         QO_LOG(LOG_ERR, "Destination/source leaf is NULL");
         return -1;
     }
-    if (IsProtectedMetadata(source)) return 0;
+    if (!IsProtectedMetadata(source)) SetLeaf(destination, source);
+    return 0;
+}
+
+void DataMgr::SetLeaf(JSONNODE* destination, const JSONNODE* source) {
     if (!merging_default_tree && check_for_modified_node && json_equal(destination, source) == 0)
         node_was_modified = true;
     json_set_n(destination, source);
-    return 0;
 }
 
 // ---- array elements ----
@@ -311,8 +315,9 @@ int DataMgr::AddElement(JSONNODE* array, JSONNODE* element, int32_t index, const
 // ---- members ----
 
 int DataMgr::MergeMember(JSONNODE* object, JSONNODE* member, const MergeScope& scope) {
-    JSONNODE* found = qo_json_find(object, qo_json_name(member));
-    if (qo_json_name(member) == "id" && scope.authority != QO_NO_PUBLISH_THIS_NODE) scope.run.renumbered.insert(object);
+    const std::string_view name = qo_json_name(member);
+    JSONNODE* found = qo_json_find(object, name);
+    if (name == "id" && scope.authority != QO_NO_PUBLISH_THIS_NODE) scope.run.renumbered.insert(object);
     if (found == nullptr) return AddMember(object, member, scope);
     if (json_empty(member) != 0) return MergeLeaf(found, member, scope);
     if (IsProtectedMetadata(member)) return 0;

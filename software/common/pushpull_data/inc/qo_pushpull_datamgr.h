@@ -295,6 +295,8 @@ private:
     // Each returns 0, or -1 for a fault that ends the merge; what write authority refuses is no fault.
     int MergeNode(JSONNODE* destination, JSONNODE* source, const MergeScope& scope);
     int MergeLeaf(JSONNODE* destination, JSONNODE* source, const MergeScope& scope);
+    /// Copies type and value, and notes a change.
+    void SetLeaf(JSONNODE* destination, const JSONNODE* source);
     int MergeElement(JSONNODE* array, JSONNODE* element, const MergeScope& scope);
     int AddElement(JSONNODE* array, JSONNODE* element, int32_t index, const MergeScope& scope);
     int MergeMember(JSONNODE* object, JSONNODE* member, const MergeScope& scope);
