@@ -31,13 +31,12 @@ std::optional<size_t> array_position(const JSONNODE* wanted, const JSONNODE* arr
     return std::nullopt;
 }
 
-/// What a pointer segment leads to from a node; null also for positions that are not plain numbers.
-JSONNODE* find_child(const JSONNODE* node, std::string_view segment) {
-    if (json_type(node) != JSON_ARRAY) return qo_json_find(node, segment);
+/// The element at the position that a pointer segment names; null also for positions that are not plain numbers.
+JSONNODE* find_element(const JSONNODE* array, std::string_view segment) {
     size_t position = 0;
     const char* const end = segment.data() + segment.size();
     const auto [stop, error] = std::from_chars(segment.data(), end, position);
-    return stop == end && error == std::errc() ? json_at(node, position) : nullptr;
+    return stop == end && error == std::errc() ? json_at(array, position) : nullptr;
 }
 
 /// Takes the element out if it is the last, else leaves a placeholder. @return the bytes that it gave back.
@@ -149,11 +148,16 @@ int DataMgr::ReadWholeNode(JSONNODE* data, JSONNODE* response) {
 
 bool DataMgr::AppendNodeText(std::string_view pointer, std::string& text) {
     path_read_.assign(1, data_tree_);
+    bool is_element = true;  // the root is taken like one
     for (std::string_view rest = pointer; !rest.empty();) {
         if (rest.front() != '/') return false;
         rest.remove_prefix(1);
         const std::string_view segment = rest.substr(0, rest.find('/'));
-        JSONNODE* found = segment.empty() ? nullptr : find_child(path_read_.back(), segment);
+        if (segment.empty()) return false;
+        // What lies in an element goes by names alone.
+        JSONNODE* container = path_read_.back();
+        is_element = json_type(container) == JSON_ARRAY && !is_element;
+        JSONNODE* found = is_element ? find_element(container, segment) : qo_json_find(container, segment);
         if (found == nullptr) return false;
         path_read_.push_back(found);
         rest.remove_prefix(segment.size());

@@ -61,7 +61,7 @@ TEST_F(ReadText, IsIndentedNoFurtherThanOtherTexts) {
         text += R"({"a":)";
         pointer += "/a";
     }
-    ASSERT_EQ(publish(text + R"({"b":{"c":[1]}})" + std::string(40, '}')), 0);
+    ASSERT_EQ(publish(text + R"({"b":{"c":[{"id":0}]}})" + std::string(40, '}')), 0);
     EXPECT_NE(read(pointer), "");
     EXPECT_NE(read(pointer + "/b/c"), "");
     std::string straight;

@@ -449,6 +449,14 @@ TEST_F(TrimDuplicates, SingleMembersMayBeAnything) {
 
 using SubscriberSearch = SubscriptionTest;
 
+TEST_F(SubscriberSearch, OfAStoreThatHasNotStartedIsRefused) {
+    const DataMgr not_started;
+    std::span<const QoSubscriber> subscribers;
+    log_.clear();
+    EXPECT_EQ(not_started.SubscribersOfPublish(subscribers), -1);
+    EXPECT_THAT(log_.lines(), ElementsAre(error_line("node and/or subscriber_list and/or subscription_node is NULL")));
+}
+
 // Every way of subscribing and unsubscribing in turn, and after each step every kind of publish: the fixture compares
 // the two searches.
 TEST_F(SubscriberSearch, FindsThoseOfTheList) {
