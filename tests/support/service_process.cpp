@@ -184,13 +184,13 @@ bool QoServiceProcess::waits_for_request() const {
     std::ifstream status("/proc/" + std::to_string(process_) + "/syscall");
     long system_call = -1;
     status >> system_call;
-#ifdef QO_HOST_PPOLL
-    if (system_call == QO_HOST_PPOLL) return true;
+#ifdef QO_HOST_RECEIVE
+    if (system_call == QO_HOST_RECEIVE) return true;
 #endif
-#ifdef SYS_ppoll_time64
-    if (system_call == SYS_ppoll_time64) return true;
+#ifdef SYS_mq_timedreceive_time64
+    if (system_call == SYS_mq_timedreceive_time64) return true;
 #endif
-    return system_call == SYS_ppoll;
+    return system_call == SYS_mq_timedreceive;
 }
 
 bool QoServiceProcess::running() const {

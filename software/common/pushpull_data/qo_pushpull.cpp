@@ -8,8 +8,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 #include <utility>
-#include <vector>
 
 #include "qo_pushpull_api.h"
 #include "qo_pushpull_constants.h"
@@ -21,6 +22,7 @@
 #include "qo_pushpull_process_api.h"
 #include "qo_pushpull_queue_claim.h"
 #include "qo_pushpull_queue_monitor.h"
+#include "qo_pushpull_receive_buffer.h"
 #include "qo_pushpull_request_wait.h"
 #include "qo_pushpull_stats.h"
 #include "qo_pushpull_systemd.h"
@@ -30,7 +32,7 @@
 
 namespace {
 
-constexpr unsigned kReceivePauseS = 1;  // seconds after a failed receive
+constexpr std::chrono::seconds kReceivePause{1};  // after a failed receive
 
 }  // namespace
 
@@ -114,7 +116,9 @@ bool PushPullData::open_service_queue(const std::string& suffix) {
     }
     syslog(LOG_DEBUG, "PushPullData MessageQueue: %s Message queue successfully opened", QO_SERVICE_QUEUE_NAME);
     resource_mgr->monitor().addQueue(name, QO_CMPID_PUSHPULL, mq_pushpull_queue_hndl);
-    resource_mgr->monitor().superviseName(name, mq_pushpull_queue_hndl, [wait = request_wait_] { wait->interrupt(); });
+    resource_mgr->monitor().superviseName(
+        name, mq_pushpull_queue_hndl,
+        [wait = request_wait_, queue = mq_pushpull_queue_hndl] { wait->interrupt(queue); });
     return true;
 }
 
@@ -143,12 +147,12 @@ int PushPullData::execute() {
     // The store has no loop of its own: the result is always -1.
     [[maybe_unused]] const int store_result = data_mgr->Execute();
     // One byte more than a message has: a message that was sent without its NUL ends there.
-    std::vector<char> buffer(static_cast<size_t>(QO_QUEUE_MSGSIZE) + 1);
+    QoReceiveBuffer buffer(static_cast<size_t>(QO_QUEUE_MSGSIZE) + 1);
     std::string text;
     QoProcessApi request;
     while (!must_end_) {
-        const std::optional<ssize_t> message = request_wait_->receive(
-            mq_pushpull_queue_hndl, buffer.data(), static_cast<size_t>(QO_QUEUE_MSGSIZE), watchdog_->longest_wait());
+        const std::optional<ssize_t> message =
+            request_wait_->receive(mq_pushpull_queue_hndl, buffer.data(), static_cast<size_t>(QO_QUEUE_MSGSIZE));
         if (!message) {
             leave_lost_queue();
             continue;
@@ -158,8 +162,7 @@ int PushPullData::execute() {
         if (pushpull_stats) resource_mgr->monitor().incQueueStats(mq_pushpull_queue_hndl);
         const std::optional<int> exit_result = handle_message(buffer.data(), received, text, request, started_at);
         if (exit_result) return *exit_result;
-        // The rest of the buffer is zero already.
-        std::fill_n(buffer.begin(), std::max<ssize_t>(received, 0), '\0');
+        buffer.clear(static_cast<size_t>(std::max<ssize_t>(received, 0)));
         text.clear();
         if (pushpull_stats) pushpull_stats->inc_active_time(clock_() - started_at);
     }
@@ -179,7 +182,7 @@ std::optional<int> PushPullData::handle_message(const char* message, ssize_t rec
     if (received <= 0) {
         syslog(LOG_ERR, "parseJSON failed in pushpull recv retval= %d, precv_string->length() = %d , ERR_CODE = %d",
                static_cast<int>(received), static_cast<int>(text.length()), QO_ERR_QUEUE_RECEIVE);
-        sleep(kReceivePauseS);
+        std::this_thread::sleep_for(kReceivePause);  // unlike sleep(), whatever signals come
         return std::nullopt;
     }
     // What escapes a request, mostly for want of memory, ends that request and no other.

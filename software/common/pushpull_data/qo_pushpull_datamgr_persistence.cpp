@@ -3,11 +3,11 @@
 #include <string_view>
 #include <utility>
 
+#include "qo_pushpull_blocked_signal.h"
 #include "qo_pushpull_datamgr.h"
 #include "qo_pushpull_json.h"
 #include "qo_pushpull_live_objects.h"
 #include "qo_pushpull_mutex_lock.h"
-#include "qo_pushpull_sigterm_mask.h"
 #include "qo_pushpull_thread_timer.h"
 #include "qo_pushpull_utilities.h"
 
@@ -102,7 +102,7 @@ int DataMgr::CleanUpTimerInfo() {
 }
 
 void DataMgr::TimerCallBack(union sigval value) {
-    const QoSigtermMask blocked(SIG_BLOCK);
+    const QoBlockedSignal blocked(SIGTERM);
     if (value.sival_ptr == nullptr) {
         QO_LOG(LOG_ERR, "Call back did not provide a pointer!");
         return;

@@ -17,9 +17,11 @@
 #include "qo_backtrace.h"
 #include "qo_pushpull.h"
 #include "qo_pushpull_api.h"
+#include "qo_pushpull_blocked_signal.h"
 #include "qo_pushpull_conventions.h"
-#include "qo_pushpull_sigterm_mask.h"
+#include "qo_pushpull_signal_gate.h"
 #include "qo_pushpull_systemd.h"
+#include "qo_pushpull_watchdog.h"
 #include "qo_utilities_command.h"
 
 namespace {
@@ -94,9 +96,9 @@ int run_service(const Options& options) {
     auto service = std::make_unique<PushPullData>(options.statistics);
     service->queue_suffix_name = options.queue_suffix;
     service->init(options.queue_suffix);
-    // During start-up a SIGTERM ends the process by its default action. From here on the handler takes it, and only
-    // where execute lets it in.
-    const QoSigtermMask blocked(SIG_BLOCK);
+    // During start-up a SIGTERM ends the process by its default action. From here on the handler takes it, and acts
+    // only while execute waits for a request.
+    const QoSignalGate working(QoSignalGate::State::kWorking);
     signal(SIGTERM, PushPullData::SignalHandler);
     // Its result is the exit handler's and was logged; the exit status does not carry it.
     [[maybe_unused]] const int exit_result = service->execute();
@@ -129,6 +131,7 @@ void announce_exit() {
 
 void signalCallback(int signal_number) {
     if (signal_number != SIGUSR1) return;
+    const QoBlockedSignal pauses_are_whole(qo_life_timer_signal());
     signal(SIGALRM, reboot_unannounced);
     alarm(kRebootDelayS);
     syslog(LOG_CRIT, "Received queue full signal (SIGUSR1) - Rebooting system in 5 seconds");
@@ -142,11 +145,13 @@ void signalCallback(int signal_number) {
 
 void PushPullData::SignalHandler(int signal_number) {
     // A timer's notification thread starts with no signal blocked, so SIGTERM may be delivered to it while the main
-    // thread holds a lock that this handler needs. The main thread takes it when it waits for a request.
+    // thread holds a lock that this handler needs.
     if (gettid() != getpid()) {
         tgkill(getpid(), getpid(), signal_number);
         return;
     }
+    if (signal_number == SIGTERM && !QoSignalGate::may_sigterm_act()) return;
+    const QoBlockedSignal pauses_are_whole(qo_life_timer_signal());
     auto api = std::make_unique<QoPushpullApi>();
     // A failure shows in the posts, which open the queue again.
     [[maybe_unused]] const int32_t init_result = api->init("");

@@ -7,10 +7,10 @@
 #include <optional>
 #include <utility>
 
+#include "qo_pushpull_blocked_signal.h"
 #include "qo_pushpull_descriptor.h"
 #include "qo_pushpull_queue_monitor.h"
 #include "qo_pushpull_restart_script.h"
-#include "qo_pushpull_sigterm_mask.h"
 #include "qo_utilities_command.h"
 
 namespace {
@@ -36,7 +36,7 @@ bool run(const std::string& command, std::chrono::milliseconds limit) {
 
 QoPushPullQueueMonitor::QoPushPullQueueMonitor(QoQueueMonitorSettings settings)
     : _monitorThreadHandle(), _runMonitor(true), settings_(std::move(settings)), thread_started_(false) {
-    const QoSigtermMask blocked(SIG_BLOCK);
+    const QoBlockedSignal blocked(SIGTERM);
     thread_started_ = pthread_create(&_monitorThreadHandle, nullptr, monitorThreadEntry, this) == 0;
     syslog(LOG_INFO, "QoPushPullQueueMonitor: Started...");
 }

@@ -2,70 +2,39 @@
 #include "qo_pushpull_request_wait.h"
 
 #include <errno.h>
-#include <poll.h>
-#include <pthread.h>
-#include <stdint.h>
-#include <sys/eventfd.h>
-#include <syslog.h>
 #include <time.h>
-#include <unistd.h>
 
 #include "qo_pushpull_life.h"
-#include "qo_pushpull_sigterm_mask.h"
+#include "qo_pushpull_signal_gate.h"
 
 namespace {
 
-// A deadline that has passed: a receive with it takes what is there and never waits.
+// A deadline that has passed: a send with it does what it can at once and never waits.
 constexpr timespec kNoWaiting{};
+constexpr unsigned kWakeUpPriority = 0;  // behind every request
 
-timespec as_timespec(std::chrono::milliseconds time) {
-    const std::chrono::seconds whole = std::chrono::duration_cast<std::chrono::seconds>(time);
-    timespec result{};
-    result.tv_sec = static_cast<time_t>(whole.count());
-    result.tv_nsec = static_cast<long>(std::chrono::nanoseconds(time - whole).count());
-    return result;
+ssize_t wait(mqd_t queue, char* buffer, size_t size) {
+    const QoSignalGate waiting(QoSignalGate::State::kWaiting);
+    return mq_receive(queue, buffer, size, nullptr);
 }
 
 }  // namespace
 
-QoRequestWait::QoRequestWait(Milliseconds let_in_every)
-    : let_in_every_(let_in_every), let_in_(Clock::now()), wake_up_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-    if (!wake_up_) syslog(LOG_ERR, "PushPullData: eventfd failed: %m");
-    pthread_sigmask(SIG_BLOCK, nullptr, &mask_);
-    sigdelset(&mask_, SIGTERM);
-}
-
-// The receive comes first: under load it is the only system call for a message.
-std::optional<ssize_t> QoRequestWait::receive(mqd_t queue, char* buffer, size_t size,
-                                              std::optional<Milliseconds> longest_wait) {
-    let_sigterm_in();
+std::optional<ssize_t> QoRequestWait::receive(mqd_t queue, char* buffer, size_t size) {
     while (!interrupted_) {
         qo_report_life();
-        const ssize_t received = mq_timedreceive(queue, buffer, size, nullptr, &kNoWaiting);
-        if (received != -1 || (errno != ETIMEDOUT && errno != EINTR)) return received;
-        wait(queue, longest_wait);
+        const ssize_t received = wait(queue, buffer, size);
+        const bool woken = received == 0 && interrupted_;
+        if (woken || (received == -1 && errno == EINTR)) continue;
+        // A handler may look at errno without looking at what failed: it shall not find that of the request before.
+        if (received != -1) errno = 0;
+        return received;
     }
     return std::nullopt;
 }
 
-void QoRequestWait::interrupt() {
+// A message without a byte wakes the thread that waits. Where it finds no room nobody waits.
+void QoRequestWait::interrupt(mqd_t queue) {
     interrupted_ = true;
-    const uint64_t one = 1;
-    // It fails only when the wait was interrupted often enough already.
-    [[maybe_unused]] const ssize_t written = write(wake_up_.get(), &one, sizeof one);
-}
-
-// A wait lets it in too, but there may be none for a long time.
-void QoRequestWait::let_sigterm_in() {
-    const Clock::time_point now = Clock::now();
-    if (now - let_in_ < let_in_every_) return;
-    let_in_ = now;
-    const QoSigtermMask let_in(SIG_UNBLOCK);
-}
-
-// Whatever ends the wait, the queue is looked at next.
-void QoRequestWait::wait(mqd_t queue, std::optional<Milliseconds> longest_wait) const {
-    pollfd sources[] = {{queue, POLLIN, 0}, {wake_up_.get(), POLLIN, 0}};
-    const timespec limit = as_timespec(longest_wait.value_or(Milliseconds(0)));
-    [[maybe_unused]] const int result = ppoll(sources, 2, longest_wait ? &limit : nullptr, &mask_);
+    [[maybe_unused]] const int sent = mq_timedsend(queue, "", 0, kWakeUpPriority, &kNoWaiting);
 }

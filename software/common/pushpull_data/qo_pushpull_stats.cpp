@@ -13,12 +13,12 @@
 #include <string_view>
 #include <utility>
 
+#include "qo_pushpull_blocked_signal.h"
 #include "qo_pushpull_conventions.h"
 #include "qo_pushpull_exception_text.h"
 #include "qo_pushpull_files.h"
 #include "qo_pushpull_live_objects.h"
 #include "qo_pushpull_queue_monitor.h"
-#include "qo_pushpull_sigterm_mask.h"
 #include "qo_pushpull_thread_timer.h"
 #include "qo_pushpull_utilities.h"
 #include "qo_resource_mgr.h"
@@ -129,7 +129,7 @@ void QoPushPullStats::start_timer() {
 }
 
 void QoPushPullStats::TimerCallBack(union sigval value) {
-    const QoSigtermMask blocked(SIG_BLOCK);
+    const QoBlockedSignal blocked(SIGTERM);
     auto* stats = static_cast<QoPushPullStats*>(value.sival_ptr);
     if (stats == nullptr) {
         syslog(LOG_ERR, "PushPull Stats: Failed to call save function!");

@@ -5,7 +5,7 @@
 #include <signal.h>
 #include <time.h>
 
-#include "qo_pushpull_sigterm_mask.h"
+#include "qo_pushpull_blocked_signal.h"
 
 /// Creates a monotonic timer, not yet set, that calls `expired` with `owner`. The caller deletes it.
 /// @return false with `timer` as a zero when there is none to be had
@@ -15,7 +15,7 @@ inline bool qo_create_thread_timer(void (*expired)(sigval), void* owner, timer_t
     notification.sigev_notify_function = expired;
     notification.sigev_value.sival_ptr = owner;
     // The thread that waits for the timer inherits the mask.
-    const QoSigtermMask blocked(SIG_BLOCK);
+    const QoBlockedSignal blocked(SIGTERM);
     if (timer_create(CLOCK_MONOTONIC, &notification, &timer) == 0) return true;
     timer = timer_t{};
     return false;

@@ -40,8 +40,8 @@ public:
     /// readiness. Failures are logged and stop nothing, but for those after which the service has to end: then
     /// exit_status() is not 0, no readiness is reported and execute() serves no request.
     void init(std::string suffix);
-    /// Serves requests until an "exit" request is accepted or the service has to end. SIGTERM is let in while it waits
-    /// for a request, and nowhere else when the caller blocked it.
+    /// Serves requests until an "exit" request is accepted or the service has to end. SIGTERM acts while it waits for a
+    /// request, and nowhere else when the caller holds it back (qo_pushpull_signal_gate.h).
     /// @return the exit handler's result; exit_status() when the service has to end.
     int execute();
     /// What the process has to end with: 0, unless something has demanded that the service ends, so that systemd
@@ -49,8 +49,9 @@ public:
     int exit_status() const;
     /// Ends the store, without saving, and closes every component's queue.
     void terminate();
-    /// The SIGTERM handler: posts "save" and "exit" to "/pushpull" and ends the process with status 0; on any thread
-    /// but the main one it passes the signal on to that. Other signals only log. Does not touch the service object.
+    /// The SIGTERM handler: posts "save" and "exit" to "/pushpull" and ends the process with status 0; while the main
+    /// thread works it does so when the work is done, and on any other thread it passes the signal on to that. Other
+    /// signals only log. Does not touch the service object.
     static void SignalHandler(int signal_number);
 
     /// Runs the handler of a request, counts it when statistics are on and logs a failure. Unknown kinds are

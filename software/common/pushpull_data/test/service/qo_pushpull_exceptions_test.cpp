@@ -25,22 +25,19 @@ auto open_descriptors() {
 }  // namespace
 
 extern "C" {
-unsigned __wrap_sleep(unsigned seconds);
-ssize_t __real_mq_timedreceive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority,
-                               const timespec* deadline);
-ssize_t __wrap_mq_timedreceive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority,
-                               const timespec* deadline);
+int __wrap_nanosleep(const timespec* duration, timespec* left);
+ssize_t __real_mq_receive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority);
+ssize_t __wrap_mq_receive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority);
 int __real_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsigned priority, const timespec* deadline);
 int __wrap_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsigned priority, const timespec* deadline);
 
-unsigned __wrap_sleep(unsigned) { return 0; }
+int __wrap_nanosleep(const timespec*, timespec*) { return 0; }
 
-ssize_t __wrap_mq_timedreceive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority,
-                               const timespec* deadline) {
+ssize_t __wrap_mq_receive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority) {
     short_of_memory.reset();
     if (receives == 1)  // not before: an "init" request discards what waits behind it
         EXPECT_EQ(mq_send(descriptor, kExit, sizeof kExit, 1), 0);
-    const ssize_t received = __real_mq_timedreceive(descriptor, buffer, length, priority, deadline);
+    const ssize_t received = __real_mq_receive(descriptor, buffer, length, priority);
     if (receives++ == 0 && failing != kNever) short_of_memory.emplace(failing);
     return received;
 }

@@ -9,6 +9,7 @@
 
 #include "qo_pushpull_constants.h"
 #include "qo_pushpull_files.h"
+#include "qo_pushpull_signal_gate.h"
 #include "qo_service_fixture.h"
 #include "qo_statistics_rows.h"
 
@@ -23,9 +24,8 @@ using testing::IsEmpty;
 using testing::IsSupersetOf;
 using testing::Not;
 
-std::vector<unsigned> pauses;       // seconds, of every sleep
+std::vector<time_t> pauses;         // seconds, of every sleep
 std::vector<std::string> notified;  // what systemd was told
-std::vector<bool> sigterm_open;     // whether SIGTERM was let in, at each look
 double clock_now = 0;               // monotonic seconds, of the service
 bool refuse_service_queue = false;
 std::function<void()> before_receive;  // what happens when the service looks into its queue
@@ -35,31 +35,23 @@ auto open_descriptors() {
     return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
 }
 
-bool sigterm_is_let_in() {
-    sigset_t mask;
-    pthread_sigmask(SIG_BLOCK, nullptr, &mask);
-    return sigismember(&mask, SIGTERM) == 0;
-}
-
 }  // namespace
 
 // ---- replacements ----
 
 extern "C" {
-unsigned __wrap_sleep(unsigned seconds);
+int __wrap_nanosleep(const timespec* duration, timespec* left);
 int __wrap_sd_notify(int unset_environment, const char* state);
 mqd_t __real_mq_open(const char* name, int flags, ...);
 mqd_t __wrap_mq_open(const char* name, int flags, ...);
-ssize_t __real_mq_timedreceive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority,
-                               const timespec* deadline);
-ssize_t __wrap_mq_timedreceive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority,
-                               const timespec* deadline);
+ssize_t __real_mq_receive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority);
+ssize_t __wrap_mq_receive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority);
 int __real_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsigned priority, const timespec* deadline);
 int __wrap_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsigned priority, const timespec* deadline);
 
-unsigned __wrap_sleep(unsigned seconds) {
-    pauses.push_back(seconds);
-    clock_now += seconds;
+int __wrap_nanosleep(const timespec* duration, timespec*) {
+    pauses.push_back(duration->tv_sec);
+    clock_now += static_cast<double>(duration->tv_sec);
     return 0;
 }
 
@@ -81,10 +73,9 @@ mqd_t __wrap_mq_open(const char* name, int flags, ...) {
     return __real_mq_open(name, flags, mode, attributes);
 }
 
-ssize_t __wrap_mq_timedreceive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority,
-                               const timespec* deadline) {
+ssize_t __wrap_mq_receive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority) {
     if (before_receive) before_receive();
-    return __real_mq_timedreceive(descriptor, buffer, length, priority, deadline);
+    return __real_mq_receive(descriptor, buffer, length, priority);
 }
 
 int __wrap_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsigned priority, const timespec*) {
@@ -104,7 +95,6 @@ protected:
     static void forget() {
         pauses.clear();
         notified.clear();
-        sigterm_open.clear();
         refuse_service_queue = false;
         before_receive = nullptr;
         before_send = nullptr;
@@ -229,7 +219,7 @@ TEST_F(Loop, ZeroLengthMessageIsAReceiveFailureWithOneSecondsPause) {
     EXPECT_EQ(run(), -1);
     EXPECT_TRUE(log_.contains(
         LOG_ERR, "parseJSON failed in pushpull recv retval= 0, precv_string->length() = 0 , ERR_CODE = 50002"));
-    EXPECT_THAT(pauses, ElementsAre(1U));
+    EXPECT_THAT(pauses, ElementsAre(1));
 }
 
 TEST_F(Loop, QueueThatFailedToOpenCostsASecondPerReceive) {
@@ -247,7 +237,7 @@ TEST_F(Loop, QueueThatFailedToOpenCostsASecondPerReceive) {
                             "parseJSON failed in pushpull recv retval= -1, precv_string->length() = 0 , ERR_CODE = "
                             "50002"};
     EXPECT_THAT(log_.lines(), ElementsAre(failure, failure));
-    EXPECT_THAT(pauses, ElementsAre(1U, 1U));
+    EXPECT_THAT(pauses, ElementsAre(1, 1));
     service.terminate();
 }
 
@@ -299,6 +289,19 @@ TEST_F(Loop, RequestToRegisterForgetsTheQueueSizesOfTheOneBefore) {
                                    "max=262144 , ERR_CODE:" +
                                        std::to_string(EINVAL)}),
               3);
+}
+
+TEST_F(Loop, RequestToRegisterFindsNoErrnoOfTheOneBefore) {
+    const QoScratchQueue display("/display", 2, 256);
+    post("register", R"("comp_id":1073741852,"buffer":"/not_there"},"que":{"maxmsg":2,"msgsize":64)");
+    post("register", R"("comp_id":1073741853,"buffer":"/display")");
+    post_exit();
+    run();
+    mq_unlink("/not_there");
+    const auto missing = [](const char* name) {
+        return QoLogLine{LOG_ERR, "ResourceMgr MessageQueue: mq_open:" + std::string(name) + " no device found\n"};
+    };
+    EXPECT_THAT(logged(), AllOf(Contains(missing("/not_there")), Not(Contains(missing("/display")))));
 }
 
 TEST_F(Loop, UnknownKindIsIgnoredSilently) {
@@ -503,48 +506,24 @@ TEST_F(InitRequest, WithoutTheExactBufferTrueIsIgnored) {
 
 namespace {
 
-/// Blocks SIGTERM as the process entry does, and swallows what is left pending.
-class BlockedSigterm {
+/// As the process entry has it, in a process that ends with it.
+class Serving {
 public:
-    BlockedSigterm() {
-        sigemptyset(&sigterm_);
-        sigaddset(&sigterm_, SIGTERM);
-        pthread_sigmask(SIG_BLOCK, &sigterm_, &former_);
-    }
-    ~BlockedSigterm() {
-        take_pending();
-        pthread_sigmask(SIG_SETMASK, &former_, nullptr);
-    }
-    bool take_pending() {
-        const timespec at_once{};
-        return sigtimedwait(&sigterm_, nullptr, &at_once) == SIGTERM;
-    }
+    Serving() { signal(SIGTERM, PushPullData::SignalHandler); }
 
 private:
-    sigset_t sigterm_;
-    sigset_t former_;
+    const QoSignalGate working_{QoSignalGate::State::kWorking};
 };
 
 }  // namespace
 
-TEST_F(Sigterm, IsBlockedWhileRequestsAreServed) {
-    const BlockedSigterm blocked;
-    QoTestComponent display(*service_, QO_CMPID_DEMO, "/display");
-    post("get", kGetVersion);
-    post_exit();
-    std::vector<bool> while_handling;
-    before_receive = [] { sigterm_open.push_back(sigterm_is_let_in()); };
-    before_send = [&while_handling] { while_handling.push_back(sigterm_is_let_in()); };
-    EXPECT_EQ(run(), 0);
-    EXPECT_THAT(sigterm_open, ElementsAre(false, false)) << "it is let in when there is nothing to take";
-    EXPECT_THAT(while_handling, AllOf(Not(IsEmpty()), Each(false)));
-    EXPECT_FALSE(sigterm_is_let_in()) << "blocked again behind the loop";
-}
-
 TEST_F(Sigterm, OnAnotherThreadIsPassedOnToTheMainThread) {
-    BlockedSigterm blocked;
+    static thread_local int sigterms = 0;
+    signal(
+        SIGTERM, [](int) { ++sigterms; });
     std::thread([] { PushPullData::SignalHandler(SIGTERM); }).join();
-    EXPECT_TRUE(blocked.take_pending());
+    signal(SIGTERM, SIG_DFL);
+    EXPECT_EQ(sigterms, 1);
     EXPECT_EQ(service_queue_.count(), 0) << "nothing was done on that thread";
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
@@ -558,13 +537,12 @@ TEST_F(Sigterm, OtherSignalsOnlyLog) {
 }
 
 TEST_F(Sigterm, WhileIdlePostsSaveAndExitAndEndsTheProcessWithStatusZero) {
-    const BlockedSigterm blocked;
     int pipe_ends[2];
     ASSERT_EQ(pipe(pipe_ends), 0);
     EXPECT_EXIT(
         {
             log_.copy_to(pipe_ends[1]);
-            signal(SIGTERM, PushPullData::SignalHandler);
+            const Serving serving;
             before_receive = [] { kill(getpid(), SIGTERM); };
             service_->execute();
         },
@@ -581,15 +559,56 @@ TEST_F(Sigterm, WhileIdlePostsSaveAndExitAndEndsTheProcessWithStatusZero) {
 }
 
 TEST_F(Sigterm, DuringARequestWaitsUntilTheRequestIsDone) {
-    const BlockedSigterm blocked;
     QoTestComponent display(*service_, QO_CMPID_DEMO, "/display");
     post("get", kGetVersion);
     EXPECT_EXIT(
         {
-            signal(SIGTERM, PushPullData::SignalHandler);
+            const Serving serving;
             before_send = [] { kill(getpid(), SIGTERM); };
             service_->execute();
         },
         testing::ExitedWithCode(0), "");
     EXPECT_THAT(display.texts(), ElementsAre(kVersion)) << "the request was answered before the process ended";
+}
+
+TEST_F(Sigterm, AfterTheLoopActsAtTheEndOfTheService) {
+    post("exit", R"("comp_id":1073741852,"buffer":"true")");
+    int pipe_ends[2];
+    ASSERT_EQ(pipe(pipe_ends), 0);
+    EXPECT_EXIT(
+        {
+            {
+                const Serving serving;
+                service_->execute();
+                kill(getpid(), SIGTERM);
+                if (write(pipe_ends[1], "x", 1) != 1) _exit(2);
+            }
+            _exit(1);
+        },
+        testing::ExitedWithCode(0), "");
+    close(pipe_ends[1]);
+    char byte = 0;
+    EXPECT_EQ(read(pipe_ends[0], &byte, 1), 1) << "it went on";
+    close(pipe_ends[0]);
+    EXPECT_EQ(service_queue_.count(), 2);
+}
+
+TEST_F(Sigterm, StormDuringRequestsLosesNoAnswerAndActsOnce) {
+    QoTestComponent display(*service_, QO_CMPID_DEMO, "/display");
+    post("get", kGetVersion);
+    EXPECT_EXIT(
+        {
+            const Serving serving;
+            before_send = [] {
+                std::thread storm([main = pthread_self()] {
+                    for (int signals = 0; signals < 10000; ++signals) pthread_kill(main, SIGTERM);
+                });
+                for (int signals = 0; signals < 10000; ++signals) raise(SIGTERM);
+                storm.join();
+            };
+            service_->execute();
+        },
+        testing::ExitedWithCode(0), "");
+    EXPECT_THAT(display.texts(), ElementsAre(kVersion));
+    EXPECT_EQ(service_queue_.count(), 2);
 }

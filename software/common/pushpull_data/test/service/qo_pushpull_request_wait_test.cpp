@@ -1,24 +1,20 @@
-// Waiting for a request: what ends it, what it lets in, and that it reports life. On real queues and signals.
+// Waiting for a request: what ends it, which signals may act meanwhile, and that it reports life. On real queues and
+// signals.
 #include "qo_pushpull_request_wait.h"
 
 #include <errno.h>
 #include <pthread.h>
 #include <signal.h>
 
+#include <atomic>
 #include <thread>
 
 #include "log_capture.h"
 #include "qo_pushpull_life.h"
+#include "qo_pushpull_signal_gate.h"
 #include "qo_scratch_queue.h"
 
 namespace {
-
-using std::chrono::hours;
-using std::chrono::milliseconds;
-
-volatile sig_atomic_t sigterms = 0;
-
-void count_sigterm(int) { sigterms = sigterms + 1; }
 
 class LifeCounter final : public QoLifeReporter {
 public:
@@ -35,125 +31,212 @@ public:
     std::function<void(int)> at_report;
 };
 
-/// With SIGTERM blocked, as the service has it.
 class RequestWait : public testing::Test {
 protected:
-    RequestWait() {
-        sigterms = 0;
-        struct sigaction action {};
-        action.sa_handler = count_sigterm;
-        sigaction(SIGTERM, &action, nullptr);
-        sigset_t sigterm;
-        sigemptyset(&sigterm);
-        sigaddset(&sigterm, SIGTERM);
-        pthread_sigmask(SIG_BLOCK, &sigterm, &former_);
-    }
-    ~RequestWait() override {
-        signal(SIGTERM, SIG_IGN);
-        pthread_sigmask(SIG_SETMASK, &former_, nullptr);
-        signal(SIGTERM, SIG_DFL);
-        mq_close(service_end_);
-    }
+    ~RequestWait() override { mq_close(service_end_); }
 
-    std::optional<ssize_t> receive(QoRequestWait& wait, std::optional<milliseconds> longest_wait = std::nullopt) {
-        return wait.receive(service_end_, buffer_, sizeof buffer_, longest_wait);
-    }
+    std::optional<ssize_t> receive() { return wait_.receive(service_end_, buffer_, sizeof buffer_); }
+    void interrupt() { wait_.interrupt(service_end_); }
 
     const QoScratchQueue queue_{"/waited_for", 4, 64};
-    const mqd_t service_end_ = mq_open("/waited_for", O_RDONLY | O_CLOEXEC);  // blocks, unlike the test's
+    const mqd_t service_end_ = mq_open("/waited_for", O_RDWR | O_CLOEXEC);  // blocks, unlike the test's
+    QoRequestWait wait_;
     char buffer_[64] = {};
     QoLogCapture log_;
-
-private:
-    sigset_t former_{};
 };
 
 }  // namespace
 
+// ---- messages ----
+
 TEST_F(RequestWait, TakesWhatIsThere) {
-    QoRequestWait wait;
     ASSERT_TRUE(queue_.put("text"));
-    EXPECT_EQ(receive(wait), 4);
+    EXPECT_EQ(receive(), 4);
     EXPECT_EQ(std::string(buffer_, 4), "text");
 }
 
-TEST_F(RequestWait, WaitsForWhatIsNotThereYet) {
-    QoRequestWait wait;
-    LifeCounter life;
-    life.at_report = [&](int count) {
-        if (count == 3) EXPECT_TRUE(queue_.put("late"));
-    };
-    EXPECT_EQ(receive(wait, milliseconds(1)), 4);
-}
-
-TEST_F(RequestWait, ReportsLifeAfterEveryLimitAndLogsNothing) {
-    QoRequestWait wait;
-    LifeCounter life;
-    life.at_report = [&](int count) {
-        if (count == 20) wait.interrupt();
-    };
-    EXPECT_EQ(receive(wait, milliseconds(1)), std::nullopt);
-    EXPECT_GE(life.count, 20);
-    EXPECT_TRUE(log_.lines().empty());
-}
-
-TEST_F(RequestWait, WithoutALimitIsEndedByAMessage) {
-    QoRequestWait wait;
+TEST_F(RequestWait, IsEndedByAMessage) {
     std::thread sender([this] { EXPECT_TRUE(queue_.put("text")); });
-    EXPECT_EQ(receive(wait), 4);
+    EXPECT_EQ(receive(), 4);
     sender.join();
 }
 
-TEST_F(RequestWait, IsInterruptedByAnotherThreadForGood) {
-    QoRequestWait wait;
-    std::thread other([&wait] { wait.interrupt(); });
-    EXPECT_EQ(receive(wait), std::nullopt);
-    other.join();
-    ASSERT_TRUE(queue_.put("text"));
-    EXPECT_EQ(receive(wait), std::nullopt) << "also when there is a message";
+TEST_F(RequestWait, ReportsLifeBeforeItWaits) {
+    LifeCounter life;
+    life.at_report = [this](int) { EXPECT_TRUE(queue_.put("text")); };
+    EXPECT_EQ(receive(), 4);
+    EXPECT_EQ(life.count, 1);
 }
 
 TEST_F(RequestWait, OfAMessageWithoutBytesIsOver) {
-    QoRequestWait wait;
     ASSERT_TRUE(queue_.put(""));
-    EXPECT_EQ(receive(wait), 0);
+    EXPECT_EQ(receive(), 0);
+}
+
+TEST_F(RequestWait, LeavesNoErrnoOfTheRequestBefore) {
+    ASSERT_TRUE(queue_.put("text"));
+    errno = ENOENT;
+    EXPECT_EQ(receive(), 4);
+    EXPECT_EQ(errno, 0);
 }
 
 TEST_F(RequestWait, OnNoQueueFailsAtOnce) {
-    QoRequestWait wait;
-    EXPECT_EQ(wait.receive(-1, buffer_, sizeof buffer_, std::nullopt), -1);
+    EXPECT_EQ(wait_.receive(-1, buffer_, sizeof buffer_), -1);
     EXPECT_EQ(errno, EBADF);
 }
 
 TEST_F(RequestWait, WithATooSmallBufferFailsAtOnce) {
-    QoRequestWait wait;
-    EXPECT_EQ(wait.receive(service_end_, buffer_, 1, std::nullopt), -1);
+    EXPECT_EQ(wait_.receive(service_end_, buffer_, 1), -1);
     EXPECT_EQ(errno, EMSGSIZE);
 }
 
-TEST_F(RequestWait, LetsSigtermInWhileTheQueueIsEmpty) {
-    QoRequestWait wait{hours(1)};
+// ---- interrupt() ----
+
+TEST_F(RequestWait, IsInterruptedByAnotherThreadForGood) {
+    std::thread other([this] { interrupt(); });
+    EXPECT_EQ(receive(), std::nullopt);
+    other.join();
+    ASSERT_TRUE(queue_.put("text"));
+    EXPECT_EQ(receive(), std::nullopt) << "also when there is a message";
+    EXPECT_TRUE(log_.lines().empty());
+}
+
+TEST_F(RequestWait, IsInterruptedAlthoughItHasBegun) {
     LifeCounter life;
-    life.at_report = [&](int count) {
-        if (count == 1) raise(SIGTERM);
-        if (count == 2) EXPECT_TRUE(queue_.put("text"));
+    life.at_report = [this](int) { interrupt(); };  // behind its look whether it was
+    EXPECT_EQ(receive(), std::nullopt);
+}
+
+TEST_F(RequestWait, IsInterruptedBehindTheMessagesThatAreThere) {
+    LifeCounter life;
+    life.at_report = [this](int) {
+        for (const char* text : {"1st", "2nd", "3rd", "4th"}) EXPECT_TRUE(queue_.put(text));
+        interrupt();
     };
-    EXPECT_EQ(receive(wait), 4) << "the signal has ended the first wait";
-    EXPECT_EQ(sigterms, 1);
+    EXPECT_EQ(receive(), 3);
+    EXPECT_EQ(receive(), std::nullopt);
+    EXPECT_EQ(queue_.count(), 3) << "a full queue needs no waking, and its messages stay";
 }
 
-TEST_F(RequestWait, LetsSigtermInNowAndThenWhenTheQueueNeverIsEmpty) {
-    QoRequestWait wait{milliseconds(0)};
-    raise(SIGTERM);
-    ASSERT_TRUE(queue_.put("text"));
-    EXPECT_EQ(receive(wait), 4);
-    EXPECT_EQ(sigterms, 1);
+TEST_F(RequestWait, IsInterruptedOnAQueueThatLostItsName) {
+    mq_unlink("/waited_for");
+    std::thread other([this] { interrupt(); });
+    EXPECT_EQ(receive(), std::nullopt);
+    other.join();
 }
 
-TEST_F(RequestWait, LeavesSigtermBlocked) {
-    QoRequestWait wait{milliseconds(0)};
-    ASSERT_TRUE(queue_.put("text"));
-    EXPECT_EQ(receive(wait), 4);
+// ---- signals ----
+
+namespace {
+
+std::atomic<int> acted = 0;
+std::atomic<int> held_back = 0;
+
+void on_sigterm(int) { ++(QoSignalGate::may_sigterm_act() ? acted : held_back); }
+
+/// Counts each SIGTERM; the main thread works unless it waits.
+class Signals : public RequestWait {
+protected:
+    explicit Signals(int flags = SA_RESTART) {
+        acted = 0;
+        held_back = 0;
+        struct sigaction action {};
+        action.sa_handler = on_sigterm;
+        action.sa_flags = flags;
+        sigaction(SIGTERM, &action, nullptr);
+    }
+    ~Signals() override { signal(SIGTERM, SIG_DFL); }
+};
+
+/// Whose handler ends system calls.
+class InterruptingSignals : public Signals {
+protected:
+    InterruptingSignals() : Signals(0) {}
+};
+
+using SignalGate = Signals;
+
+void work(std::chrono::microseconds duration) {
+    const auto end = std::chrono::steady_clock::now() + duration;
+    while (std::chrono::steady_clock::now() < end) continue;
+}
+
+}  // namespace
+
+TEST_F(SignalGate, WithoutALoopLetsSigtermAct) {
     raise(SIGTERM);
-    EXPECT_EQ(sigterms, 0);
+    EXPECT_EQ(acted, 1);
+    EXPECT_FALSE(QoSignalGate::is_waiting());
+}
+
+TEST_F(SignalGate, HoldsSigtermBackWhileTheThreadWorks) {
+    const QoSignalGate working(QoSignalGate::State::kWorking);
+    for (int signals = 0; signals < 3; ++signals) raise(SIGTERM);
+    EXPECT_EQ(acted, 0);
+    EXPECT_EQ(held_back, 3);
+}
+
+TEST_F(SignalGate, RaisesOnceAtTheEndOfTheWorkWhatItHeldBack) {
+    {
+        const QoSignalGate working(QoSignalGate::State::kWorking);
+        for (int signals = 0; signals < 3; ++signals) raise(SIGTERM);
+    }
+    EXPECT_EQ(acted, 1);
+}
+
+TEST_F(SignalGate, RaisesAtTheNextWaitWhatItHeldBack) {
+    const QoSignalGate working(QoSignalGate::State::kWorking);
+    raise(SIGTERM);
+    ASSERT_TRUE(queue_.put("text"));
+    EXPECT_EQ(receive(), 4);
+    EXPECT_EQ(acted, 1);
+    raise(SIGTERM);
+    EXPECT_EQ(acted, 1) << "held back again behind the wait";
+}
+
+TEST_F(SignalGate, LetsSigtermActWhileTheQueueIsEmpty) {
+    const QoSignalGate working(QoSignalGate::State::kWorking);
+    std::thread other([this, main = pthread_self()] {
+        while (!QoSignalGate::is_waiting()) std::this_thread::yield();
+        pthread_kill(main, SIGTERM);
+        while (acted == 0) std::this_thread::yield();
+        EXPECT_TRUE(queue_.put("text"));
+    });
+    EXPECT_EQ(receive(), 4);
+    other.join();
+    EXPECT_EQ(held_back, 0);
+}
+
+TEST_F(InterruptingSignals, DoNotEndTheWait) {
+    const QoSignalGate working(QoSignalGate::State::kWorking);
+    std::thread other([this, main = pthread_self()] {
+        while (!QoSignalGate::is_waiting()) std::this_thread::yield();
+        for (int signals = 1; signals <= 100; ++signals) {
+            pthread_kill(main, SIGTERM);
+            while (acted + held_back < signals) std::this_thread::yield();
+        }
+        EXPECT_TRUE(queue_.put("text"));
+    });
+    EXPECT_EQ(receive(), 4);
+    other.join();
+}
+
+// Meets the thread at any point of its work and of its way into the wait and out of it. Nothing else ends that wait.
+TEST_F(SignalGate, LosesNoSigtermWheneverItComes) {
+    constexpr int kSignals = 5000;
+    constexpr std::chrono::seconds kPatience{30};
+    const QoSignalGate working(QoSignalGate::State::kWorking);
+    std::thread other([&, main = pthread_self()] {
+        const auto deadline = std::chrono::steady_clock::now() + kPatience;
+        for (int signals = 1; signals <= kSignals && acted == signals - 1; ++signals) {
+            for (int messages = signals % 4; messages > 0; --messages) queue_.put("text");
+            pthread_kill(main, SIGTERM);
+            while (acted < signals && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+        }
+        while (!queue_.put("end")) std::this_thread::yield();
+    });
+    for (int turn = 0; receive() != 3; ++turn) work(std::chrono::microseconds(turn % 64));
+    EXPECT_EQ(acted, kSignals);
+    other.join();
+    std::cout << held_back << " of " << kSignals << " were held back\n";
 }
