@@ -17,11 +17,6 @@ constexpr char kSubscribed[] = "/system";
 constexpr char kLeaf[] = "/system/status/systemTemperature";
 constexpr int32_t kLargestAnswer = 32768;  // bytes
 
-/// What an operation of the client library returned.
-void require_sent(int32_t result) {
-    if (result != 0) throw std::runtime_error("a request could not be sent");
-}
-
 Component::Queue queue_for(const std::string& body) { return {kMessages, static_cast<int32_t>(body.size() + 1)}; }
 
 /// One component reads.
@@ -49,9 +44,9 @@ public:
     explicit Subscribing(QoCountedService& service)
         : service_(service), subscriber_(service.process(), QO_CMPID_DEMO, kSmallQueue) {}
     void play(int) override {
-        require_sent(subscriber_.api().subscribe(subscriber_.id(), kSubscribed, false));
+        qo_require_sent(subscriber_.api().subscribe(subscriber_.id(), kSubscribed, false));
         service_.settle();
-        require_sent(subscriber_.api().un_subscribe(subscriber_.id(), kSubscribed));
+        qo_require_sent(subscriber_.api().un_subscribe(subscriber_.id(), kSubscribed));
         service_.settle();
     }
 
@@ -66,9 +61,9 @@ public:
     explicit Registering(QoCountedService& service)
         : service_(service), component_(service.process(), QO_CMPID_DEMO, kSmallQueue, false) {}
     void play(int) override {
-        require_sent(component_.api().comp_register(component_.id(), component_.queue_name(), nullptr));
+        qo_require_sent(component_.api().comp_register(component_.id(), component_.queue_name(), nullptr));
         service_.settle();
-        require_sent(component_.api().comp_unregister(component_.id()));
+        qo_require_sent(component_.api().comp_unregister(component_.id()));
         service_.settle();
     }
 
@@ -159,17 +154,15 @@ std::string qo_members_body(size_t size) {
 QoPublishing::QoPublishing(QoCountedService& service, eQO_CMP_IDs_ publisher, std::string body, Subscribers subscribers)
     : service_(service), body_(std::move(body)), publisher_(service.process(), publisher, kSmallQueue) {
     for (int i = 0; i < subscribers.count; ++i) {
-        subscribers_.push_back(std::make_unique<Component>(service.process(), kFirstSubscriber + i, queue_for(body_)));
-        Component& subscriber = *subscribers_.back();
-        require_sent(subscriber.api().subscribe(subscriber.id(), kSubscribed, subscribers.on_change_only));
+        subscribers_.push_back(service.make_subscriber(kFirstSubscriber + i, queue_for(body_), subscribers.pointer,
+                                                       subscribers.on_change_only));
     }
-    service.settle();
 }
 
 // Each is told before the next publish is sent.
 void QoPublishing::play(int turn) {
     const std::string body = qo_with_turn(body_, turn);
-    require_sent(publisher_.api().publish(publisher_.id(), body));
+    qo_require_sent(publisher_.api().publish(publisher_.id(), body));
     for (const std::unique_ptr<Component>& subscriber : subscribers_)
         if (subscriber->next_message() != body) throw std::runtime_error("a subscriber was told something else");
     service_.settle();

@@ -34,6 +34,7 @@ public:
     struct Subscribers {
         int count = 1;
         bool on_change_only = false;
+        std::string pointer = "/system";
     };
     /// @param body with its '#'
     QoPublishing(QoCountedService& service, eQO_CMP_IDs_ publisher, std::string body, Subscribers subscribers);
