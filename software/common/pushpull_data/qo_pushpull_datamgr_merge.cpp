@@ -101,9 +101,11 @@ int DataMgr::UpdateModifiedNodeState(JSONNODE* published) {
         QO_LOG(LOG_ERR, "Null node");
         return -1;
     }
-    FindSubscribers(published);
-    std::span<const QoSubscriber> subscribers;
-    return SubscribersOfPublish(subscribers);
+    const auto subscribers = subscriber_index_.find(published, subscription_tree_);
+    check_for_modified_node = std::any_of(subscribers.begin(), subscribers.end(),
+                                          [](const QoSubscriber& subscriber) { return subscriber.changes_only; });
+    std::span<const QoSubscriber> found;
+    return SubscribersOfPublish(found);  // logs it when there is no subscription tree
 }
 
 bool DataMgr::PublishToAllSubscribers() const { return !check_for_modified_node || node_was_modified; }

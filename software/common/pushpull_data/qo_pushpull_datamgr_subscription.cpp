@@ -15,15 +15,8 @@ namespace {
 constexpr char kEveryPublish[] = "cmpID";
 constexpr char kChangesOnly[] = "notifyOnChangeOnly";
 
-bool is_entry_name(std::string_view name) { return name == kEveryPublish || name == kChangesOnly; }
-
-// A default tree may have objects of these names, whose shadows are objects: an entry is a number.
-bool is_entry(const JSONNODE* member) {
-    return json_type(member) == JSON_NUMBER && is_entry_name(qo_json_name(member));
-}
-
 bool is_entry_of(const JSONNODE* member, eQO_CMP_IDs_ comp_id) {
-    return is_entry(member) && qo_json_int32(member) == static_cast<int32_t>(comp_id);
+    return qo_is_subscriber_entry(member) && qo_json_int32(member) == static_cast<int32_t>(comp_id);
 }
 
 /// Spares a look at every member of the many shadow nodes that nobody subscribed to. Of a defaults file that is one
@@ -33,19 +26,15 @@ bool may_have_entries(const JSONNODE* shadow) {
            json_find(shadow, kChangesOnly) != nullptr;
 }
 
-/// The shadow node of that name below `shadow`, or null. Shadow nodes are all older than the entries beside
-/// them, so the first member of a name tells whether there is one.
-JSONNODE* find_shadow(const JSONNODE* shadow, std::string_view name) {
-    JSONNODE* found = qo_json_find(shadow, name);
-    return found != nullptr && is_entry(found) ? nullptr : found;
-}
-
-/// Follows a skeleton from `shadow` to its end; null when the shadow has no such node.
-JSONNODE* follow(JSONNODE* shadow, const JSONNODE* skeleton) {
-    for (const JSONNODE* wanted = json_at(skeleton, 0); wanted != nullptr && shadow != nullptr;
-         wanted = json_at(wanted, 0))
-        shadow = find_shadow(shadow, qo_json_name(wanted));
-    return shadow;
+/// The shadow nodes that a skeleton names, from the root; empty when there is no such path.
+QoSubscriberIndex::Path follow(JSONNODE* root, const JSONNODE* skeleton) {
+    QoSubscriberIndex::Path path{root};
+    for (const JSONNODE* wanted = json_at(skeleton, 0); wanted != nullptr; wanted = json_at(wanted, 0)) {
+        JSONNODE* shadow = qo_find_shadow(path.back(), qo_json_name(wanted));
+        if (shadow == nullptr) return {};
+        path.push_back(shadow);
+    }
+    return path;
 }
 
 /// What was met of one name in a subscriber list.
@@ -63,7 +52,7 @@ int DataMgr::CreateSubscriptionTree(JSONNODE* default_tree) {
         QO_LOG(LOG_CRIT, "Error in creating subscription tree");
         return -1;
     }
-    subscribers_by_shadow_.clear();
+    subscriber_index_.clear();
     json_delete(std::exchange(subscription_tree_, json_new(json_type(default_tree))));
     if (subscription_tree_ == nullptr) {
         QO_LOG(LOG_ERR, "json_new/json_duplicate failed");
@@ -125,20 +114,20 @@ int DataMgr::ValidateAndAddSubscription(JSONNODE* skeleton, eQO_CMP_IDs_ comp_id
         QO_LOG(LOG_ERR, "No subscription tree");
         return -1;
     }
-    JSONNODE* shadow = follow(subscription_tree_, skeleton);
-    if (shadow == nullptr) return -1;
+    const QoSubscriberIndex::Path path = follow(subscription_tree_, skeleton);
+    if (path.empty()) return -1;
+    JSONNODE* shadow = path.back();
     if (CheckIfSubscriberExists(shadow, comp_id)) {
         QO_LOG(LOG_WARNING, "Component already subscribed");
         return 0;
     }
     QoJsonNode entry(json_new_i(notify_on_change_only ? kChangesOnly : kEveryPublish, comp_id));
-    std::vector<QoSubscriber>& subscribers = subscribers_by_shadow_[shadow].subscribers;
-    subscribers.reserve(subscribers.size() + 1);  // what follows the entry must not fail
+    subscriber_index_.make_room(path);
     if (!qo_json_push_back(shadow, std::move(entry))) {
         QO_LOG(LOG_ERR, "json_new/json_duplicate failed");
         return -1;
     }
-    subscribers.push_back({comp_id, notify_on_change_only});
+    subscriber_index_.add(path, {comp_id, notify_on_change_only});
     return 0;
 }
 
@@ -159,12 +148,12 @@ int DataMgr::RemoveSubscriber(eQO_CMP_IDs_ comp_id, const std::string& pointer) 
         QO_LOG(LOG_ERR, "No subscription tree");
         return -1;
     }
-    JSONNODE* shadow = follow(subscription_tree_, skeleton.get());
-    if (shadow == nullptr) {
+    const QoSubscriberIndex::Path path = follow(subscription_tree_, skeleton.get());
+    if (path.empty()) {
         QO_LOG(LOG_ERR, "Unsubscribe node not found ");
         return -1;
     }
-    const int result = RemoveSubscriberInternal(comp_id, shadow);
+    const int result = RemoveSubscriberInternal(comp_id, path.back());
     if (result == -1) QO_LOG(LOG_WARNING, "Issue in UnSubscribing");
     return result;
 }
@@ -174,13 +163,9 @@ int DataMgr::RemoveSubscriberInternal(eQO_CMP_IDs_ comp_id, JSONNODE* shadow) {
         QO_LOG(LOG_ERR, "Null node");
         return -1;
     }
-    if (const size_t erased =
-            qo_json_erase_if(shadow, [comp_id](const JSONNODE* member) { return is_entry_of(member, comp_id); });
-        erased > 0) {
-        std::vector<QoSubscriber>& subscribers = subscribers_by_shadow_[shadow].subscribers;
-        std::erase_if(subscribers, [comp_id](const QoSubscriber& entry) { return entry.comp_id == comp_id; });
-        if (subscribers.empty()) subscribers_by_shadow_.erase(shadow);
-    }
+    if (!subscriber_index_.has_entries_in(shadow)) return 0;
+    qo_json_erase_if(shadow, [comp_id](const JSONNODE* member) { return is_entry_of(member, comp_id); });
+    subscriber_index_.remove(shadow, comp_id);
     for (JSONNODE* member : QoJsonChildren(shadow)) RemoveSubscriberInternal(comp_id, member);
     return 0;
 }
@@ -212,7 +197,7 @@ int DataMgr::GetSubscribersInternal(JSONNODE* published, JSONNODE* list, JSONNOD
 int DataMgr::CollectSubscribers(JSONNODE* published, JSONNODE* list, JSONNODE* shadow, ShadowSet& collected) {
     if (json_empty(published) != 0) return CollectEntries(shadow, list, collected);
     for (JSONNODE* member : QoJsonChildren(published)) {
-        JSONNODE* found = find_shadow(shadow, qo_json_name(member));
+        JSONNODE* found = qo_find_shadow(shadow, qo_json_name(member));
         if (found == nullptr) continue;
         int result = CollectEntries(found, list, collected);
         if (result == 0 && json_empty(member) == 0) result = CollectBelow(member, list, found, collected);
@@ -241,7 +226,7 @@ int DataMgr::GetNodeSubscriber(JSONNODE* shadow, JSONNODE* list) {
         return -1;
     }
     for (const JSONNODE* member : QoJsonChildren(shadow)) {
-        if (!is_entry(member)) continue;
+        if (!qo_is_subscriber_entry(member)) continue;
         if (qo_json_name(member) == kChangesOnly) check_for_modified_node = true;
         if (!qo_json_push_back(list, QoJsonNode(json_duplicate(member)))) {
             QO_LOG(LOG_ERR, "json_new/json_duplicate failed");
@@ -300,42 +285,6 @@ int DataMgr::SubscribersOfPublish(std::span<const QoSubscriber>& subscribers) co
         QO_LOG_IN("GetNodeSubscriber", LOG_ERR, "node and/or subscriber_list and/or subscription_node is NULL");
         return -1;
     }
-    subscribers = subscribers_of_publish_;
+    subscribers = subscriber_index_.found();
     return 0;
-}
-
-void DataMgr::FindSubscribers(JSONNODE* published) {
-    ++subscriber_searches_;
-    subscribers_of_publish_.clear();
-    if (subscribers_by_shadow_.empty()) return;
-    FindSubscribersAt(subscription_tree_);
-    if (json_empty(published) == 0) FindSubscribersBelow(published, subscription_tree_);
-}
-
-// Recursive: as deep as the shadow.
-void DataMgr::FindSubscribersBelow(JSONNODE* published, const JSONNODE* shadow) {
-    for (JSONNODE* member : QoJsonChildren(published)) {
-        const JSONNODE* found = find_shadow(shadow, qo_json_name(member));
-        if (found == nullptr) continue;
-        FindSubscribersAt(found);
-        if (json_type(member) != JSON_ARRAY) {
-            FindSubscribersBelow(member, found);
-            continue;
-        }
-        for (JSONNODE* element : QoJsonChildren(member)) FindSubscribersBelow(element, found);
-    }
-}
-
-void DataMgr::FindSubscribersAt(const JSONNODE* shadow) {
-    const auto found = subscribers_by_shadow_.find(shadow);
-    if (found == subscribers_by_shadow_.end()) return;
-    ShadowEntries& entries = found->second;
-    if (std::exchange(entries.last_search, subscriber_searches_) == subscriber_searches_) return;
-    const bool are_first = subscribers_of_publish_.empty();
-    for (const QoSubscriber& entry : entries.subscribers) {
-        if (entry.changes_only) check_for_modified_node = true;
-        const auto& known = subscribers_of_publish_;
-        if (are_first || std::find(known.begin(), known.end(), entry) == known.end())
-            subscribers_of_publish_.push_back(entry);
-    }
 }

@@ -5,6 +5,7 @@
 #include <array>
 #include <sstream>
 #include <string_view>
+#include <utility>
 
 #include "qo_pushpull.h"
 #include "qo_pushpull_constants.h"
@@ -109,7 +110,7 @@ int PushPullData::get_node(const std::string& pointer, std::string* text, const 
         answer = read_node(pointer);
     const int result = answer.empty() ? -1 : 0;
     if (answer.empty()) answer = pointer + (asks_size || refused ? ":-1" : ":{}");
-    *text = sender_id_prefix(sender_id) + answer;
+    *text = sender_id.empty() ? std::move(answer) : sender_id_prefix(sender_id) + answer;
     return result;
 }
 

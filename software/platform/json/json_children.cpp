@@ -105,29 +105,20 @@ void learn_names(Children& children) {
     children.names = has_namesakes(children) ? Names::repeated : Names::unique;
 }
 
-bool is_named(const Children& children, size_t position, std::string_view name) {
-    return position < children.items.size() && children.items[position]->name.view() == name;
-}
-
-/// Whoever looks for the members of an object mostly does so in their order, or for the same one again.
-JSONNODE* find_near(Children& children, std::string_view name) {
-    if (children.names != Names::unique) return nullptr;
-    const size_t next = children.last + 1 < children.items.size() ? children.last + 1 : 0;
-    const size_t position = is_named(children, next, name) ? next : children.last;
-    if (!is_named(children, position, name)) return nullptr;
-    children.last = static_cast<uint32_t>(position);
-    return children.items[position];
-}
-
-JSONNODE* find_anywhere(Children& children, std::string_view name) {
+/// Finds the only child of a name. Whoever looks for the members of an object mostly does so in their order, or for the
+/// same one again.
+JSONNODE* find_unique(Children& children, std::string_view name) {
     constexpr size_t kQuicklyPassed = 256;  // children
     const auto& items = children.items;
-    if (!children.index) {
-        const size_t position = position_by_scan(items, name);
-        if (position == items.size()) return nullptr;
+    const size_t first = children.last + 1 < items.size() ? children.last + 1 : 0;
+    const size_t tries = children.index ? 1 : items.size();
+    for (size_t i = 0, position = first; i < tries; ++i, position = position + 1 < items.size() ? position + 1 : 0) {
+        if (items[position]->name.view() != name) continue;
         children.last = static_cast<uint32_t>(position);
         return items[position];
     }
+    if (!children.index) return nullptr;
+    if (children.last < items.size() && items[children.last]->name.view() == name) return items[children.last];
     JSONNODE* found = children.index->find(name);
     if (found != nullptr && items.size() <= kQuicklyPassed)
         children.last = static_cast<uint32_t>(std::find(items.begin(), items.end(), found) - items.begin());
@@ -140,8 +131,8 @@ JSONNODE* find_member(const JSONNODE* object, std::string_view name) {
     // Many an object is searched once in its life.
     if (!std::exchange(children.searched, true)) return find_by_scan(children.items, name);
     learn_names(children);
-    JSONNODE* near = find_near(children, name);
-    return near != nullptr ? near : find_anywhere(children, name);
+    if (children.names == Names::unique) return find_unique(children, name);
+    return children.index ? children.index->find(name) : find_by_scan(children.items, name);
 }
 
 /// Before a child of that name is added behind the others.

@@ -12,7 +12,7 @@ void DocumentBuilder::restart() {
 }
 
 bool DocumentBuilder::open(char type) {
-    JSONNODE* node = add(type);
+    JSONNODE* node = add(type, "");
     if (!node->children) node->children = std::make_unique<Children>();
     open_ = node;
     return true;

@@ -22,19 +22,15 @@ public:
     /// How many nodes there are, used or not.
     size_t size() const { return nodes_.size() * kChunk; }
 
-    bool Null() { return add(JSON_NULL) != nullptr; }
+    bool Null() { return add(JSON_NULL, "") != nullptr; }
     bool Bool(bool value) {
-        add(JSON_BOOL)->boolean = value;
+        add(JSON_BOOL, "")->boolean = value;
         return true;
     }
     bool RawNumber(const char* literal, uint32_t length, bool) {
-        add(JSON_NUMBER)->text.borrow({literal, length});
-        return true;
+        return add(JSON_NUMBER, {literal, length}) != nullptr;
     }
-    bool String(const char* bytes, uint32_t length, bool) {
-        add(JSON_STRING)->text.borrow({bytes, length});
-        return true;
-    }
+    bool String(const char* bytes, uint32_t length, bool) { return add(JSON_STRING, {bytes, length}) != nullptr; }
     bool Key(const char* bytes, uint32_t length, bool) {
         name_ = {bytes, length};
         return true;
@@ -47,14 +43,14 @@ public:
 private:
     static constexpr size_t kChunk = 64;  // nodes that are allocated together
 
-    JSONNODE* add(char type) {
+    JSONNODE* add(char type, std::string_view text) {
         if (used_ == size()) nodes_.push_back(std::make_unique<JSONNODE[]>(kChunk));
         JSONNODE* node = &nodes_[used_ / kChunk][used_ % kChunk];
         ++used_;
         node->type = type;
         node->boolean = false;
         node->name.borrow(name_);
-        node->text.borrow("");
+        node->text.borrow(text);
         node->parent = open_;
         if (node->children) node->children->clear();
         name_ = "";

@@ -2,6 +2,7 @@
 #ifndef QO_JSON_FAST_READER_H
 #define QO_JSON_FAST_READER_H
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -101,7 +102,9 @@ private:
     }
 
     void skip_space() {
-        while (at_ != end_ && (*at_ == ' ' || *at_ == '\t' || *at_ == '\n' || *at_ == '\r')) ++at_;
+        const char* at = at_;
+        while (at != end_ && (*at == ' ' || *at == '\t' || *at == '\n' || *at == '\r')) ++at;
+        at_ = at;
     }
 
     /// A character of the structure, with the white space before it.
@@ -144,44 +147,37 @@ private:
     }
 
     /// Behind the opening quote. Whole blocks are copied as they are looked through; what was copied too much of the
-    /// last one is overwritten.
+    /// last one is overwritten. The places stand in local variables: a byte that is stored could be part of a member.
     bool read_string(std::string_view& text) {
-        begin_decoding();
-        char* const start = out_;
+        const char* at = at_;
+        char* const start = begin_of_decoded();
+        char* out = start;
         bool is_ascii = true;
         for (;;) {
-            while (static_cast<size_t>(end_ - at_) >= kBlockBytes) {
-                const Block block(at_);
-                block.store(out_);
+            while (static_cast<size_t>(end_ - at) >= kBlockBytes) {
+                const Block block(at);
+                block.store(out);
                 const Block::Marks escaped = block.escaped();
                 if (block.not_ascii() != 0) is_ascii = false;  // or what stands behind the string is not
                 const size_t plain = escaped == 0 ? kBlockBytes : Block::first(escaped);
-                at_ += plain;
-                out_ += plain;
+                at += plain;
+                out += plain;
                 if (escaped != 0) break;
             }
-            while (at_ != end_ && !is_escaped(*at_)) {
-                if (static_cast<unsigned char>(*at_) >= kFirstNotAscii) is_ascii = false;
-                *out_++ = *at_++;
+            while (at != end_ && !is_escaped(*at)) {
+                if (static_cast<unsigned char>(*at) >= kFirstNotAscii) is_ascii = false;
+                *out++ = *at++;
             }
-            if (at_ == end_) return false;
-            if (*at_ == '"') break;
-            if (!read_escape()) return false;
+            if (at == end_) return false;
+            if (*at == '"') break;
+            const char meant = *at == '\\' && end_ - at >= 2 ? unescaped(at[1]) : '\0';
+            if (meant == '\0') return false;
+            *out++ = meant;
+            at += 2;
         }
-        ++at_;
-        text = {start, static_cast<size_t>(out_ - start)};
-        *out_++ = '\0';
+        at_ = at + 1;
+        text = end_decoded(start, out);
         return is_ascii || is_utf8(text);
-    }
-
-    /// At a character that does not stand for itself.
-    bool read_escape() {
-        if (*at_ != '\\' || end_ - at_ < 2) return false;
-        const char meant = unescaped(at_[1]);
-        if (meant == '\0') return false;
-        *out_++ = meant;
-        at_ += 2;
-        return true;
     }
 
     /// NUL for an escape that is not known here.
@@ -207,31 +203,35 @@ private:
     }
 
     bool read_number(std::string_view& text) {
-        begin_decoding();
-        char* const start = out_;
-        if (*at_ == '-') *out_++ = *at_++;
-        const bool zero = at_ != end_ && *at_ == '0';
-        const std::ptrdiff_t whole = copy_digits();
-        if (whole == 0 || (zero && whole > 1)) return false;
-        if (at_ != end_ && *at_ == '.') {
-            *out_++ = *at_++;
-            if (copy_digits() == 0) return false;
+        const char* const first = at_;
+        const char* at = first;
+        if (*at == '-') ++at;
+        const char* const whole = at;
+        at = behind_digits(at);
+        if (at == whole || (*whole == '0' && at - whole > 1)) return false;
+        if (at != end_ && *at == '.') {
+            const char* const fraction = at + 1;
+            at = behind_digits(fraction);
+            if (at == fraction) return false;
         }
-        if (out_ - start > kLongestNumber || (at_ != end_ && (*at_ == 'e' || *at_ == 'E'))) return false;
-        text = {start, static_cast<size_t>(out_ - start)};
-        *out_++ = '\0';
+        if (at - first > kLongestNumber || (at != end_ && (*at == 'e' || *at == 'E'))) return false;
+        char* const start = begin_of_decoded();
+        at_ = at;
+        text = end_decoded(start, std::copy(first, at, start));
         return true;
     }
 
-    /// @return how many.
-    std::ptrdiff_t copy_digits() {
-        const char* const start = at_;
-        while (at_ != end_ && *at_ >= '0' && *at_ <= '9') *out_++ = *at_++;
-        return at_ - start;
+    const char* behind_digits(const char* at) const {
+        while (at != end_ && *at >= '0' && *at <= '9') ++at;
+        return at;
     }
 
-    void begin_decoding() {
-        if constexpr (decoded == Decoded::passing) out_ = space_;
+    char* begin_of_decoded() const { return decoded == Decoded::passing ? space_ : out_; }
+
+    std::string_view end_decoded(char* start, char* end) {
+        *end = '\0';
+        out_ = end + 1;
+        return {start, static_cast<size_t>(end - start)};
     }
 
     static uint32_t length_of(std::string_view text) { return static_cast<uint32_t>(text.size()); }

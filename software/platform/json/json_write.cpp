@@ -123,7 +123,8 @@ char* put_escaped(char* out, std::string_view bytes) {
     return out;
 }
 
-/// Puts the parts of a JSON text into an output; with or without the white space that makes it readable.
+/// Puts the parts of a JSON text into an output; with or without the white space that makes it readable. What belongs
+/// together is put at once: an output looks for room each time.
 template <typename Output>
 class PartWriter {
 public:
@@ -134,8 +135,33 @@ public:
         output_.advance(1);
     }
 
-    void put(std::string_view text) {
-        while (!text.empty()) {
+    /// What stands before a child: a comma behind the one before it, and the line break.
+    void begin_child(bool is_first, size_t level) {
+        char* const room = output_.room_for(1 + kLineBreak);
+        char* out = room;
+        if (!is_first) *out++ = ',';
+        output_.advance(static_cast<size_t>(put_line_break(out, level) - room));
+    }
+
+    /// What stands behind the last child.
+    void end_children(size_t level, char bracket) {
+        char* const room = output_.room_for(kLineBreak + 1);
+        char* out = put_line_break(room, level);
+        *out++ = bracket;
+        output_.advance(static_cast<size_t>(out - room));
+    }
+
+    void put_name(std::string_view name) {
+        put_quoted(name);
+        char* const room = output_.room_for(2);
+        room[0] = ':';
+        room[1] = ' ';
+        output_.advance(formatted_ ? 2 : 1);
+    }
+
+    void put_scalar(const JSONNODE* node) {
+        if (node->type == JSON_STRING) return put_quoted(node->text.view());
+        for (std::string_view text = value_text(node); !text.empty();) {
             const std::string_view block = text.substr(0, kBlock);
             block.copy(output_.room_for(block.size()), block.size());
             output_.advance(block.size());
@@ -143,47 +169,35 @@ public:
         }
     }
 
-    void put_quoted(std::string_view text) {
-        put('"');
-        while (!text.empty()) {
-            const std::string_view block = text.substr(0, kBlock);
-            char* const room = output_.room_for(block.size() * kLongestEscape + kBlockBytes);
-            output_.advance(static_cast<size_t>(put_escaped(room, block) - room));
-            text.remove_prefix(block.size());
-        }
-        put('"');
-    }
+private:
+    static constexpr size_t kBlock = 1024;  // bytes
+    static constexpr size_t kLineBreak = 1 + JSON_MAX_INDENT;
 
-    void put_name(std::string_view name) {
-        put_quoted(name);
-        put(':');
-        if (formatted_) put(' ');
+    void put_quoted(std::string_view text) {
+        constexpr size_t kQuotes = 2;
+        for (bool is_first = true, is_last = false; !is_last; is_first = false) {
+            const std::string_view block = text.substr(0, kBlock);
+            text.remove_prefix(block.size());
+            is_last = text.empty();
+            char* const room = output_.room_for(kQuotes + block.size() * kLongestEscape + kBlockBytes);
+            char* out = room;
+            if (is_first) *out++ = '"';
+            out = put_escaped(out, block);
+            if (is_last) *out++ = '"';
+            output_.advance(static_cast<size_t>(out - room));
+        }
     }
 
     /// Bounded, or the text of a deep tree would grow with the square of its depth.
-    void put_line_break(size_t level) {
-        if (!formatted_) return;
-        const size_t tabs = std::min<size_t>(level, JSON_MAX_INDENT);
-        char* const room = output_.room_for(1 + tabs);
-        *room = '\n';
-        std::memset(room + 1, '\t', tabs);
-        output_.advance(1 + tabs);
+    char* put_line_break(char* out, size_t level) const {
+        if (!formatted_) return out;
+        *out++ = '\n';
+        return std::fill_n(out, std::min<size_t>(level, JSON_MAX_INDENT), '\t');
     }
-
-private:
-    static constexpr size_t kBlock = 1024;  // bytes
 
     Output& output_;
     const bool formatted_;
 };
-
-template <typename Writer>
-void write_scalar(Writer& writer, const JSONNODE* node) {
-    if (node->type == JSON_STRING)
-        writer.put_quoted(node->text.view());
-    else
-        writer.put(value_text(node));
-}
 
 struct Brackets {
     char open;
@@ -214,7 +228,7 @@ void write_path(Output& output, Path path, bool formatted) {
         return container->children->items;
     };
     const auto start = [&](const JSONNODE* node) {
-        if (!is_container(node)) return write_scalar(writer, node);
+        if (!is_container(node)) return writer.put_scalar(node);
         writer.put(brackets_of(node).open);
         if (const auto children = children_of(node); children.empty())
             writer.put(brackets_of(node).close);
@@ -226,13 +240,11 @@ void write_path(Output& output, Path path, bool formatted) {
     while (!open.empty()) {
         auto& [container, children, next] = open.back();
         if (next == children.size()) {
-            writer.put_line_break(open.size() - 1);
-            writer.put(brackets_of(container).close);
+            writer.end_children(open.size() - 1, brackets_of(container).close);
             open.pop_back();
             continue;
         }
-        if (next > 0) writer.put(',');
-        writer.put_line_break(open.size());
+        writer.begin_child(next == 0, open.size());
         const JSONNODE* child = children[next++];
         if (container->type == JSON_NODE) writer.put_name(child->name.view());
         start(child);

@@ -35,6 +35,7 @@
 #include "qo_json.h"
 #include "qo_pushpull_files.h"
 #include "qo_pushpull_save_timer.h"
+#include "qo_pushpull_subscriber_index.h"
 
 class Initializer;
 class QoPushPullStats;
@@ -55,13 +56,6 @@ inline constexpr int QO_MAX_LOGGED_REFUSALS = 1000;    // nodes that one publish
 struct QoStorePaths {
     std::string data_directory = QO_DATA_DIRECTORY;
     std::string defaults_directory = QO_DEFAULTS_DIRECTORY;
-};
-
-/// Who is to be told of a publish, and in which mode.
-struct QoSubscriber {
-    eQO_CMP_IDs_ comp_id;
-    bool changes_only;
-    friend bool operator==(const QoSubscriber&, const QoSubscriber&) = default;
 };
 
 /// The data tree store. Knows no queues and no components beyond their numbers.
@@ -341,18 +335,6 @@ private:
     /// Shadow nodes whose entries are in the list already.
     using ShadowSet = std::unordered_set<const JSONNODE*>;
 
-    /// The entries of one shadow node, in their order.
-    struct ShadowEntries {
-        std::vector<QoSubscriber> subscribers;
-        uint64_t last_search = 0;  // that has collected them
-    };
-
-    /// What GetSubscribers() finds, without a list of nodes. The same walk over what subscribers_by_shadow_ repeats of
-    /// the subscription tree.
-    void FindSubscribers(JSONNODE* published);
-    void FindSubscribersBelow(JSONNODE* published, const JSONNODE* shadow);
-    void FindSubscribersAt(const JSONNODE* shadow);
-
     int ShadowContent(JSONNODE* shadow, JSONNODE* container);
     int CollectSubscribers(JSONNODE* published, JSONNODE* list, JSONNODE* shadow, ShadowSet& collected);
     int CollectBelow(JSONNODE* container, JSONNODE* list, JSONNODE* shadow, ShadowSet& collected);
@@ -385,13 +367,11 @@ private:
     // Each with what protects it; "start-up" ends with Init, before the save timer's thread can exist. Locks, in the
     // order in which they are taken: the registry of live stores (qo_pushpull_live_objects.h), the mutex that keeps
     // saves apart (in the source of the saves), `mutex_`.
-    JSONNODE* data_tree_;          // owned; guarded by mutex_ for changes and for the timer's thread
-    int64_t tree_bytes_;           // the data tree's weight; main thread only
-    JSONNODE* subscription_tree_;  // owned; main thread only
-    std::unordered_map<const JSONNODE*, ShadowEntries> subscribers_by_shadow_;  // the entries of that; main thread only
-    std::vector<QoSubscriber> subscribers_of_publish_;                          // main thread only
+    JSONNODE* data_tree_;                       // owned; guarded by mutex_ for changes and for the timer's thread
+    int64_t tree_bytes_;                        // the data tree's weight; main thread only
+    JSONNODE* subscription_tree_;               // owned; main thread only
+    QoSubscriberIndex subscriber_index_;        // of that; main thread only
     std::vector<JSONNODE*> path_read_;          // of the last AppendNodeText, of no use after it; main thread only
-    uint64_t subscriber_searches_ = 0;          // so far; main thread only
     std::shared_ptr<Initializer> initializer_;  // fixed after construction; its tree after start-up
     std::shared_ptr<QoPushPullStats> _pushpull_stats;  // fixed after start-up
     pthread_mutex_t mutex_;                            // itself
