@@ -6,9 +6,17 @@
 namespace qo_json {
 
 void DocumentBuilder::restart() {
-    used_ = 0;
+    chunks_ = 0;
+    next_ = nullptr;
+    chunk_end_ = nullptr;
     open_ = nullptr;
     name_ = "";
+}
+
+void DocumentBuilder::take_chunk() {
+    if (chunks_ == nodes_.size()) nodes_.push_back(std::make_unique<JSONNODE[]>(kChunk));
+    next_ = nodes_[chunks_++].get();
+    chunk_end_ = next_ + kChunk;
 }
 
 bool DocumentBuilder::open(char type) {

@@ -44,9 +44,8 @@ private:
     static constexpr size_t kChunk = 64;  // nodes that are allocated together
 
     JSONNODE* add(char type, std::string_view text) {
-        if (used_ == size()) nodes_.push_back(std::make_unique<JSONNODE[]>(kChunk));
-        JSONNODE* node = &nodes_[used_ / kChunk][used_ % kChunk];
-        ++used_;
+        if (next_ == chunk_end_) take_chunk();
+        JSONNODE* node = next_++;
         node->type = type;
         node->boolean = false;
         node->name.borrow(name_);
@@ -64,8 +63,12 @@ private:
         return true;
     }
 
+    void take_chunk();
+
     std::vector<std::unique_ptr<JSONNODE[]>> nodes_;
-    size_t used_ = 0;
+    size_t chunks_ = 0;  // in use
+    JSONNODE* next_ = nullptr;
+    JSONNODE* chunk_end_ = nullptr;
     JSONNODE* open_ = nullptr;  // the innermost container that is not closed yet
     std::string_view name_ = "";
 };

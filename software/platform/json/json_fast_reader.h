@@ -73,6 +73,18 @@ public:
 private:
     enum class Next { value, end, unknown };
 
+    /// By the letter of an escape what it means; NUL for one that is not known here.
+    static constexpr std::array<char, 256> kUnescaped = [] {
+        std::array<char, 256> meant{};
+        for (const char itself : {'"', '\\', '/'}) meant[static_cast<unsigned char>(itself)] = itself;
+        meant['b'] = '\b';
+        meant['f'] = '\f';
+        meant['n'] = '\n';
+        meant['r'] = '\r';
+        meant['t'] = '\t';
+        return meant;
+    }();
+
     static constexpr std::ptrdiff_t kLongestNumber = 300;  // digits that are surely in the range of a double
 
     // ---- structure ----
@@ -103,9 +115,12 @@ private:
 
     void skip_space() {
         const char* at = at_;
-        while (at != end_ && (*at == ' ' || *at == '\t' || *at == '\n' || *at == '\r')) ++at;
+        // Nearly always there is none.
+        while (at != end_ && static_cast<unsigned char>(*at) <= ' ' && is_space(*at)) ++at;
         at_ = at;
     }
+
+    static bool is_space(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
     /// A character of the structure, with the white space before it.
     bool take(char wanted) {
@@ -154,7 +169,7 @@ private:
         char* out = start;
         bool is_ascii = true;
         for (;;) {
-            while (static_cast<size_t>(end_ - at) >= kBlockBytes) {
+            if (static_cast<size_t>(end_ - at) >= kBlockBytes) {
                 const Block block(at);
                 block.store(out);
                 const Block::Marks escaped = block.escaped();
@@ -162,15 +177,15 @@ private:
                 const size_t plain = escaped == 0 ? kBlockBytes : Block::first(escaped);
                 at += plain;
                 out += plain;
-                if (escaped != 0) break;
+                if (escaped == 0) continue;
+            } else {
+                for (; at != end_ && !is_escaped(*at); *out++ = *at++)
+                    if (static_cast<unsigned char>(*at) >= kFirstNotAscii) is_ascii = false;
+                if (at == end_) return false;
             }
-            while (at != end_ && !is_escaped(*at)) {
-                if (static_cast<unsigned char>(*at) >= kFirstNotAscii) is_ascii = false;
-                *out++ = *at++;
-            }
-            if (at == end_) return false;
             if (*at == '"') break;
-            const char meant = *at == '\\' && end_ - at >= 2 ? unescaped(at[1]) : '\0';
+            if (*at != '\\' || end_ - at < 2) return false;
+            const char meant = kUnescaped[static_cast<unsigned char>(at[1])];
             if (meant == '\0') return false;
             *out++ = meant;
             at += 2;
@@ -178,28 +193,6 @@ private:
         at_ = at + 1;
         text = end_decoded(start, out);
         return is_ascii || is_utf8(text);
-    }
-
-    /// NUL for an escape that is not known here.
-    static char unescaped(char letter) {
-        switch (letter) {
-            case '"':
-            case '\\':
-            case '/':
-                return letter;
-            case 'b':
-                return '\b';
-            case 'f':
-                return '\f';
-            case 'n':
-                return '\n';
-            case 'r':
-                return '\r';
-            case 't':
-                return '\t';
-            default:
-                return '\0';
-        }
     }
 
     bool read_number(std::string_view& text) {

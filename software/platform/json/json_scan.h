@@ -31,6 +31,10 @@ public:
     using Marks = unsigned;
 
     explicit Block(const char* bytes) : bytes_(_mm_loadu_si128(reinterpret_cast<const __m128i*>(bytes))) {}
+    /// @param count fewer than a block has
+    Block(const char* bytes, size_t count)
+        : bytes_(count < kHalf ? _mm_set_epi64x(0, half(bytes, count))
+                               : _mm_set_epi64x(half(bytes + kHalf, count - kHalf), half(bytes, kHalf))) {}
     void store(char* bytes) const { _mm_storeu_si128(reinterpret_cast<__m128i*>(bytes), bytes_); }
 
     Marks escaped() const {
@@ -45,6 +49,29 @@ public:
     static size_t first(Marks marks) { return static_cast<size_t>(std::countr_zero(marks)); }
 
 private:
+    static constexpr size_t kHalf = sizeof(int64_t);
+
+    template <typename Number>
+    static uint64_t load(const char* bytes) {
+        Number number = 0;
+        std::memcpy(&number, bytes, sizeof number);
+        return number;
+    }
+
+    /// Up to eight bytes, by two loads that overlap.
+    static int64_t half(const char* bytes, size_t count) {
+        uint64_t joined = 0;
+        if (count == kHalf)
+            joined = load<uint64_t>(bytes);
+        else if (count >= 4)
+            joined = load<uint32_t>(bytes) | load<uint32_t>(bytes + count - 4) << 8 * (count - 4);
+        else if (count >= 2)
+            joined = load<uint16_t>(bytes) | load<uint16_t>(bytes + count - 2) << 8 * (count - 2);
+        else if (count == 1)
+            joined = load<uint8_t>(bytes);
+        return static_cast<int64_t>(joined);
+    }
+
     __m128i bytes_;
 };
 
@@ -56,6 +83,10 @@ public:
     using Marks = uintptr_t;
 
     explicit Block(const char* bytes) { std::memcpy(&bytes_, bytes, sizeof bytes_); }
+    /// @param count fewer than a block has
+    Block(const char* bytes, size_t count) : bytes_(0) {
+        for (size_t i = 0; i < count; ++i) bytes_ |= uintptr_t{static_cast<unsigned char>(bytes[i])} << 8 * i;
+    }
     void store(char* bytes) const { std::memcpy(bytes, &bytes_, sizeof bytes_); }
 
     Marks escaped() const {
@@ -89,8 +120,7 @@ inline size_t plain_prefix(std::string_view bytes) {
         const Block::Marks marks = Block(bytes.data() + at).escaped();
         if (marks != 0) return at + Block::first(marks);
     }
-    while (at < bytes.size() && !is_escaped(bytes[at])) ++at;
-    return at;
+    return at + Block::first(Block(bytes.data() + at, bytes.size() - at).escaped());
 }
 
 /// How many bytes come before the first that is not ASCII.

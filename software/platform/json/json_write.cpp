@@ -106,20 +106,16 @@ char* put_escape(char* out, char c) {
 char* put_escaped(char* out, std::string_view bytes) {
     const char* at = bytes.data();
     const char* const end = at + bytes.size();
-    while (static_cast<size_t>(end - at) >= kBlockBytes) {
-        const Block block(at);
+    while (at != end) {
+        const auto left = static_cast<size_t>(end - at);
+        const Block block = left < kBlockBytes ? Block(at, left) : Block(at);
         block.store(out);
         const Block::Marks escaped = block.escaped();
         const size_t plain = escaped == 0 ? kBlockBytes : Block::first(escaped);
         at += plain;
         out += plain;
-        if (escaped != 0) out = put_escape(out, *at++);
+        if (plain < std::min(left, kBlockBytes)) out = put_escape(out, *at++);
     }
-    for (; at != end; ++at)
-        if (is_escaped(*at))
-            out = put_escape(out, *at);
-        else
-            *out++ = *at;
     return out;
 }
 
@@ -192,7 +188,8 @@ private:
     char* put_line_break(char* out, size_t level) const {
         if (!formatted_) return out;
         *out++ = '\n';
-        return std::fill_n(out, std::min<size_t>(level, JSON_MAX_INDENT), '\t');
+        std::memset(out, '\t', JSON_MAX_INDENT);  // cheaper than to look how many; what is too much is overwritten
+        return out + std::min<size_t>(level, JSON_MAX_INDENT);
     }
 
     Output& output_;
