@@ -5,6 +5,8 @@
 #include <fcntl.h>
 #include <syslog.h>
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "qo_pushpull_cleared_umask.h"
@@ -32,7 +34,7 @@ mqd_t resource::getMsg_queue_descriptor() const { return msg_queue_descriptor; }
 
 // ---- life ----
 
-ResourceMgr::ResourceMgr() : index(-1), queue_monitor(std::make_shared<QoPushPullQueueMonitor>()) {}
+ResourceMgr::ResourceMgr() : unit_ids_{}, index(-1), queue_monitor(std::make_shared<QoPushPullQueueMonitor>()) {}
 
 ResourceMgr::~ResourceMgr() {
     for (std::unique_ptr<resource>& entry : Tbl) entry.reset();
@@ -51,6 +53,7 @@ void ResourceMgr::terminate() {
         entry->set_queue_name("");
         entry->set_unit_id(QO_CMPID_RESERVED);
     }
+    std::fill(std::begin(unit_ids_), std::end(unit_ids_), QO_CMPID_RESERVED);
 }
 
 QoPushPullQueueMonitor& ResourceMgr::monitor() const { return *queue_monitor; }
@@ -81,6 +84,7 @@ int32_t ResourceMgr::comp_register(eQO_CMP_IDs_ comp_id, std::string queue_name,
     queue_monitor->addQueue(queue_name, comp_id, queue.get());
     static_cast<void>(queue.release());
     Tbl[slot] = std::move(entry);
+    unit_ids_[slot] = comp_id;
     index = slot;
     return 0;
 }
@@ -124,6 +128,7 @@ int32_t ResourceMgr::forget_resource(eQO_CMP_IDs_ comp_id) {
     }
     close_msg_queue(Tbl[slot]->getMsg_queue_descriptor());
     std::swap(Tbl[slot], Tbl[index]);
+    unit_ids_[slot] = unit_ids_[index];
     Tbl[index].reset();
     --index;
     return 0;
@@ -133,9 +138,8 @@ int32_t ResourceMgr::forget_resource(eQO_CMP_IDs_ comp_id) {
 
 // The slot of a component; when it has none the first free slot, or QO_MAX_RESOURCES when there is none either.
 int32_t ResourceMgr::find_slot(eQO_CMP_IDs_ comp_id) const {
-    int32_t slot = 0;
-    while (is_used(slot) && Tbl[slot]->get_unit_id() != comp_id) ++slot;
-    return slot;
+    const eQO_CMP_IDs_* const end = unit_ids_ + index + 1;
+    return static_cast<int32_t>(std::find(unit_ids_, end, comp_id) - unit_ids_);
 }
 
 bool ResourceMgr::is_used(int32_t slot) const { return slot < QO_MAX_RESOURCES && Tbl[slot] != nullptr; }

@@ -108,7 +108,6 @@ void learn_names(Children& children) {
 /// Finds the only child of a name. Whoever looks for the members of an object mostly does so in their order, or for the
 /// same one again.
 JSONNODE* find_unique(Children& children, std::string_view name) {
-    constexpr size_t kQuicklyPassed = 256;  // children
     const auto& items = children.items;
     const size_t first = children.last + 1 < items.size() ? children.last + 1 : 0;
     const size_t tries = children.index ? 1 : items.size();
@@ -120,8 +119,7 @@ JSONNODE* find_unique(Children& children, std::string_view name) {
     if (!children.index) return nullptr;
     if (children.last < items.size() && items[children.last]->name.view() == name) return items[children.last];
     JSONNODE* found = children.index->find(name);
-    if (found != nullptr && items.size() <= kQuicklyPassed)
-        children.last = static_cast<uint32_t>(std::find(items.begin(), items.end(), found) - items.begin());
+    if (found != nullptr && found->place < items.size() && items[found->place] == found) children.last = found->place;
     return found;
 }
 
@@ -177,7 +175,7 @@ int json_push_back(JSONNODE* parent, JSONNODE* child) {
     if (!may_adopt(parent, child)) return 0;
     Children& children = children_of(parent);
     note_addition(children, child->name.view());
-    children.items.push_back(child);
+    qo_json::append_child(children.items, child);
     child->parent = parent;
     qo_json::update_index(children, [child](NameIndex& names) { names.append(child); });
     return 1;

@@ -96,7 +96,7 @@ void copy_below(const JSONNODE* source, JSONNODE* copy) {
         if (child_count(level.source) == 0) continue;
         auto& copies = qo_json::reserve_children(level.copy, child_count(level.source));
         for (const JSONNODE* child : level.source->children->items) {
-            copies.push_back(copy_single(child).release());
+            qo_json::append_child(copies, copy_single(child).release());
             copies.back()->parent = level.copy;
             if (child->children) pending.push_back({child, copies.back()});
         }

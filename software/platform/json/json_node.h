@@ -70,6 +70,7 @@ struct JSONNODE {
     std::unique_ptr<qo_json::Children> children;
     char type = JSON_NULL;
     bool boolean = false;
+    uint16_t place = 0;  // where it was appended to its siblings; it may have moved since
 };
 
 namespace qo_json {
@@ -79,6 +80,12 @@ inline bool is_container(const JSONNODE* node) {
 }
 
 inline size_t child_count(const JSONNODE* node) { return node->children ? node->children->items.size() : 0; }
+
+/// Behind the others, which have room for it or are given more.
+inline void append_child(std::vector<JSONNODE*>& siblings, JSONNODE* child) {
+    siblings.push_back(child);
+    child->place = static_cast<uint16_t>(siblings.size() - 1);  // of no use in a list that is longer
+}
 
 /// A list without room to spare for `count` children, for a container that has none.
 inline std::vector<JSONNODE*>& reserve_children(JSONNODE* container, size_t count) {

@@ -70,7 +70,7 @@ private:
         auto& children = qo_json::reserve_children(container, count);
         for (auto child = first; child != pending_.end(); ++child) {
             (*child)->parent = container;
-            children.push_back(child->release());
+            qo_json::append_child(children, child->release());
         }
         pending_.erase(first, pending_.end());
         return true;

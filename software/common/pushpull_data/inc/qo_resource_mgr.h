@@ -97,6 +97,7 @@ private:
     int32_t reopen_queue(resource& entry, const mq_attr* attributes);
 
     std::unique_ptr<resource> Tbl[QO_MAX_RESOURCES];  // a null pointer is a free slot
+    eQO_CMP_IDs_ unit_ids_[QO_MAX_RESOURCES];         // of the slots in use, for the search
     int32_t index;                                    // last used slot, -1 when the table is empty
     std::shared_ptr<QoPushPullQueueMonitor> queue_monitor;
 };
