@@ -2,17 +2,17 @@
 # The Debian 12 packages of this project. Why each is needed: docs/dependencies.md.
 
 # To build the service, its client library, pushpullctl and the examples.
-qo_build_packages=(g++ cmake ninja-build pkg-config rapidjson-dev zlib1g-dev libsystemd-dev libcli11-dev)
+qo_build_packages=(g++ cmake ninja-build rapidjson-dev zlib1g-dev libcli11-dev)
 
 # To run the demo: namespaces and mounts.
 qo_demo_packages=(util-linux mount)
 
 # To run scripts/test, besides the above: tests, benchmarks, fuzzers and the checks of the sources.
-qo_test_packages=(libgtest-dev libgmock-dev libbenchmark-dev procps ccache valgrind strace
+qo_test_packages=(libgtest-dev libgmock-dev libbenchmark-dev pkg-config procps ccache valgrind strace
     clang-14 libclang-rt-14-dev clang-format-14)
 
 # What bench/compare is built with, and what it compares the service with.
-qo_compare_build_packages=(libmosquitto-dev libhiredis-dev)
+qo_compare_build_packages=(pkg-config libmosquitto-dev libhiredis-dev libsystemd-dev)
 qo_compare_packages=(mosquitto redis-server dbus-daemon)
 
 # For the stages changes and tidy of scripts/test, besides what bench/compare is built with.
@@ -27,8 +27,8 @@ qo_system_kernel=linux-image-cloud-amd64
 qo_arm_packages=(g++-arm-linux-gnueabihf qemu-user-static mmdebstrap)
 
 # What the sysroot is made of, as packages for armhf: what is built against, and the C++ runtimes that programs need.
-qo_armhf_packages=(libc6-dev libstdc++6 libgcc-s1 zlib1g-dev libsystemd-dev rapidjson-dev libcli11-dev libgtest-dev
-    libgmock-dev libbenchmark-dev)
+qo_armhf_packages=(libc6-dev libstdc++6 libgcc-s1 zlib1g-dev rapidjson-dev libcli11-dev libgtest-dev libgmock-dev
+    libbenchmark-dev)
 
 # For tests/system/board, which runs the service on an emulated board; for armhf its kernel and its shell.
 qo_board_packages=(qemu-system-arm qemu-user-static mmdebstrap cpio)

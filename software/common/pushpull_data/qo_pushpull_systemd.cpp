@@ -8,7 +8,10 @@
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <systemd/sd-daemon.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
 
 #include "qo_pushpull_descriptor.h"
 
@@ -17,31 +20,65 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-// Whether a socket connected to systemd's can be written to in time. One that cannot be connected to holds nobody up.
-bool has_room(const char* name, milliseconds patience) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const size_t length = strlen(name);
-    if ((name[0] != '/' && name[0] != '@') || length >= sizeof address.sun_path) return true;
-    memcpy(address.sun_path, name, length);
-    if (name[0] == '@') address.sun_path[0] = '\0';
-    const QoDescriptor probe(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + length);
-    if (!probe || connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), size) != 0) return true;
+struct Address {
+    sockaddr_un socket;
+    socklen_t size;
+};
 
+// "/path", or "@name" of a socket without a file.
+int make_address(const char* name, Address& address) {
+    address = {};
+    address.socket.sun_family = AF_UNIX;
+    const size_t length = strlen(name);
+    if (length < 2 || (name[0] != '/' && name[0] != '@')) return EINVAL;
+    if (length >= sizeof address.socket.sun_path) return ENAMETOOLONG;
+    memcpy(address.socket.sun_path, name, length);
+    if (name[0] == '@') address.socket.sun_path[0] = '\0';
+    address.size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + length);
+    return 0;
+}
+
+/// @return 0 or an errno
+int send_within(int socket, const char* text, milliseconds patience) {
     const steady_clock::time_point end = steady_clock::now() + patience;
-    for (milliseconds left = patience;; left = std::chrono::ceil<milliseconds>(end - steady_clock::now())) {
-        pollfd room{probe.get(), POLLOUT, 0};
-        const int result = poll(&room, 1, left.count() > 0 ? static_cast<int>(left.count()) : 0);
-        if (result >= 0 || errno != EINTR) return result != 0;
+    for (;;) {
+        if (send(socket, text, strlen(text), MSG_NOSIGNAL) >= 0) return 0;
+        const auto left = std::chrono::ceil<milliseconds>(end - steady_clock::now());
+        if (errno != EAGAIN || left.count() <= 0) return errno;
+        pollfd room{socket, POLLOUT, 0};
+        poll(&room, 1, static_cast<int>(left.count()));  // a signal may end it early
     }
+}
+
+/// The number that a variable of the environment is; nothing when it is none.
+std::optional<uint64_t> number_in(const char* variable) {
+    const char* const text = getenv(variable);
+    if (text == nullptr) return std::nullopt;
+    const char* const end = text + strlen(text);
+    uint64_t number = 0;
+    const auto [behind, error] = std::from_chars(text, end, number);
+    if (error != std::errc() || behind != end) return std::nullopt;
+    return number;
 }
 
 }  // namespace
 
 int qo_notify_systemd(const char* state, milliseconds patience) noexcept {
     const QoKeptErrno kept;
-    const char* name = getenv("NOTIFY_SOCKET");
-    if (name != nullptr && !has_room(name, patience)) return -EAGAIN;
-    return sd_notify(0, state);
+    const char* const name = getenv("NOTIFY_SOCKET");
+    if (name == nullptr) return 0;
+    Address address;
+    if (const int error = make_address(name, address); error != 0) return -error;
+    const QoDescriptor sender(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (!sender || connect(sender.get(), reinterpret_cast<const sockaddr*>(&address.socket), address.size) != 0)
+        return -errno;
+    const int error = send_within(sender.get(), state, patience);
+    return error == 0 ? 1 : -error;
+}
+
+std::optional<uint64_t> qo_systemd_watchdog_period() noexcept {
+    const std::optional<uint64_t> period = number_in("WATCHDOG_USEC");
+    if (period.value_or(0) == 0) return std::nullopt;
+    const bool for_all = getenv("WATCHDOG_PID") == nullptr;
+    return for_all || number_in("WATCHDOG_PID") == static_cast<uint64_t>(getpid()) ? period : std::nullopt;
 }

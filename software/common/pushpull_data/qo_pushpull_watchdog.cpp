@@ -2,7 +2,6 @@
 #include "qo_pushpull_watchdog.h"
 
 #include <syslog.h>
-#include <systemd/sd-daemon.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -36,11 +35,10 @@ timespec as_timespec(nanoseconds time) {
 }  // namespace
 
 QoServiceWatchdog::QoServiceWatchdog() : next_(Clock::now()) {
-    uint64_t period = 0;  // microseconds
-    // A variable that cannot be read is that of no watchdog.
-    if (sd_watchdog_enabled(0, &period) <= 0) return;
+    const std::optional<uint64_t> period = qo_systemd_watchdog_period();
+    if (!period) return;
     const auto longest = std::chrono::duration_cast<std::chrono::microseconds>(Clock::duration::max()).count();
-    interval_ = std::chrono::microseconds(std::min(period, static_cast<uint64_t>(longest)) / kReportsPerPeriod);
+    interval_ = std::chrono::microseconds(std::min(*period, static_cast<uint64_t>(longest)) / kReportsPerPeriod);
     qo_life_reporter = this;
     start_timer();
 }

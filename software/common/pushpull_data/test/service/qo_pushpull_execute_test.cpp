@@ -7,6 +7,7 @@
 
 #include <thread>
 
+#include "notify_socket.h"
 #include "qo_pushpull_constants.h"
 #include "qo_pushpull_files.h"
 #include "qo_pushpull_signal_gate.h"
@@ -24,9 +25,8 @@ using testing::IsEmpty;
 using testing::IsSupersetOf;
 using testing::Not;
 
-std::vector<time_t> pauses;         // seconds, of every sleep
-std::vector<std::string> notified;  // what systemd was told
-double clock_now = 0;               // monotonic seconds, of the service
+std::vector<time_t> pauses;  // seconds, of every sleep
+double clock_now = 0;        // monotonic seconds, of the service
 bool refuse_service_queue = false;
 std::function<void()> before_receive;  // what happens when the service looks into its queue
 std::function<void()> before_send;     // and when a handler sends
@@ -41,7 +41,6 @@ auto open_descriptors() {
 
 extern "C" {
 int __wrap_nanosleep(const timespec* duration, timespec* left);
-int __wrap_sd_notify(int unset_environment, const char* state);
 mqd_t __real_mq_open(const char* name, int flags, ...);
 mqd_t __wrap_mq_open(const char* name, int flags, ...);
 ssize_t __real_mq_receive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority);
@@ -52,11 +51,6 @@ int __wrap_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsig
 int __wrap_nanosleep(const timespec* duration, timespec*) {
     pauses.push_back(duration->tv_sec);
     clock_now += static_cast<double>(duration->tv_sec);
-    return 0;
-}
-
-int __wrap_sd_notify(int, const char* state) {
-    notified.emplace_back(state);
     return 0;
 }
 
@@ -94,7 +88,6 @@ protected:
 
     static void forget() {
         pauses.clear();
-        notified.clear();
         refuse_service_queue = false;
         before_receive = nullptr;
         before_send = nullptr;
@@ -111,6 +104,8 @@ protected:
         return service_->execute();
     }
     std::vector<QoLogLine> logged() const { return log_.lines_above_debug(); }
+
+    QoNotifySocket systemd_;
 };
 
 /// With no service yet.
@@ -139,7 +134,7 @@ constexpr char kExiting[] = "pushpull exiting";
 TEST_F(StartUp, ReportsReadinessOnceEverythingIsThere) {
     PushPullData service(false);
     service.init("");
-    EXPECT_THAT(notified, ElementsAre("READY=1"));
+    EXPECT_THAT(systemd_.told(), ElementsAre("READY=1"));
     EXPECT_THAT(
         log_.lines(),
         IsSupersetOf({QoLogLine{LOG_INFO, "PushPullData Start"},
@@ -174,7 +169,7 @@ TEST_F(StartUp, GoesOnWithoutItsQueue) {
     service.init("");
     EXPECT_TRUE(log_.contains(LOG_CRIT, "PushPullData MessageQueue: /pushpull Message queue failed to open"));
     EXPECT_THAT(log_.lines(), Not(Contains(testing::Field(&QoLogLine::text, HasSubstr("Adding queue")))));
-    EXPECT_THAT(notified, ElementsAre("READY=1"));
+    EXPECT_THAT(systemd_.told(), ElementsAre("READY=1"));
     std::string text;
     EXPECT_EQ(service.get_node("/version", &text, ""), 0) << "the tree is there";
     service.terminate();
@@ -417,7 +412,7 @@ TEST_F(InitRequest, FromAnUnregisteredComponentStillDeletesTheSavedTreeAndItsBac
     EXPECT_EQ(service_->comp_init(QO_CMPID_DEMO), -1);
     EXPECT_FALSE(std::filesystem::exists(kSavedTree));
     EXPECT_FALSE(std::filesystem::exists(kBackup));
-    EXPECT_THAT(notified, ElementsAre("READY=1"));
+    EXPECT_THAT(systemd_.told(), ElementsAre("READY=1"));
     const std::vector<QoLogLine> lines = logged();
     ASSERT_GE(lines.size(), 2U);
     EXPECT_EQ(lines[0],
@@ -457,7 +452,7 @@ TEST_F(InitRequest, FailedAnswerIsLoggedAndTheResetDoneAllTheSame) {
     EXPECT_EQ(service_->comp_init(display.id), -1);
     EXPECT_TRUE(log_.contains(LOG_ERR, " comp_init : comp_notify Failed"));
     EXPECT_TRUE(log_.contains(LOG_ERR, " comp_init : Incorrect Path or comp_notify Failed"));
-    EXPECT_THAT(notified, ElementsAre("READY=1"));
+    EXPECT_THAT(systemd_.told(), ElementsAre("READY=1"));
 }
 
 TEST_F(InitRequest, AgainAndAgainWithComponentsLeavesNoDescriptorOpen) {
@@ -492,14 +487,14 @@ TEST_F(InitRequest, LeavesTheLoopRunningOnTheSameQueue) {
     };
     EXPECT_EQ(run(), -1);
     EXPECT_TRUE(log_.contains(LOG_ERR, "Component comp_init data failed = -1"));
-    EXPECT_THAT(notified, ElementsAre("READY=1"));
+    EXPECT_THAT(systemd_.told(), ElementsAre("READY=1"));
 }
 
 TEST_F(InitRequest, WithoutTheExactBufferTrueIsIgnored) {
     post("init", R"("comp_id":1073741852,"buffer":"yes")");
     post_exit();
     run();
-    EXPECT_THAT(notified, IsEmpty());
+    EXPECT_THAT(systemd_.told(), IsEmpty());
 }
 
 // ---- SIGTERM ----

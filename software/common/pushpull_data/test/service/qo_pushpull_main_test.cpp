@@ -11,6 +11,7 @@
 
 #include "failing_new.h"
 #include "log_capture.h"
+#include "notify_socket.h"
 #include "qo_pushpull.h"
 #include "qo_pushpull_constants.h"
 #include "qo_scratch_queue.h"
@@ -23,7 +24,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 std::function<void()> when_ready;      // at the end of the start-up
-std::vector<std::string> notified;     // what systemd was told
 std::function<void()> before_receive;  // when the service looks into its queue
 std::vector<unsigned> pauses;          // seconds, of every sleep
 unsigned interrupted_once_after = 0;   // seconds; 0: no sleep is interrupted
@@ -34,7 +34,8 @@ unsigned interrupted_once_after = 0;   // seconds; 0: no sleep is interrupted
 
 extern "C" {
 unsigned __wrap_sleep(unsigned seconds);
-int __wrap_sd_notify(int unset_environment, const char* state);
+ssize_t __real_send(int socket, const void* data, size_t length, int flags);
+ssize_t __wrap_send(int socket, const void* data, size_t length, int flags);
 ssize_t __real_mq_receive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority);
 ssize_t __wrap_mq_receive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority);
 
@@ -45,10 +46,10 @@ unsigned __wrap_sleep(unsigned seconds) {
     return left;
 }
 
-int __wrap_sd_notify(int, const char* state) {
-    notified.emplace_back(state);
-    if (when_ready && notified.back() == "READY=1") when_ready();
-    return 0;
+ssize_t __wrap_send(int socket, const void* data, size_t length, int flags) {
+    const ssize_t sent = __real_send(socket, data, length, flags);
+    if (when_ready && std::string_view(static_cast<const char*>(data), length) == "READY=1") when_ready();
+    return sent;
 }
 
 ssize_t __wrap_mq_receive(mqd_t descriptor, char* buffer, size_t length, unsigned* priority) {
@@ -65,7 +66,6 @@ protected:
         optind = 0;  // the options of the test before are forgotten
         when_ready = [this] { post_exit(queue_); };
         before_receive = nullptr;
-        notified.clear();
         pauses.clear();
         interrupted_once_after = 0;
     }
@@ -108,6 +108,7 @@ protected:
 
     QoLogCapture log_;
     QoShellCapture shell_;
+    QoNotifySocket systemd_;
     std::optional<QoFailingNew> short_of_memory_;
     const QoScratchQueue queue_{QO_SERVICE_QUEUE_NAME, 4, 4096};
 };
@@ -204,12 +205,12 @@ TEST_F(Main, ExceptionEndsTheProcessWithStatusZeroAndACriticalLineAndIsStartedAg
     before_receive = [] { throw std::runtime_error("no more"); };
     EXPECT_EQ(run({}), 0);
     EXPECT_TRUE(log_.contains(LOG_CRIT, "exception no more"));
-    EXPECT_THAT(notified, ElementsAre("READY=1", "WATCHDOG=trigger"));
+    EXPECT_THAT(systemd_.told(), ElementsAre("READY=1", "WATCHDOG=trigger"));
 }
 
 TEST_F(Main, ExitRequestIsNotStartedAgain) {
     EXPECT_EQ(run({}), 0);
-    EXPECT_THAT(notified, ElementsAre("READY=1"));
+    EXPECT_THAT(systemd_.told(), ElementsAre("READY=1"));
 }
 
 TEST_F(Main, ExceptionDuringTheStartUpEndsTheProcessWithStatusOneBeforeItIsReady) {

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "log_capture.h"
+#include "notify_socket.h"
 #include "qo_pushpull_signal_gate.h"
 
 namespace {
@@ -18,21 +19,14 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-std::vector<std::string> notified;
 std::vector<clockid_t> clocks;  // of the timers
 bool no_timer = false;
 
 }  // namespace
 
 extern "C" {
-int __wrap_sd_notify(int unset_environment, const char* state);
 int __real_timer_create(clockid_t clock, sigevent* notification, timer_t* timer);
 int __wrap_timer_create(clockid_t clock, sigevent* notification, timer_t* timer);
-
-int __wrap_sd_notify(int, const char* state) {
-    notified.emplace_back(state);
-    return 1;
-}
 
 int __wrap_timer_create(clockid_t clock, sigevent* notification, timer_t* timer) {
     clocks.push_back(clock);
@@ -46,10 +40,7 @@ namespace {
 
 class Watchdog : public testing::Test {
 protected:
-    Watchdog() {
-        notified.clear();
-        clocks.clear();
-    }
+    Watchdog() { clocks.clear(); }
     ~Watchdog() override {
         no_timer = false;
         unsetenv("WATCHDOG_USEC");
@@ -57,21 +48,22 @@ protected:
     }
     static void set_period(const std::string& microseconds) { setenv("WATCHDOG_USEC", microseconds.c_str(), 1); }
 
+    /// The thread that is watched waits for a request, and nothing comes.
+    void wait_for_reports(size_t count) {
+        const QoSignalGate waiting(QoSignalGate::State::kWaiting);
+        while (systemd_.told().size() < count) std::this_thread::yield();
+    }
+
+    QoNotifySocket systemd_;
     QoLogCapture log_;
 };
-
-/// The thread that is watched waits for a request, and nothing comes.
-void wait_for_reports(size_t count) {
-    const QoSignalGate waiting(QoSignalGate::State::kWaiting);
-    while (notified.size() < count) std::this_thread::yield();
-}
 
 }  // namespace
 
 TEST_F(Watchdog, ThatNobodyAskedForReportsNothing) {
     const QoServiceWatchdog watchdog;
     qo_report_life();
-    EXPECT_THAT(notified, IsEmpty());
+    EXPECT_THAT(systemd_.told(), IsEmpty());
 }
 
 TEST_F(Watchdog, OfAnotherProcessReportsNothing) {
@@ -79,14 +71,14 @@ TEST_F(Watchdog, OfAnotherProcessReportsNothing) {
     setenv("WATCHDOG_PID", std::to_string(getppid()).c_str(), 1);
     const QoServiceWatchdog watchdog;
     qo_report_life();
-    EXPECT_THAT(notified, IsEmpty());
+    EXPECT_THAT(systemd_.told(), IsEmpty());
 }
 
 TEST_F(Watchdog, WithAnUnreadablePeriodReportsNothing) {
     set_period("soon");
     const QoServiceWatchdog watchdog;
     qo_report_life();
-    EXPECT_THAT(notified, IsEmpty());
+    EXPECT_THAT(systemd_.told(), IsEmpty());
 }
 
 TEST_F(Watchdog, IsToldAtMostOnceInAQuarterOfItsPeriod) {
@@ -94,14 +86,14 @@ TEST_F(Watchdog, IsToldAtMostOnceInAQuarterOfItsPeriod) {
     setenv("WATCHDOG_PID", std::to_string(getpid()).c_str(), 1);
     const QoServiceWatchdog watchdog;
     for (int turn = 0; turn < 100; ++turn) qo_report_life();
-    EXPECT_THAT(notified, ElementsAre("WATCHDOG=1"));
+    EXPECT_THAT(systemd_.told(), ElementsAre("WATCHDOG=1"));
 }
 
 TEST_F(Watchdog, IsToldAgainAfterAQuarterOfItsPeriod) {
     set_period("4000");
     const QoServiceWatchdog watchdog;
-    while (notified.size() < 3) qo_report_life();
-    EXPECT_THAT(notified, Each("WATCHDOG=1"));
+    while (systemd_.told().size() < 3) qo_report_life();
+    EXPECT_THAT(systemd_.told(), Each("WATCHDOG=1"));
 }
 
 TEST_F(Watchdog, WithAPeriodBeyondAllMeasureIsToldOnce) {
@@ -109,21 +101,21 @@ TEST_F(Watchdog, WithAPeriodBeyondAllMeasureIsToldOnce) {
     const QoServiceWatchdog watchdog;
     qo_report_life();
     qo_report_life();
-    EXPECT_THAT(notified, ElementsAre("WATCHDOG=1"));
+    EXPECT_THAT(systemd_.told(), ElementsAre("WATCHDOG=1"));
 }
 
 TEST_F(Watchdog, IsNotToldByAnotherThread) {
     set_period("4000");
     const QoServiceWatchdog watchdog;
     std::thread([] { qo_report_life(); }).join();
-    EXPECT_THAT(notified, IsEmpty());
+    EXPECT_THAT(systemd_.told(), IsEmpty());
 }
 
 TEST_F(Watchdog, IsNotToldAfterItsEnd) {
     set_period("4000");
     { const QoServiceWatchdog watchdog; }
     qo_report_life();
-    EXPECT_THAT(notified, IsEmpty());
+    EXPECT_THAT(systemd_.told(), IsEmpty());
 }
 
 // ---- the timer ----
@@ -132,7 +124,7 @@ TEST_F(Watchdog, IsToldWhileTheThreadWaitsForARequest) {
     set_period("4000");
     const QoServiceWatchdog watchdog;
     wait_for_reports(5);
-    EXPECT_THAT(notified, Each("WATCHDOG=1"));
+    EXPECT_THAT(systemd_.told(), Each("WATCHDOG=1"));
     EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
@@ -151,10 +143,10 @@ TEST_F(Watchdog, IsNotToldWhileTheThreadWorks) {
     };
     sigaction(qo_life_timer_signal(), &reporting, nullptr);
     const QoSignalGate working(QoSignalGate::State::kWorking);
-    const size_t before = notified.size();
+    const size_t before = systemd_.told().size();
     const int expired = expiries;
     while (expiries < expired + 20) std::this_thread::yield();
-    EXPECT_EQ(notified.size(), before);
+    EXPECT_EQ(systemd_.told().size(), before);
 }
 
 TEST_F(Watchdog, DoesNotDependOnTheWallClock) {
@@ -176,5 +168,5 @@ TEST_F(Watchdog, WithoutATimerSaysSoAndReportsFromTheWorkOfTheThread) {
                                                     "PushPullData: no timer for the reports to systemd's "
                                                     "watchdog: Resource temporarily unavailable"}));
     qo_report_life();
-    EXPECT_THAT(notified, ElementsAre("WATCHDOG=1"));
+    EXPECT_THAT(systemd_.told(), ElementsAre("WATCHDOG=1"));
 }
