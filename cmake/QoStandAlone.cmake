@@ -1,0 +1,32 @@
+# What a program holds of the libraries that it needs (docs/adr/0005).
+#
+# A target with the property QO_STANDS_ALONE has our own libraries and the C++ runtime inside it; every other one has the
+# shared ones. Whoever is linked into both kinds names NAME_linked.
+
+# qo_add_platform_library(NAME SOURCE...): NAME, shared, and NAME_static.
+function(qo_add_platform_library name)
+    add_library(${name} SHARED ${ARGN})
+    add_library(${name}_static STATIC ${ARGN})
+    add_library(${name}_linked INTERFACE)
+    target_link_libraries(${name}_linked
+        INTERFACE $<IF:$<BOOL:$<TARGET_PROPERTY:QO_STANDS_ALONE>>,${name}_static,${name}>)
+endfunction()
+
+# A sanitizer replaces functions of the C++ runtime, which it finds in a shared one only.
+if(CMAKE_CXX_FLAGS_DEBUG MATCHES "-fsanitize")
+    set(QO_SANITIZED ON)
+endif()
+
+# qo_stand_alone(PROGRAM)
+function(qo_stand_alone program)
+    set_target_properties(${program} PROPERTIES QO_STANDS_ALONE ON)
+    if(QO_SANITIZED)
+        return()
+    endif()
+    # The runtime's symbols are nobody else's, so what nothing calls is left out.
+    target_link_options(${program} PRIVATE
+        -static-libstdc++ -Wl,--exclude-libs,libstdc++.a -Wl,--gc-sections -Wl,--as-needed)
+    # Part of the runtime that is left out wants these two of the mathematical library, which would be loaded for them.
+    target_link_options(${program} PRIVATE -Wl,--undefined=fegetround -Wl,--undefined=fesetround)
+    target_link_libraries(${program} PRIVATE -l:libm.a)
+endfunction()
