@@ -105,40 +105,47 @@ void learn_names(Children& children) {
     children.names = has_namesakes(children) ? Names::repeated : Names::unique;
 }
 
+JSONNODE* found_at(Children& children, size_t position) {
+    children.last = static_cast<uint32_t>(position);
+    return children.items[position];
+}
+
 /// Finds the only child of a name. Whoever looks for the members of an object mostly does so in their order, or for the
 /// same one again.
 JSONNODE* find_unique(Children& children, std::string_view name) {
     const auto& items = children.items;
-    const size_t first = children.last + 1 < items.size() ? children.last + 1 : 0;
-    const size_t tries = children.index ? 1 : items.size();
-    for (size_t i = 0, position = first; i < tries; ++i, position = position + 1 < items.size() ? position + 1 : 0) {
-        if (items[position]->name.view() != name) continue;
-        children.last = static_cast<uint32_t>(position);
-        return items[position];
+    const size_t last = children.last < items.size() ? children.last : 0;
+    const size_t next = last + 1 < items.size() ? last + 1 : 0;
+    if (items[next]->name.view() == name) return found_at(children, next);
+    if (items[last]->name.view() == name) return items[last];
+    if (!children.index) {
+        const size_t position = position_by_scan(items, name);
+        return position == items.size() ? nullptr : found_at(children, position);
     }
-    if (!children.index) return nullptr;
-    if (children.last < items.size() && items[children.last]->name.view() == name) return items[children.last];
     JSONNODE* found = children.index->find(name);
     if (found != nullptr && found->place < items.size() && items[found->place] == found) children.last = found->place;
     return found;
 }
 
 JSONNODE* find_member(const JSONNODE* object, std::string_view name) {
-    if (object == nullptr || object->type != JSON_NODE || !object->children) return nullptr;
+    if (object == nullptr || object->type != JSON_NODE || child_count(object) == 0) return nullptr;
     Children& children = *object->children;
+    if (children.names == Names::unique) return find_unique(children, name);  // and has an index if it is large
     // Many an object is searched once in its life.
     if (!std::exchange(children.searched, true)) return find_by_scan(children.items, name);
     learn_names(children);
-    if (children.names == Names::unique) return find_unique(children, name);
     return children.index ? children.index->find(name) : find_by_scan(children.items, name);
 }
 
 /// Before a child of that name is added behind the others.
 void note_addition(Children& children, std::string_view name) {
     if (children.names != Names::unique) return;
-    const bool is_known =
-        children.index ? children.index->find(name) != nullptr : find_by_scan(children.items, name) != nullptr;
-    if (is_known) children.names = Names::repeated;
+    if (children.index)
+        children.names = children.index->find(name) == nullptr ? Names::unique : Names::repeated;
+    else if (find_by_scan(children.items, name) != nullptr)
+        children.names = Names::repeated;
+    else if (children.items.size() + 1 >= NameIndex::kWorthwhileSize)
+        children.names = Names::unknown;  // the next search builds the index first
 }
 
 }  // namespace
@@ -158,6 +165,11 @@ JSONNODE_ITERATOR json_begin(JSONNODE* node) {
 }
 
 JSONNODE_ITERATOR json_end(JSONNODE* node) { return json_begin(node) + json_size(node); }
+
+JSONNODE_ITERATOR json_children(JSONNODE* node, size_t* count) {
+    *count = json_size(node);
+    return *count == 0 ? &no_children : node->children->items.data();
+}
 
 JSONNODE* json_find(const JSONNODE* node, const char* name) {
     return name == nullptr ? nullptr : find_member(node, name);

@@ -56,6 +56,9 @@ public:
                     if (!take(']')) continue;
                     if (!close()) return false;
                     break;
+                case '"':
+                    if (!read_text()) return false;
+                    break;
                 default:
                     if (!read_scalar()) return false;
             }
@@ -137,12 +140,15 @@ private:
 
     // ---- values ----
 
-    bool read_scalar() {
+    bool read_text() {
+        ++at_;
         std::string_view text;
+        return read_string(text) && handler_.String(text.data(), length_of(text), true);
+    }
+
+    bool read_scalar() {
+        std::string_view number;
         switch (*at_) {
-            case '"':
-                ++at_;
-                return read_string(text) && handler_.String(text.data(), length_of(text), true);
             case 't':
                 return take_word("true") && handler_.Bool(true);
             case 'f':
@@ -150,7 +156,7 @@ private:
             case 'n':
                 return take_word("null") && handler_.Null();
             default:
-                return read_number(text) && handler_.RawNumber(text.data(), length_of(text), true);
+                return read_number(number) && handler_.RawNumber(number.data(), length_of(number), true);
         }
     }
 

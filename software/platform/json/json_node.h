@@ -47,6 +47,7 @@ void update_index(Children& children, Update update) noexcept {
         update(*children.index);
     } catch (const std::bad_alloc&) {
         children.index.reset();
+        children.names = Names::unknown;
     }
 }
 

@@ -130,6 +130,8 @@ int json_empty(const JSONNODE* node);
 /// null.
 JSONNODE_ITERATOR json_begin(JSONNODE* node);
 JSONNODE_ITERATOR json_end(JSONNODE* node);
+/// Addition: json_begin, and json_size through `count`, which may not be null.
+JSONNODE_ITERATOR json_children(JSONNODE* node, size_t* count);
 /// View: the first child named `name`, null when there is none or the node is not an object. Does
 /// not scan the members of a large object: its cost does not depend on how many there are.
 JSONNODE* json_find(const JSONNODE* node, const char* name);

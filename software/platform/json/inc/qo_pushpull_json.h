@@ -31,12 +31,13 @@ using QoJsonText = std::unique_ptr<char, QoJsonFree>;
 /// The children of a node for range-for; they may not be added or removed meanwhile.
 class QoJsonChildren {
 public:
-    explicit QoJsonChildren(JSONNODE* node) : node_(node) {}
-    JSONNODE_ITERATOR begin() const { return json_begin(node_); }
-    JSONNODE_ITERATOR end() const { return json_end(node_); }
+    explicit QoJsonChildren(JSONNODE* node) : begin_(json_children(node, &count_)) {}
+    JSONNODE_ITERATOR begin() const { return begin_; }
+    JSONNODE_ITERATOR end() const { return begin_ + count_; }
 
 private:
-    JSONNODE* node_;
+    size_t count_ = 0;
+    JSONNODE_ITERATOR begin_;
 };
 
 /// The node's name; lives as long as the node and its name.

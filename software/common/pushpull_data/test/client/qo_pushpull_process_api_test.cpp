@@ -11,22 +11,21 @@
 
 namespace {
 
-int empty_list_countdown = 0;  // the json_begin call, counted from 1, that yields one child without a node
+int empty_list_countdown = 0;  // the json_children call, counted from 1, that yields one child without a node
 JSONNODE* no_node = nullptr;
-bool list_is_empty_node = false;
 
 }  // namespace
 
 // A list with a child that has no node does not exist in the JSON library; it is made up here.
 extern "C" {
-JSONNODE_ITERATOR __real_json_begin(JSONNODE* node);
-JSONNODE_ITERATOR __real_json_end(JSONNODE* node);
+JSONNODE_ITERATOR __real_json_children(JSONNODE* node, size_t* count);
 
-JSONNODE_ITERATOR __wrap_json_begin(JSONNODE* node) {
-    list_is_empty_node = empty_list_countdown > 0 && --empty_list_countdown == 0;
-    return list_is_empty_node ? &no_node : __real_json_begin(node);
+JSONNODE_ITERATOR __wrap_json_children(JSONNODE* node, size_t* count) {
+    const bool is_empty_list = empty_list_countdown > 0 && --empty_list_countdown == 0;
+    if (!is_empty_list) return __real_json_children(node, count);
+    *count = 1;
+    return &no_node;
 }
-JSONNODE_ITERATOR __wrap_json_end(JSONNODE* node) { return list_is_empty_node ? &no_node + 1 : __real_json_end(node); }
 }
 
 namespace {

@@ -31,10 +31,8 @@ int __real_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsig
 int __wrap_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsigned priority, const timespec* deadline);
 int __real_mq_getattr(mqd_t descriptor, mq_attr* attributes);
 int __wrap_mq_getattr(mqd_t descriptor, mq_attr* attributes);
-JSONNODE_ITERATOR __real_json_begin(JSONNODE* node);
-JSONNODE_ITERATOR __wrap_json_begin(JSONNODE* node);
-JSONNODE_ITERATOR __real_json_end(JSONNODE* node);
-JSONNODE_ITERATOR __wrap_json_end(JSONNODE* node);
+JSONNODE_ITERATOR __real_json_children(JSONNODE* node, size_t* count);
+JSONNODE_ITERATOR __wrap_json_children(JSONNODE* node, size_t* count);
 
 // A full queue answers at once instead of after a second.
 int __wrap_mq_timedsend(mqd_t descriptor, const char* text, size_t length, unsigned priority,
@@ -50,11 +48,10 @@ int __wrap_mq_getattr(mqd_t descriptor, mq_attr* attributes) {
 }
 
 JSONNODE* null_children[1] = {nullptr};
-JSONNODE_ITERATOR __wrap_json_begin(JSONNODE* node) {
-    return give_null_child ? null_children : __real_json_begin(node);
-}
-JSONNODE_ITERATOR __wrap_json_end(JSONNODE* node) {
-    return give_null_child ? null_children + 1 : __real_json_end(node);
+JSONNODE_ITERATOR __wrap_json_children(JSONNODE* node, size_t* count) {
+    if (!give_null_child) return __real_json_children(node, count);
+    *count = 1;
+    return null_children;
 }
 }
 
