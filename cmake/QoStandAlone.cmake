@@ -26,7 +26,12 @@ function(qo_stand_alone program)
     # The runtime's symbols are nobody else's, so what nothing calls is left out.
     target_link_options(${program} PRIVATE
         -static-libstdc++ -Wl,--exclude-libs,libstdc++.a -Wl,--gc-sections -Wl,--as-needed)
-    # Part of the runtime that is left out wants these two of the mathematical library, which would be loaded for them.
-    target_link_options(${program} PRIVATE -Wl,--undefined=fegetround -Wl,--undefined=fesetround)
+    # What the runtime wants of the mathematical library, which would be loaded for it.
+    set(functions fegetround fesetround)
+    if(CMAKE_SYSTEM_PROCESSOR MATCHES "^arm")
+        list(APPEND functions floor)  # others have an instruction
+    endif()
+    list(TRANSFORM functions PREPEND -Wl,--undefined=)
+    target_link_options(${program} PRIVATE ${functions})
     target_link_libraries(${program} PRIVATE -l:libm.a)
 endfunction()
