@@ -179,6 +179,14 @@ JSONNODE* json_find_n(const JSONNODE* node, const char* name, size_t length) {
     return name == nullptr ? nullptr : find_member(node, {name, length});
 }
 
+size_t json_scan_n(const JSONNODE* node, size_t from, const char* name, size_t length) {
+    const size_t size = json_size(node);
+    if (name == nullptr) return size;
+    size_t at = from;
+    while (at < size && node->children->items[at]->name.view() != std::string_view(name, length)) ++at;
+    return std::min(at, size);
+}
+
 JSONNODE* json_at(const JSONNODE* node, size_t index) {
     return index < json_size(node) ? node->children->items[index] : nullptr;
 }

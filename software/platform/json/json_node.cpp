@@ -193,3 +193,7 @@ char* qo_json::copy_out(std::string_view bytes) {
     copy[bytes.size()] = '\0';
     return copy;
 }
+
+int json_is_text_n(const char* text, size_t length) {
+    return text != nullptr && is_usable_text({text, length}) ? 1 : 0;
+}

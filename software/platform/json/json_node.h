@@ -98,6 +98,10 @@ inline std::vector<JSONNODE*>& reserve_children(JSONNODE* container, size_t coun
 /// Takes a node out of the parent that it has; the caller owns it.
 void detach(JSONNODE* node);
 
+inline constexpr std::string_view kNullText = "null";
+inline constexpr std::string_view kFalseText = "false";
+inline constexpr std::string_view kTrueText = "true";
+
 /// The value that a string view of the node shows: see json_string_view.
 std::string_view value_text(const JSONNODE* node);
 

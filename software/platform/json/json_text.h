@@ -34,6 +34,15 @@ public:
         return {far_bytes(), far_length()};
     }
 
+    /// Puts a copy to where there is room for so many bytes more than the text has.
+    static constexpr size_t kCopySpare = 16;
+    void copy_to(char* room) const {
+        if (is_inline())
+            std::memcpy(room, bytes_, sizeof bytes_);
+        else
+            std::memcpy(room, far_bytes(), far_length());
+    }
+
     /// Keeps its memory where that is of the right size. `bytes` are not its own. No change when it throws.
     void assign(std::string_view bytes);
     /// Refers to bytes that somebody else owns and that are followed by a NUL.
@@ -76,6 +85,7 @@ private:
     }
 
     alignas(char*) char bytes_[kInlineCapacity + 1];
+    static_assert(sizeof bytes_ <= kCopySpare);
 };
 
 /// Whether every character of `bytes` is well-formed UTF-8, NUL characters included.

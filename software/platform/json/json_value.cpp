@@ -34,9 +34,9 @@ qo_json::TruncatedInteger truncated(std::string_view literal) {
 std::string_view qo_json::value_text(const JSONNODE* node) {
     switch (node->type) {
         case JSON_NULL:
-            return "null";
+            return kNullText;
         case JSON_BOOL:
-            return node->boolean ? "true" : "false";
+            return node->boolean ? kTrueText : kFalseText;
         default:
             return node->text.view();
     }

@@ -24,7 +24,8 @@
 /// - Threads: a tree may be read by several threads at once as long as none changes it. json_find,
 ///   json_find_n and json_pop_back may build the member index of the node that they search and so
 ///   count as a change of that one node's index, not of its children, names or values: another
-///   thread may meanwhile duplicate, write, iterate or compare the tree, but not search that node.
+///   thread may meanwhile duplicate, write, iterate, scan or compare the tree or take a snapshot, but not search that
+///   node.
 #ifndef QO_JSON_H
 #define QO_JSON_H
 
@@ -54,6 +55,10 @@ typedef JSONNODE** JSONNODE_ITERATOR;
 // Widest indentation of a formatted line, in tabs. Without a bound, a small text that is nested deeply
 // would be written as one of hundreds of times its size.
 #define JSON_MAX_INDENT 32
+// Most bytes that the writers make of one byte of a name or string: "\u001F".
+#define JSON_LONGEST_ESCAPE 6
+// Bytes of room that json_escape_n needs beyond those.
+#define JSON_ESCAPE_SPARE 16
 
 // Everything from here on is what the shared library exports.
 #pragma GCC visibility push(default)
@@ -137,6 +142,9 @@ JSONNODE_ITERATOR json_children(JSONNODE* node, size_t* count);
 JSONNODE* json_find(const JSONNODE* node, const char* name);
 /// Addition: json_find of a name given as bytes.
 JSONNODE* json_find_n(const JSONNODE* node, const char* name, size_t length);
+/// Addition: the position of the first child at or behind `from` that has the name, json_size when there is none. Scans
+/// and changes nothing, not even the index, so that other threads may search the node meanwhile.
+size_t json_scan_n(const JSONNODE* node, size_t from, const char* name, size_t length);
 /// View: the child at position `index`, null when out of range.
 JSONNODE* json_at(const JSONNODE* node, size_t index);
 /// A number cut toward zero, at the ends of int64_t when beyond them; 0 for every other node.
@@ -215,9 +223,41 @@ int json_write_formatted_to(const JSONNODE* node, json_writer writer, void* cont
 /// Addition: the same of a tree that is only a path: `count` nodes each of which, but the last, is a container that has
 /// the next among its children. Each is written with the next as its only child, the last with all that it has.
 int json_write_path_formatted_to(JSONNODE* const* path, size_t count, json_writer writer, void* context);
+
+// ---- snapshots ----
+
+/// Addition: what a tree was at one moment, to be written later. Takes about as much memory as its compact text would
+/// without escapes, and much less time than a copy or a text.
+typedef struct JSONSNAPSHOT JSONSNAPSHOT;
+/// What is taken of a node that has children.
+typedef enum {
+    JSON_TAKE_NOTHING,   // it is left out
+    JSON_TAKE_CHOSEN,    // it and, of its children, those that are chosen
+    JSON_TAKE_CHILDREN,  // it and all its children; of theirs, those that are chosen
+} JSON_TAKE;
+/// Reads a node that has children, and those.
+typedef JSON_TAKE (*json_chooser)(const JSONNODE* node, void* context);
+/// A snapshot of a node, to be deleted. Below it `choose` is asked for every node that has children, unless all of its
+/// siblings are taken; nodes without children are always taken. Null for null.
+JSONSNAPSHOT* json_snapshot_new(const JSONNODE* node, json_chooser choose, void* context);
+/// json_type of the node.
+char json_snapshot_type(const JSONSNAPSHOT* snapshot);
+/// json_write_formatted_to of what was taken.
+int json_snapshot_write_formatted_to(const JSONSNAPSHOT* snapshot, json_writer writer, void* context);
+/// Null is allowed.
+void json_snapshot_delete(JSONSNAPSHOT* snapshot);
+
+// ---- texts ----
+
 /// Addition: how many bytes the writers make of `length` bytes of a name or string, quotes around it not counted. 0 for
 /// null.
 size_t json_written_length(const char* text, size_t length);
+/// Addition: 1 when the bytes can be a name or a string of a node, else 0, also for null.
+int json_is_text_n(const char* text, size_t length);
+/// Addition: puts what the writers make of `length` bytes of a name or string, quotes around it not counted, into
+/// `buffer`, which has room for JSON_LONGEST_ESCAPE times as many and JSON_ESCAPE_SPARE more. @return how many were put
+/// there; 0 for null.
+size_t json_escape_n(const char* text, size_t length, char* buffer);
 /// Releases a text that this library returned. Null is allowed.
 void json_free(void* text);
 

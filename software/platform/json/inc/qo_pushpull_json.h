@@ -80,13 +80,16 @@ inline std::string qo_json_write_formatted(const JSONNODE* node) {
     return text ? std::string(text.get(), length) : std::string();
 }
 
+/// The json_writer that hands each piece to the `Take` in its context.
+template <typename Take>
+int qo_json_piece_taker(const char* bytes, size_t length, void* context) {
+    return (*static_cast<Take*>(context))(std::string_view(bytes, length)) ? 1 : 0;
+}
+
 /// Hands the formatted text to `take(piece)` piece by piece. @return whether every call of it gave true.
 template <typename Take>
 bool qo_json_write_formatted_to(const JSONNODE* node, Take take) {
-    const auto call = [](const char* bytes, size_t length, void* context) {
-        return (*static_cast<Take*>(context))(std::string_view(bytes, length)) ? 1 : 0;
-    };
-    return json_write_formatted_to(node, call, &take) != 0;
+    return json_write_formatted_to(node, qo_json_piece_taker<Take>, &take) != 0;
 }
 
 /// Appends the formatted text of a path, see json_write_path_formatted_to.
@@ -126,6 +129,32 @@ private:
         void operator()(JSONDOCUMENT* document) const { json_document_delete(document); }
     };
     std::unique_ptr<JSONDOCUMENT, Delete> document_{json_document_new()};
+};
+
+/// What a tree was at one moment; null until there is one.
+class QoJsonSnapshot {
+public:
+    QoJsonSnapshot() = default;
+    /// @param choose JSON_TAKE(const JSONNODE* node) for each node that has children; see json_snapshot_new
+    template <typename Choose>
+    QoJsonSnapshot(const JSONNODE* node, Choose choose) {
+        const auto call = [](const JSONNODE* child, void* context) { return (*static_cast<Choose*>(context))(child); };
+        snapshot_.reset(json_snapshot_new(node, call, &choose));
+    }
+
+    explicit operator bool() const { return snapshot_ != nullptr; }
+    char type() const { return json_snapshot_type(snapshot_.get()); }
+    /// As qo_json_write_formatted_to.
+    template <typename Take>
+    bool write_formatted_to(Take take) const {
+        return json_snapshot_write_formatted_to(snapshot_.get(), qo_json_piece_taker<Take>, &take) != 0;
+    }
+
+private:
+    struct Delete {
+        void operator()(JSONSNAPSHOT* snapshot) const { json_snapshot_delete(snapshot); }
+    };
+    std::unique_ptr<JSONSNAPSHOT, Delete> snapshot_;
 };
 
 /// A number cut toward zero that fits 32 bits; nothing for any other node.

@@ -20,6 +20,24 @@ TEST(JsonNull, CreatingFromNothing) {
     EXPECT_EQ(json_copy(nullptr), nullptr);
 }
 
+TEST(JsonNull, EscapingNothing) {
+    char room[JSON_LONGEST_ESCAPE + JSON_ESCAPE_SPARE];
+    EXPECT_EQ(json_escape_n(nullptr, 1, room), 0U);
+    EXPECT_EQ(json_escape_n("a", 1, nullptr), 0U);
+    EXPECT_EQ(json_is_text_n(nullptr, 0), 0);
+}
+
+TEST(JsonNull, ASnapshotOfNothing) {
+    const auto take = [](const char*, size_t, void*) { return 1; };
+    EXPECT_EQ(json_snapshot_new(nullptr, nullptr, nullptr), nullptr);
+    EXPECT_EQ(json_snapshot_type(nullptr), JSON_NULL);
+    EXPECT_EQ(json_snapshot_write_formatted_to(nullptr, take, nullptr), 0);
+    JSONSNAPSHOT* snapshot = json_snapshot_new(parse("{}").get(), nullptr, nullptr);
+    EXPECT_EQ(json_snapshot_write_formatted_to(snapshot, nullptr, nullptr), 0);
+    json_snapshot_delete(snapshot);
+    json_snapshot_delete(nullptr);
+}
+
 TEST(JsonNull, ReleasingNothing) {
     json_delete(nullptr);
     json_clear(nullptr);
@@ -58,6 +76,8 @@ TEST(JsonNull, GetIntNeedsANumberAndAPlace) {
 }
 
 TEST(JsonNull, SearchingNothing) {
+    EXPECT_EQ(json_scan_n(nullptr, 0, "a", 1), 0U);
+    EXPECT_EQ(json_scan_n(parse(R"({"a":1})").get(), 0, nullptr, 1), 1U);
     const Json object = parse(R"({"":1})");
     EXPECT_EQ(json_find(nullptr, "a"), nullptr);
     EXPECT_EQ(json_find(object.get(), nullptr), nullptr);

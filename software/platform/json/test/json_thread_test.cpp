@@ -25,7 +25,12 @@ TEST(JsonThreads, OneSearchesWhileOthersCopyWriteAndCompare) {
         std::thread copying([&] { EXPECT_EQ(json_size(Json(json_duplicate(object.get())).get()), size_t{kMembers}); });
         std::thread writing([&] { EXPECT_EQ(compact(object).substr(0, 7), R"({"0":0,)"); });
         std::thread comparing([&] { EXPECT_EQ(json_equal(object.get(), Json(json_new(JSON_NODE)).get()), 0); });
-        for (std::thread* thread : {&searching, &copying, &writing, &comparing}) thread->join();
+        std::thread scanning([&] { EXPECT_EQ(json_scan_n(object.get(), 0, "998", 3), 998U); });
+        std::thread taking([&] {
+            const auto all = [](const JSONNODE*) { return JSON_TAKE_CHOSEN; };
+            EXPECT_EQ(QoJsonSnapshot(object.get(), all).type(), JSON_NODE);
+        });
+        for (std::thread* thread : {&searching, &copying, &writing, &comparing, &scanning, &taking}) thread->join();
     }
 }
 

@@ -154,22 +154,51 @@ TEST(JsonWrite, InPiecesEndsWhenTheTakerRefuses) {
     EXPECT_EQ(json_write_formatted_to(nullptr, nullptr, nullptr), 0);
 }
 
+std::vector<std::string> texts_to_escape() {
+    std::string every_byte(1, '\0');
+    for (char c = 0x7f; c > 0; --c) every_byte += c;
+    return {"",
+            "a plain text of some length",
+            "\u0001\u0002\u001f\u0003",
+            "\"\\\"\\\"\\",
+            "\b\f\n\r\t \b\f\n\r\t",
+            "umlaut \u00e4 and euro \u20ac / slash \u007f",
+            every_byte};
+}
+
 TEST(JsonWrite, TellsTheLengthBeforehand) {
-    const std::string every_byte = [] {
-        std::string bytes(1, '\0');
-        for (char c = 0x7f; c > 0; --c) bytes += c;
-        return bytes;
-    }();
-    const std::string texts[] = {"",
-                                 "a plain text of some length",
-                                 "\u0001\u0002\u001f\u0003",
-                                 "\"\\\"\\\"\\\"\\",
-                                 "\b\f\n\r\t \b\f\n\r\t",
-                                 "umlaut \u00e4 and euro \u20ac / slash \u007f",
-                                 every_byte};
-    for (const std::string& text : texts) {
+    for (const std::string& text : texts_to_escape()) {
         const Json node(json_new_a_n("", 0, text.data(), text.size()));
         EXPECT_EQ(json_written_length(text.data(), text.size()), compact(node).size() - 2) << text;
     }
     EXPECT_EQ(json_written_length(nullptr, 5), 0U);
+}
+
+TEST(JsonWrite, EscapesATextAloneAsInAString) {
+    for (const std::string& text : texts_to_escape()) {
+        const Json node(json_new_a_n("", 0, text.data(), text.size()));
+        std::string escaped(text.size() * JSON_LONGEST_ESCAPE + JSON_ESCAPE_SPARE, '?');
+        escaped.resize(json_escape_n(text.data(), text.size(), escaped.data()));
+        EXPECT_EQ('"' + escaped + '"', compact(node)) << text;
+    }
+}
+
+TEST(JsonWrite, EscapesIntoNoMoreRoomThanTheLongestEscapesNeed) {
+    for (size_t length = 0; length < 100; ++length) {
+        const std::string text(length, '\x01');
+        std::vector<char> room(length * JSON_LONGEST_ESCAPE + JSON_ESCAPE_SPARE + 1, '?');
+        EXPECT_EQ(json_escape_n(text.data(), length, room.data()), length * JSON_LONGEST_ESCAPE);
+        EXPECT_EQ(room.back(), '?');
+        const std::string plain(length, 'p');
+        EXPECT_EQ(json_escape_n(plain.data(), length, room.data()), length);
+        EXPECT_EQ(room.back(), '?');
+    }
+}
+
+TEST(JsonWrite, TellsWhatCanBeAName) {
+    for (const std::string& text : texts_to_escape()) EXPECT_EQ(json_is_text_n(text.data(), text.size()), 1) << text;
+    for (const std::string& text : {"\xff"s, "a long text of ASCII\xc3"s, "\xed\xa0\x80"s, "\xc0\x80"s}) {
+        EXPECT_EQ(json_is_text_n(text.data(), text.size()), 0) << text;
+        EXPECT_EQ(json_new_a_n(text.data(), text.size(), "", 0), nullptr) << text;
+    }
 }
