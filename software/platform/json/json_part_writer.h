@@ -94,12 +94,18 @@ public:
         output_.advance(1);
     }
 
-    /// What stands before a child: a comma behind the one before it, and the line break.
-    void begin_child(bool is_first, size_t level) {
-        char* const room = output_.room_for(1 + kLineBreak);
-        char* out = room;
-        if (!is_first) *out++ = ',';
-        output_.advance(static_cast<size_t>(put_line_break(out, level) - room));
+    /// What stands before an element: a comma behind the one before it, and the line break.
+    void begin_element(bool is_first, size_t level) {
+        char* const room = output_.room_for(kSeparator);
+        output_.advance(static_cast<size_t>(put_separator(room, is_first, level) - room));
+    }
+
+    /// The same before a member, and its name.
+    void begin_member(bool is_first, size_t level, std::string_view name) {
+        if (name.size() > kBlock) return begin_long_member(is_first, level, name);
+        char* const room = output_.room_for(kSeparator + room_for_quoted(name) + kColon);
+        char* const out = put_colon(put_quoted_at(put_separator(room, is_first, level), name));
+        output_.advance(static_cast<size_t>(out - room));
     }
 
     /// What stands behind the last child.
@@ -108,14 +114,6 @@ public:
         char* out = put_line_break(room, level);
         *out++ = bracket;
         output_.advance(static_cast<size_t>(out - room));
-    }
-
-    void put_name(std::string_view name) {
-        put_quoted(name);
-        char* const room = output_.room_for(2);
-        room[0] = ':';
-        room[1] = ' ';
-        output_.advance(formatted_ ? 2 : 1);
     }
 
     /// A value that is no container, of that type.
@@ -132,20 +130,53 @@ public:
 private:
     static constexpr size_t kBlock = 1024;  // bytes
     static constexpr size_t kLineBreak = 1 + JSON_MAX_INDENT;
+    static constexpr size_t kSeparator = 1 + kLineBreak;
+    static constexpr size_t kColon = 2;
+
+    static constexpr size_t room_for_quoted(std::string_view text) {
+        return 2 + text.size() * JSON_LONGEST_ESCAPE + kBlockBytes;
+    }
+
+    static char* put_quoted_at(char* out, std::string_view text) {
+        *out++ = '"';
+        out = put_escaped(out, text);
+        *out++ = '"';
+        return out;
+    }
 
     void put_quoted(std::string_view text) {
-        constexpr size_t kQuotes = 2;
-        for (bool is_first = true, is_last = false; !is_last; is_first = false) {
+        if (text.size() > kBlock) return put_long_quoted(text);
+        char* const room = output_.room_for(room_for_quoted(text));
+        output_.advance(static_cast<size_t>(put_quoted_at(room, text) - room));
+    }
+
+    void put_long_quoted(std::string_view text) {
+        put('"');
+        while (!text.empty()) {
             const std::string_view block = text.substr(0, kBlock);
+            char* const room = output_.room_for(room_for_quoted(block));
+            output_.advance(static_cast<size_t>(put_escaped(room, block) - room));
             text.remove_prefix(block.size());
-            is_last = text.empty();
-            char* const room = output_.room_for(kQuotes + block.size() * JSON_LONGEST_ESCAPE + kBlockBytes);
-            char* out = room;
-            if (is_first) *out++ = '"';
-            out = put_escaped(out, block);
-            if (is_last) *out++ = '"';
-            output_.advance(static_cast<size_t>(out - room));
         }
+        put('"');
+    }
+
+    void begin_long_member(bool is_first, size_t level, std::string_view name) {
+        begin_element(is_first, level);
+        put_long_quoted(name);
+        char* const room = output_.room_for(kColon);
+        output_.advance(static_cast<size_t>(put_colon(room) - room));
+    }
+
+    char* put_colon(char* out) const {
+        *out++ = ':';
+        if (formatted_) *out++ = ' ';
+        return out;
+    }
+
+    char* put_separator(char* out, bool is_first, size_t level) const {
+        if (!is_first) *out++ = ',';
+        return put_line_break(out, level);
     }
 
     /// Bounded, or the text of a deep tree would grow with the square of its depth.

@@ -178,9 +178,11 @@ private:
 
     void begin_child(std::string_view name) {
         Level& level = open_.back();
-        writer_.begin_child(level.empty, open_.size());
+        if (level.type == JSON_NODE)
+            writer_.begin_member(level.empty, open_.size(), name);
+        else
+            writer_.begin_element(level.empty, open_.size());
         level.empty = false;
-        if (level.type == JSON_NODE) writer_.put_name(name);
     }
 
     void close() {

@@ -88,9 +88,12 @@ void write_path(Output& output, Path path, bool formatted) {
             open.pop_back();
             continue;
         }
-        writer.begin_child(next == 0, open.size());
+        const bool is_first = next == 0;
         const JSONNODE* child = children[next++];
-        if (container->type == JSON_NODE) writer.put_name(child->name.view());
+        if (container->type == JSON_NODE)
+            writer.begin_member(is_first, open.size(), child->name.view());
+        else
+            writer.begin_element(is_first, open.size());
         start(child);
     }
 }

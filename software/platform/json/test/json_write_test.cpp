@@ -154,6 +154,23 @@ TEST(JsonWrite, InPiecesEndsWhenTheTakerRefuses) {
     EXPECT_EQ(json_write_formatted_to(nullptr, nullptr, nullptr), 0);
 }
 
+TEST(JsonWrite, KeepsNamesAndStringsOfAnyLength) {
+    for (const size_t length : {0U, 1U, 7U, 15U, 16U, 17U, 1023U, 1024U, 1025U, 2048U, 5000U}) {
+        for (const char* piece : {"plain", "\"", "\x01 ", "\\n"}) {
+            std::string text;
+            while (text.size() < length) text += piece;
+            const Json object(json_new(JSON_NODE));
+            json_push_back(object.get(), json_new_a_n(text.data(), text.size(), text.data(), text.size()));
+            for (const std::string& written : {compact(object), formatted(object.get())}) {
+                const Json again = parse(written);
+                ASSERT_NE(again, nullptr) << written;
+                EXPECT_EQ(name_of(json_at(again.get(), 0)), text);
+                EXPECT_EQ(text_of(json_at(again.get(), 0)), text);
+            }
+        }
+    }
+}
+
 std::vector<std::string> texts_to_escape() {
     std::string every_byte(1, '\0');
     for (char c = 0x7f; c > 0; --c) every_byte += c;
