@@ -9,6 +9,7 @@
 
 #include "qo_json.h"
 #include "qo_pushpull_process_api.h"
+#include "request_tree_writer.h"
 
 namespace {
 
@@ -37,6 +38,7 @@ void check_reading_back(QoProcessApi& request) {
     request.toJSON();
     const std::string text = request.getJsonString();
     require(!text.empty(), "what was read can be written");
+    require(text == QoRequestTreeWriter::write(request), "the text is that of the request's tree");
 
     QoProcessApi again;
     require(again.parseJSON(text) == 0, "a written request is valid");

@@ -15,7 +15,7 @@
 #include "qo_pushpull_deadline.h"
 #include "qo_pushpull_descriptor.h"
 #include "qo_pushpull_error_codes.h"
-#include "qo_pushpull_process_api.h"
+#include "qo_pushpull_request_text.h"
 
 namespace {
 
@@ -44,11 +44,12 @@ int32_t as_request_value(int64_t attribute) {
     return static_cast<int32_t>(attribute);
 }
 
-void set_queue_attributes(QoProcessApi& request, const mq_attr& attributes) {
-    request.setque_flags(as_request_value(attributes.mq_flags));
-    request.setque_maxmsg(as_request_value(attributes.mq_maxmsg));
-    request.setque_msgsize(as_request_value(attributes.mq_msgsize));
-    request.setque_curmsgs(as_request_value(attributes.mq_curmsgs));
+QoRequestFields::Queue as_request_queue(const mq_attr* attributes) {
+    if (attributes == nullptr) return {};
+    return {.flags = as_request_value(attributes->mq_flags),
+            .maxmsg = as_request_value(attributes->mq_maxmsg),
+            .msgsize = as_request_value(attributes->mq_msgsize),
+            .curmsgs = as_request_value(attributes->mq_curmsgs)};
 }
 
 }  // namespace
@@ -108,35 +109,43 @@ int32_t QoPushpullApi::check_delete_authority(eQO_CMP_IDs_ comp_id) {
 
 int32_t QoPushpullApi::comp_register(eQO_CMP_IDs_ comp_id, std::string queue_name, const mq_attr* attributes) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, queue_name, QO_REQUEST_REGISTER, attributes),
+        *this,
+        request_text({.function = QO_REQUEST_REGISTER,
+                      .comp_id = comp_id,
+                      .buffer = queue_name,
+                      .queue = as_request_queue(attributes)}),
         [] { syslog(LOG_ERR, "QoPushpullApi: register : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi:comp_register : post_msg.size() = %d", size); });
 }
 
 int32_t QoPushpullApi::comp_unregister(eQO_CMP_IDs_ comp_id) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, "", QO_REQUEST_UNREGISTER),
+        *this, request_text({.function = QO_REQUEST_UNREGISTER, .comp_id = comp_id}),
         [] { syslog(LOG_ERR, "QoPushpullApi: unregister : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi:comp_unregister:post_msg.size() = %d", size); });
 }
 
 int32_t QoPushpullApi::subscribe(eQO_CMP_IDs_ comp_id, std::string pointer, bool notify_on_change_only) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, pointer, QO_REQUEST_SUBSCRIBE, nullptr, notify_on_change_only),
+        *this,
+        request_text({.function = QO_REQUEST_SUBSCRIBE,
+                      .comp_id = comp_id,
+                      .buffer = pointer,
+                      .notify_on_change_only = notify_on_change_only}),
         [] { syslog(LOG_ERR, "QoPushpullApi: subscribe : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi :subscribe : post_msg.size() = %d", size); });
 }
 
 int32_t QoPushpullApi::un_subscribe(eQO_CMP_IDs_ comp_id, std::string pointer) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, pointer, QO_REQUEST_UNSUBSCRIBE),
+        *this, request_text({.function = QO_REQUEST_UNSUBSCRIBE, .comp_id = comp_id, .buffer = pointer}),
         [] { syslog(LOG_ERR, "QoPushpullApi: un_subscribe : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi :un_subscribe : post_msg.size() = %d", size); });
 }
 
 int32_t QoPushpullApi::publish(eQO_CMP_IDs_ comp_id, std::string json) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, json, QO_REQUEST_PUBLISH),
+        *this, request_text({.function = QO_REQUEST_PUBLISH, .comp_id = comp_id, .buffer = json}),
         [] { syslog(LOG_ERR, "QoPushpullApi: publish : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi :publish : post_msg.size() = %d", size); });
 }
@@ -144,29 +153,32 @@ int32_t QoPushpullApi::publish(eQO_CMP_IDs_ comp_id, std::string json) {
 int32_t QoPushpullApi::get(eQO_CMP_IDs_ comp_id, std::string pointer, std::string sender_id, bool pack_and_send) {
     return post_or_report(
         *this,
-        build_json_post_msg(comp_id, pointer, QO_REQUEST_GET, nullptr, false, sender_id, QO_CMPID_RESERVED,
-                            pack_and_send),
+        request_text({.function = QO_REQUEST_GET,
+                      .comp_id = comp_id,
+                      .buffer = pointer,
+                      .sender_id = sender_id,
+                      .pack_and_send = pack_and_send}),
         [] { syslog(LOG_ERR, "QoPushpullApi: get : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi :get : post_msg.size() = %d", size); });
 }
 
 int32_t QoPushpullApi::flush(eQO_CMP_IDs_ comp_id) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, "", QO_REQUEST_SAVE),
+        *this, request_text({.function = QO_REQUEST_SAVE, .comp_id = comp_id}),
         [] { syslog(LOG_ERR, "QoPushpullApi: flush : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi :flush : post_msg.size() = %d", size); });
 }
 
 int32_t QoPushpullApi::save_complete_tree(eQO_CMP_IDs_ comp_id) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, "", QO_REQUEST_SAVE_DEBUG),
+        *this, request_text({.function = QO_REQUEST_SAVE_DEBUG, .comp_id = comp_id}),
         [] { syslog(LOG_ERR, "QoPushpullApi: save_complete_tree : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi :save_complete_tree : post_msg.size() = %d", size); });
 }
 
 int32_t QoPushpullApi::clear(eQO_CMP_IDs_ comp_id, std::string pointer) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, pointer, QO_REQUEST_CLEAR),
+        *this, request_text({.function = QO_REQUEST_CLEAR, .comp_id = comp_id, .buffer = pointer}),
         [] { syslog(LOG_ERR, "QoPushpullApi: clear : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi :clear : post_msg.size() = %d", size); });
 }
@@ -178,14 +190,14 @@ int32_t QoPushpullApi::delete_node(eQO_CMP_IDs_ comp_id, std::string pointer) {
         return -1;
     }
     return post_or_report(
-        *this, build_json_post_msg(comp_id, pointer, QO_REQUEST_DELETE),
+        *this, request_text({.function = QO_REQUEST_DELETE, .comp_id = comp_id, .buffer = pointer}),
         [] { syslog(LOG_ERR, "QoPushpullApi: delete_node : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi :delete_node : post_msg.size() = %d", size); });
 }
 
 int32_t QoPushpullApi::init_request(eQO_CMP_IDs_ comp_id, std::string text) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, text, QO_REQUEST_INIT),
+        *this, request_text({.function = QO_REQUEST_INIT, .comp_id = comp_id, .buffer = text}),
         [&text] { syslog(LOG_ERR, "QoPushpullApi: %s init_request:mq_send: failed:", text.c_str()); },
         [&text](int size) {
             syslog(LOG_ERR, "QoPushpullApi :%s init_request:post_msg.size() = %d", text.c_str(), size);
@@ -194,7 +206,7 @@ int32_t QoPushpullApi::init_request(eQO_CMP_IDs_ comp_id, std::string text) {
 
 int32_t QoPushpullApi::exit_request(eQO_CMP_IDs_ comp_id, std::string text) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, text, QO_REQUEST_EXIT),
+        *this, request_text({.function = QO_REQUEST_EXIT, .comp_id = comp_id, .buffer = text}),
         [&text] { syslog(LOG_ERR, "QoPushpullApi: %s exit_request:mq_send: failed:", text.c_str()); },
         [&text](int size) {
             syslog(LOG_ERR, "QoPushpullApi :%s exit_request:post_msg.size() = %d", text.c_str(), size);
@@ -205,7 +217,8 @@ int32_t QoPushpullApi::exit_request(eQO_CMP_IDs_ comp_id, std::string text) {
 // Test: ApiOperation.FailsAfterItsSendFailedInItsOwnWords
 int32_t QoPushpullApi::comp_sync(eQO_CMP_IDs_ comp_id, eQO_CMP_IDs_ destination, std::string pointer) {
     return post_or_report(
-        *this, build_json_post_msg(comp_id, pointer, QO_REQUEST_SYNC, nullptr, false, "", destination),
+        *this,
+        request_text({.function = QO_REQUEST_SYNC, .comp_id = comp_id, .buffer = pointer, .dst_comp_id = destination}),
         [] { syslog(LOG_ERR, "QoPushpullApi: register : mq_send: failed:"); },
         [](int size) { syslog(LOG_ERR, "QoPushpullApi:comp_register : post_msg.size() = %d", size); });
 }
@@ -229,17 +242,20 @@ QoPushpullTransmitQueue* QoPushpullApi::create_transmit_queue(std::string name, 
 std::string QoPushpullApi::build_json_post_msg(eQO_CMP_IDs_ cmpID, const std::string& data, const std::string& action,
                                                const mq_attr* que_attr, bool notify_flag, const std::string& senderId,
                                                eQO_CMP_IDs_ dstcmpID, bool pack_and_send) {
-    QoProcessApi request;
-    request.setcomp_id(cmpID);
-    request.setdstcomp_id(dstcmpID);
-    request.setBuff(data);
-    request.setfunction(action);
-    request.setsenderId(senderId);
-    request.set_notify_on_change_only(notify_flag);
-    request.set_pack_and_send(pack_and_send);
-    if (que_attr != nullptr) set_queue_attributes(request, *que_attr);
-    request.toJSON();
-    return request.getJsonString();
+    return qo_request_text({.function = action,
+                            .comp_id = cmpID,
+                            .buffer = data,
+                            .queue = as_request_queue(que_attr),
+                            .notify_on_change_only = notify_flag,
+                            .sender_id = senderId,
+                            .dst_comp_id = dstcmpID,
+                            .pack_and_send = pack_and_send},
+                           {});
+}
+
+const std::string& QoPushpullApi::request_text(const QoRequestFields& request) {
+    request_text_ = qo_request_text(request, std::move(request_text_));
+    return request_text_;
 }
 
 bool QoPushpullApi::reopen_queue() {

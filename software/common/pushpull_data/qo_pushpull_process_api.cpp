@@ -1,4 +1,4 @@
-// The text of a request: written by the client library, read by the service.
+// A request: its fields, and how its text is read.
 #include "qo_pushpull_process_api.h"
 
 #include <syslog.h>
@@ -7,8 +7,8 @@
 #include <string_view>
 #include <utility>
 
-#include "qo_pushpull_conventions.h"
 #include "qo_pushpull_json.h"
+#include "qo_pushpull_request_text.h"
 
 namespace {
 
@@ -68,43 +68,6 @@ int take_root_member(QoProcessApi& request, JSONNODE* member) {
     return 0;
 }
 
-// ---- writing ----
-
-/// As qo_json_push_back(): false for a node that could not be made.
-bool add(const QoJsonNode& parent, QoJsonNode child) { return qo_json_push_back(parent.get(), std::move(child)); }
-
-bool add_text(const QoJsonNode& parent, std::string_view name, const std::string& text) {
-    return add(parent, QoJsonNode(json_new_a_n(name.data(), name.size(), text.data(), text.size())));
-}
-
-bool add_number(const QoJsonNode& parent, const char* name, int32_t value) {
-    return add(parent, QoJsonNode(json_new_i(name, value)));
-}
-
-bool add_flag_if_set(const QoJsonNode& parent, const char* name, bool flag) {
-    return !flag || add(parent, QoJsonNode(json_new_b(name, 1)));
-}
-
-bool add_arg(const QoJsonNode& root, const QoProcessApi& request) {
-    QoJsonNode arg = qo_json_new_named(JSON_NODE, "arg");
-    const eQO_CMP_IDs_ destination = request.getdstcomp_id();
-    return add_number(arg, "comp_id", request.getcomp_id()) &&
-           (destination == QO_CMPID_RESERVED || add_number(arg, "dst_comp_id", destination)) &&
-           add_text(arg, "buffer", request.getBuff()) &&
-           add_flag_if_set(arg, "notifyOnChangeOnly", request.get_notify_on_change_only()) &&
-           add_flag_if_set(arg, "pack_and_send", request.get_pack_and_send()) &&
-           (request.getsenderId().empty() || add_text(arg, "sender_id", request.getsenderId())) &&
-           add(root, std::move(arg));
-}
-
-bool add_que_if_usable(const QoJsonNode& root, const QoProcessApi& request) {
-    if (!qo_queue_attributes_count(request.getque_maxmsg(), request.getque_msgsize())) return true;
-    QoJsonNode que = qo_json_new_named(JSON_NODE, "que");
-    return add_number(que, "flags", request.getque_flags()) && add_number(que, "maxmsg", request.getque_maxmsg()) &&
-           add_number(que, "msgsize", request.getque_msgsize()) &&
-           add_number(que, "curmsgs", request.getque_curmsgs()) && add(root, std::move(que));
-}
-
 // ---- fields ----
 
 constexpr size_t kKeptRoom = 16384;  // bytes of a field that stay for the next text
@@ -144,10 +107,16 @@ int QoProcessApi::parseJSON(const std::string& text) {
 }
 
 void QoProcessApi::toJSON() {
-    const QoJsonNode root(json_new(JSON_NODE));
-    const bool complete =
-        add_text(root, "function", getfunction()) && add_arg(root, *this) && add_que_if_usable(root, *this);
-    setJsonString(complete ? qo_json_write_formatted(root.get()) : std::string());
+    const QoRequestFields fields{.function = getfunction(),
+                                 .comp_id = pcomp_id,
+                                 .buffer = getBuff(),
+                                 .queue = {que_flags, que_maxmsg, que_msgsize, que_curmsgs},
+                                 .notify_on_change_only = notify_on_change_only,
+                                 .sender_id = getsenderId(),
+                                 .dst_comp_id = dst_comp_id,
+                                 .pack_and_send = pack_and_send};
+    if (pjsonstring.use_count() > 1) pjsonstring = std::make_shared<std::string>();
+    *pjsonstring = qo_request_text(fields, std::move(*pjsonstring));
 }
 
 void QoProcessApi::setfunction(std::string_view function) { assign(paction, function); }

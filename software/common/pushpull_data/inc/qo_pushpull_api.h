@@ -38,6 +38,8 @@
 #include "qo_component_ids.h"
 #include "qo_pushpull_message_queue.h"
 
+struct QoRequestFields;
+
 /// How long an operation waits for the service's queue. The defaults are those of the system.
 struct QoPushpullApiTimings {
     std::chrono::milliseconds reopen_pause{1000};   // before each of the 5 attempts to open a missing queue
@@ -194,10 +196,13 @@ public:
 
 private:
     bool reopen_queue();
+    /// The text of one request, in request_text_.
+    const std::string& request_text(const QoRequestFields& request);
 
     mqd_t queue_descriptor;  // 0 before init and after terminate, -1 after a failed open
     std::string subq_name;   // fixed after construction
     QoPushpullApiTimings timings_;
+    std::string request_text_;  // of the last operation; its memory serves the next one
 };
 
 #endif

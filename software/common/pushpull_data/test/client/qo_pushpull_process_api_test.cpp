@@ -4,10 +4,12 @@
 #include <mqueue.h>
 
 #include <limits>
+#include <random>
 
 #include "log_capture.h"
 #include "qo_json.h"
 #include "qo_pushpull_api.h"
+#include "request_tree_writer.h"
 
 namespace {
 
@@ -201,6 +203,90 @@ TEST(RequestText, IsReadBackAsItWasBuilt) {
     EXPECT_TRUE(read.get_pack_and_send());
 }
 
+// ---- the text written straight, and by way of a tree ----
+
+/// Makes up requests. The same ones in every run.
+class RequestMaker {
+public:
+    QoProcessApi next() {
+        QoProcessApi request;
+        request.setfunction(text());
+        request.setBuff(text());
+        if (chance(2)) request.setsenderId(text());
+        request.setcomp_id(static_cast<eQO_CMP_IDs_>(number()));
+        request.setdstcomp_id(static_cast<eQO_CMP_IDs_>(number()));
+        request.setque_flags(number());
+        request.setque_maxmsg(number());
+        request.setque_msgsize(number());
+        request.setque_curmsgs(number());
+        request.set_notify_on_change_only(chance(2));
+        request.set_pack_and_send(chance(2));
+        return request;
+    }
+
+private:
+    size_t below(size_t end) { return std::uniform_int_distribution<size_t>(0, end - 1)(random_); }
+    bool chance(size_t one_in) { return below(one_in) == 0; }
+
+    int32_t number() {
+        const int32_t ends[] = {0, 1, -1, std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max()};
+        return chance(2) ? ends[below(std::size(ends))] : static_cast<int32_t>(random_());
+    }
+
+    /// Pieces of all kinds, so that those to be escaped and broken ones come to lie anywhere in blocks.
+    std::string text() {
+        const std::string pieces[] = {R"({"name":"value"})",
+                                      "plain",
+                                      "/",
+                                      "\"",
+                                      "\\",
+                                      "\n\t\r\b\f",
+                                      std::string(1, '\0'),
+                                      "\x1f\x7f",
+                                      "\xc3\xa4",
+                                      "\xe2\x82\xac",
+                                      "\xf0\x9f\x92\xa7",
+                                      "\xed\x9f\xbf",
+                                      std::string(200, 's'),
+                                      std::string(40, '\x01')};
+        const std::string broken[] = {"\xff", "\xc3", "\xed\xa0\x80", "\xf4\x90\x80\x80", "\xc0\x80"};
+        std::string text;
+        for (size_t count = below(chance(20) ? 400 : 12); count > 0; --count)
+            text += chance(2000) ? broken[below(std::size(broken))] : pieces[below(std::size(pieces))];
+        return text;
+    }
+
+    std::mt19937 random_;
+};
+
+TEST(RequestText, IsThatOfTheTreeWhateverTheRequestHolds) {
+    RequestMaker maker;
+    QoProcessApi reused;
+    int refused = 0;
+    for (int i = 0; i < 3000; ++i) {
+        QoProcessApi request = maker.next();
+        request.toJSON();
+        ASSERT_EQ(request.getJsonString(), QoRequestTreeWriter::write(request)) << "request " << i;
+        if (request.getJsonString().empty()) ++refused;
+        // Written where a longer or shorter text was before.
+        reused.setBuff(request.getBuff());
+        reused.toJSON();
+        ASSERT_EQ(reused.getJsonString(), QoRequestTreeWriter::write(reused)) << "request " << i;
+    }
+    EXPECT_GT(refused, 30);
+    EXPECT_LT(refused, 1500);
+}
+
+TEST(RequestText, IsThatOfTheTreeWhereverABlockEnds) {
+    for (size_t length = 0; length < 600; ++length)
+        for (const char* last : {"", "\"", "\x01", "\xc3\xa4", "\xc3"}) {
+            QoProcessApi request;
+            request.setBuff(std::string(length, 'x') + last);
+            request.toJSON();
+            ASSERT_EQ(request.getJsonString(), QoRequestTreeWriter::write(request)) << length << last;
+        }
+}
+
 // ---- parsing ----
 
 TEST(Request, HoldsEmptyTextsZerosAndFalseFlagsAtFirst) {
@@ -364,6 +450,17 @@ INSTANTIATE_TEST_SUITE_P(OnEachLevel, RequestList,
                                          ListWithoutNode{3, "Invalid JSONNODE_ITERATOR : que_iter"}));
 
 // ---- the object ----
+
+TEST(Request, CopyKeepsItsTextWhenTheOriginalIsWrittenAgain) {
+    QoProcessApi request;
+    request.toJSON();
+    const QoProcessApi copy = request;
+    const std::string text = copy.getJsonString();
+    request.setBuff("other");
+    request.toJSON();
+    EXPECT_EQ(copy.getJsonString(), text);
+    EXPECT_NE(request.getJsonString(), text);
+}
 
 TEST(Request, CopyKeepsItsValuesWhenTheOriginalChanges) {
     QoProcessApi request = parsed(arg_with(R"("buffer":"first","sender_id":"s")"));
