@@ -27,8 +27,8 @@ namespace {
 /// before the mutex of a store, which is let go while the disk works.
 std::mutex saving_mutex;
 
-/// What the file of a tree that is not empty begins with: all up to the value of its member "crc", which comes first,
-/// and the comma behind it. Nothing when that member cannot be made.
+/// What the file of a tree begins with: all up to the value of its member "crc", which comes first. Nothing when that
+/// member cannot be made.
 std::optional<std::string> text_of_crc(const std::string& digits) {
     const QoJsonNode crc_alone(json_new(JSON_NODE));
     // Refused only when the member could not be made.
@@ -39,16 +39,16 @@ std::optional<std::string> text_of_crc(const std::string& digits) {
     return text;
 }
 
-/// Appends the text of the tree, which is an object, without its opening brace, so that it can follow the member "crc".
+/// Appends the text of the tree, which is an object, so that it follows the member "crc" instead of an opening brace.
 /// @return the CRC of the whole text; nothing when the disk refused it.
-std::optional<uint32_t> append_tree(QoFileReplacement& file, const JSONNODE* tree) {
-    const bool is_empty = json_empty(tree) != 0;
+std::optional<uint32_t> append_tree(QoFileReplacement& file, const QoJsonSnapshot& tree) {
     uint32_t crc = QO_CRC32_START;
     bool first = true;
-    const bool written = qo_json_write_formatted_to(tree, [&](std::string_view piece) {
+    const bool written = tree.write_formatted_to([&](std::string_view piece) {
         crc = qo_crc32_update(crc, piece);
-        if (std::exchange(first, false)) piece.remove_prefix(1);
-        return file.append(is_empty ? "\n}" : piece);
+        if (!std::exchange(first, false)) return file.append(piece);
+        if (piece == "{}") return file.append("\n}");
+        return file.append(",") && file.append(piece.substr(1));
     });
     return written ? std::optional(crc) : std::nullopt;
 }
@@ -58,13 +58,12 @@ enum class Written { whole, no_crc, refused };
 /// Writes the saved file of a tree: its formatted text with the CRC of that as first member. Only pieces of it are in
 /// memory, so the CRC is known when the text is written: its digits are put in then. When there are fewer than
 /// expected, because the first ones are 0, the text is written a second time.
-Written write_saved_text(QoFileReplacement& file, const JSONNODE* tree) {
-    if (json_type(tree) != JSON_NODE) return Written::no_crc;
+Written write_saved_text(QoFileReplacement& file, const QoJsonSnapshot& tree) {
+    if (tree.type() != JSON_NODE) return Written::no_crc;
     for (std::string digits(8, '0');;) {
         const std::optional<std::string> beginning = text_of_crc(digits);
         if (!beginning) return Written::no_crc;
-        if (!file.restart() || !file.append(*beginning) || (json_empty(tree) == 0 && !file.append(",")))
-            return Written::refused;
+        if (!file.restart() || !file.append(*beginning)) return Written::refused;
         const std::optional<uint32_t> crc = append_tree(file, tree);
         if (!crc) return Written::refused;
         const std::string calculated = FormatTreeCrc(*crc);
@@ -137,7 +136,8 @@ int DataMgr::SaveDataTree(bool timer_triggered, bool quiet) {
         return -1;
     }
 
-    QoJsonNode copy;
+    // A publish waits while this is made, and for nothing else of a save.
+    QoJsonSnapshot snapshot;
     std::optional<TakenTimer> timer;
     {
         const QoMutexLock lock(mutex_);
@@ -145,17 +145,15 @@ int DataMgr::SaveDataTree(bool timer_triggered, bool quiet) {
             if (!quiet) QO_LOG_IN("SaveDataTree", LOG_ERR, "No data tree available to save");
             return -1;
         }
-        copy.reset(json_duplicate(data_tree_));
-        if (!copy) {
+        snapshot = QoJsonSnapshot(data_tree_, Initializer::TakePersistent);
+        if (!snapshot) {
             if (!quiet) QO_LOG_IN("SaveDataTree", LOG_ERR, "json duplicate failed.");
             return -1;
         }
         timer.emplace(*this);
     }
     qo_report_life();
-    initializer_->TrimNonPersistentData(copy.get());
-    qo_report_life();
-    const Written written = write_saved_text(file, copy.get());
+    const Written written = write_saved_text(file, snapshot);
     if (written == Written::no_crc) {
         if (!quiet) QO_LOG_IN("SaveDataTree", LOG_ERR, "json new failed.");
         return -1;
@@ -164,7 +162,7 @@ int DataMgr::SaveDataTree(bool timer_triggered, bool quiet) {
         if (!quiet) QO_LOG_IN("SaveDataTree", LOG_ERR, "Couldn't write file to save the data tree: %m");
         return -1;
     }
-    copy.reset();
+    snapshot = {};
 
     const QoFileReplacement::Former former = file.keep_former();
     using Former = QoFileReplacement::Former;

@@ -4,6 +4,7 @@
 #include <string.h>
 #include <syslog.h>
 
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -65,21 +66,24 @@ int Initializer::CreateDefaultTree() {
 
 namespace {
 
-bool any_child(const JSONNODE* node, bool (*matches)(const JSONNODE*)) {
-    for (size_t i = 0; i < json_size(node); ++i)
-        if (matches(json_at(node, i))) return true;
-    return false;
-}
+constexpr std::string_view kDoNotPersist = "doNotPersist";
 
+// The timer's thread asks while the main thread may be searching the same node.
 bool is_non_persistent(const JSONNODE* node) {
-    return any_child(
-        node,
-        [](const JSONNODE* member) { return qo_json_name(member) == "doNotPersist" && json_as_bool(member) != 0; });
+    const size_t size = json_size(node);
+    for (size_t at = 0; at < size; ++at) {
+        at = json_scan_n(node, at, kDoNotPersist.data(), kDoNotPersist.size());
+        if (at < size && json_as_bool(json_at(node, at)) != 0) return true;
+    }
+    return false;
 }
 
 // An array goes as a whole, for any of its elements.
 bool is_left_out(const JSONNODE* child) {
-    return json_type(child) == JSON_ARRAY ? any_child(child, is_non_persistent) : is_non_persistent(child);
+    if (json_type(child) != JSON_ARRAY) return is_non_persistent(child);
+    for (size_t i = 0; i < json_size(child); ++i)
+        if (is_non_persistent(json_at(child, i))) return true;
+    return false;
 }
 
 }  // namespace
@@ -90,6 +94,11 @@ bool Initializer::IsNodeNonPersistent(JSONNODE* node) {
         return false;
     }
     return is_non_persistent(node);
+}
+
+JSON_TAKE Initializer::TakePersistent(const JSONNODE* node) {
+    if (is_left_out(node)) return JSON_TAKE_NOTHING;
+    return json_type(node) == JSON_ARRAY ? JSON_TAKE_CHILDREN : JSON_TAKE_CHOSEN;
 }
 
 int Initializer::TrimNonPersistentData(JSONNODE* node) {

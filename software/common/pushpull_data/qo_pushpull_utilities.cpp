@@ -10,6 +10,8 @@
 #include <ostream>
 #include <sstream>
 
+#include <zlib.h>
+
 #include "qo_pushpull_file_reader.h"
 #include "qo_pushpull_json.h"
 
@@ -39,9 +41,9 @@ constexpr std::array<uint32_t, 256> QO_PUSHPULL_CRC32_TABLE_04C11DB7 = make_crc3
 uint32_t CalcCrc32(std::string text) { return qo_crc32_update(QO_CRC32_START, text); }
 
 uint32_t qo_crc32_update(uint32_t crc, std::string_view text) {
-    for (const char byte : text)
-        crc = QO_PUSHPULL_CRC32_TABLE_04C11DB7[(static_cast<unsigned char>(byte) ^ crc) & 0xFFU] ^ (crc >> 8U);
-    return crc;
+    if (text.empty()) return crc;  // of which zlib might get a null, and begin anew
+    // zlib inverts what it is given and what it gives.
+    return ~static_cast<uint32_t>(crc32_z(~crc, reinterpret_cast<const Bytef*>(text.data()), text.size()));
 }
 
 // ---- files ----

@@ -47,7 +47,7 @@ enum eQO_PUBLISH_AUTHORITY_ : int32_t {
     QO_ALLOW_PUBLISH_THIS_NODE_AND_BELOW = 2,  // everything from here down
 };
 
-/// Bytes of memory, near enough, that publishes may let the data tree grow to. A save takes as much again for its copy.
+/// Bytes of memory, near enough, that publishes may let the data tree grow to. A save takes as much again at most.
 inline constexpr int64_t QO_MAX_TREE_BYTES = int64_t{64} * 1024 * 1024;
 inline constexpr int64_t QO_MAX_PLACEHOLDERS = 65536;  // array elements that one published id may add
 inline constexpr int QO_MAX_LOGGED_REFUSALS = 1000;    // nodes that one publish may log as refused by write authority

@@ -16,8 +16,8 @@ inline constexpr int QO_STORE_TRY_AGAIN = -2;
 
 /// Owner of the default tree, which is a site's defaults file ("defaults.json", whole) or, when that is missing, does
 /// not parse or is no object, the built-in tree. The tree does not change between Init and Terminate. Main thread, but
-/// for IsNodeNonPersistent and TrimNonPersistentData: they touch only the node that they are given and may run on any
-/// thread.
+/// for IsNodeNonPersistent, TrimNonPersistentData and TakePersistent: they touch only the node that they are given and
+/// may run on any thread.
 class Initializer {
 public:
     /// Holds no tree yet. `defaults_directory` is where the defaults file is looked for and ends in "/".
@@ -45,6 +45,8 @@ public:
     /// proportion to the tree; no recursion.
     /// @return 0; -1 for a null node, which is logged at LOG_ERR
     int TrimNonPersistentData(JSONNODE* node);
+    /// For a snapshot of a tree that lacks what TrimNonPersistentData would take out of it: what of a node is taken.
+    static JSON_TAKE TakePersistent(const JSONNODE* node);
     /// Frees the tree, if any. @return 0
     int Terminate();
 

@@ -26,6 +26,7 @@ namespace {
 std::function<bool(const std::string&)> on_disk_call;
 int refused_link_errno = 0;
 bool refuse_duplicate = false;
+bool refuse_snapshot = false;
 bool refuse_new_text = false;
 
 bool disk_refuses(const char* call) {
@@ -43,6 +44,7 @@ int __real_unlink(const char* path);
 int __real_fsync(int descriptor);
 ssize_t __real_write(int descriptor, const void* data, size_t size);
 JSONNODE* __real_json_duplicate(const JSONNODE* node);
+JSONSNAPSHOT* __real_json_snapshot_new(const JSONNODE* node, json_chooser choose, void* context);
 JSONNODE* __real_json_new_a(const char* name, const char* value);
 
 int __wrap_rename(const char* from, const char* to) { return disk_refuses("rename") ? -1 : __real_rename(from, to); }
@@ -60,6 +62,9 @@ ssize_t __wrap_write(int descriptor, const void* data, size_t size) {
 }
 JSONNODE* __wrap_json_duplicate(const JSONNODE* node) {
     return refuse_duplicate ? nullptr : __real_json_duplicate(node);
+}
+JSONSNAPSHOT* __wrap_json_snapshot_new(const JSONNODE* node, json_chooser choose, void* context) {
+    return refuse_snapshot ? nullptr : __real_json_snapshot_new(node, choose, context);
 }
 JSONNODE* __wrap_json_new_a(const char* name, const char* value) {
     return refuse_new_text ? nullptr : __real_json_new_a(name, value);
@@ -104,6 +109,7 @@ protected:
         on_disk_call = nullptr;
         refused_link_errno = 0;
         refuse_duplicate = false;
+        refuse_snapshot = false;
         refuse_new_text = false;
     }
 
@@ -698,9 +704,9 @@ TEST_F(FailingSave, WithoutATreeThereIsNothingToSave) {
 
 TEST_F(FailingSave, ATreeThatCannotBeCopiedIsNotSaved) {
     load_with_history();
-    refuse_duplicate = true;
+    refuse_snapshot = true;
     expect_refused(error_line("json duplicate failed."));
-    refuse_duplicate = false;
+    refuse_snapshot = false;
     expect_next_save_succeeds();
 }
 

@@ -52,6 +52,23 @@ TEST(CalcCrc32, TableHasTheKnownEntries) {
     EXPECT_EQ(QO_PUSHPULL_CRC32_TABLE_04C11DB7[128], 0xEDB88320U);
 }
 
+TEST(CalcCrc32, IsThatOfTheTableByteForByteHoweverTheTextIsCut) {
+    std::string text;
+    for (int i = 0; i < 3000; ++i) text += static_cast<char>(i * i + i / 7);
+    for (size_t length : {0, 1, 7, 8, 9, 63, 64, 65, 1000, 3000}) {
+        uint32_t crc = QO_CRC32_START;
+        for (size_t at = 0; at < length; ++at)
+            crc = QO_PUSHPULL_CRC32_TABLE_04C11DB7[(static_cast<unsigned char>(text[at]) ^ crc) & 0xFFU] ^ (crc >> 8U);
+        EXPECT_EQ(CalcCrc32(text.substr(0, length)), crc) << length;
+        for (size_t cut = 0; cut <= length; cut += 13) {
+            const std::string_view whole(text.data(), length);
+            uint32_t in_pieces = qo_crc32_update(QO_CRC32_START, whole.substr(0, cut));
+            in_pieces = qo_crc32_update(in_pieces, {});
+            EXPECT_EQ(qo_crc32_update(in_pieces, whole.substr(cut)), crc) << length << " cut at " << cut;
+        }
+    }
+}
+
 // ---- DoesFileExist ----
 
 class DoesFileExistTest : public ::testing::Test {
