@@ -61,6 +61,7 @@ JSONNODE* take_out(JSONNODE* parent, size_t index) {
     JSONNODE* child = children.items[index];
     qo_json::update_index(children, [child](NameIndex& names) { names.remove(child); });
     children.items.erase(children.items.begin() + static_cast<std::ptrdiff_t>(index));
+    children.last = Children::kNoPlace;
     child->parent = nullptr;
     if (children.items.empty())
         parent->children.reset();
@@ -110,14 +111,20 @@ JSONNODE* found_at(Children& children, size_t position) {
     return children.items[position];
 }
 
-/// Finds the only child of a name. Whoever looks for the members of an object mostly does so in their order, or for the
-/// same one again.
-JSONNODE* find_unique(Children& children, std::string_view name) {
+/// Whoever looks for the members of an object mostly does so in their order, or for the same one again. The next one is
+/// only known to be the first of its name where there are no namesakes.
+JSONNODE* find_near(Children& children, std::string_view name) {
     const auto& items = children.items;
-    const size_t last = children.last < items.size() ? children.last : 0;
-    const size_t next = last + 1 < items.size() ? last + 1 : 0;
-    if (items[next]->name.view() == name) return found_at(children, next);
-    if (items[last]->name.view() == name) return items[last];
+    const size_t last = children.last;
+    if (children.names == Names::unique) {
+        const size_t next = last + 1 < items.size() ? last + 1 : 0;
+        if (items[next]->name.view() == name) return found_at(children, next);
+    }
+    return last < items.size() && items[last]->name.view() == name ? items[last] : nullptr;
+}
+
+JSONNODE* find_anywhere(Children& children, std::string_view name) {
+    const auto& items = children.items;
     if (!children.index) {
         const size_t position = position_by_scan(items, name);
         return position == items.size() ? nullptr : found_at(children, position);
@@ -130,11 +137,10 @@ JSONNODE* find_unique(Children& children, std::string_view name) {
 JSONNODE* find_member(const JSONNODE* object, std::string_view name) {
     if (object == nullptr || object->type != JSON_NODE || child_count(object) == 0) return nullptr;
     Children& children = *object->children;
-    if (children.names == Names::unique) return find_unique(children, name);  // and has an index if it is large
+    if (JSONNODE* near = find_near(children, name); near != nullptr) return near;
     // Many an object is searched once in its life.
-    if (!std::exchange(children.searched, true)) return find_by_scan(children.items, name);
-    learn_names(children);
-    return children.index ? children.index->find(name) : find_by_scan(children.items, name);
+    if (std::exchange(children.searched, true) && children.names != Names::unique) learn_names(children);
+    return find_anywhere(children, name);
 }
 
 /// Before a child of that name is added behind the others.
@@ -207,6 +213,7 @@ JSONNODE_ITERATOR json_insert(JSONNODE* parent, JSONNODE_ITERATOR position, JSON
     Children& children = children_of(parent);
     children.items.insert(children.items.begin() + static_cast<std::ptrdiff_t>(index), child);
     children.names = Names::unknown;
+    children.last = Children::kNoPlace;
     child->parent = parent;
     qo_json::update_index(children, [&](NameIndex& names) { names.add(child, children.items); });
     return json_begin(parent) + index;

@@ -51,6 +51,7 @@ void rename_node(JSONNODE* node, std::string_view name) {
     node->name = std::move(renamed);
     if (siblings == nullptr) return;
     siblings->names = qo_json::Names::unknown;
+    siblings->last = qo_json::Children::kNoPlace;
     qo_json::update_index(*siblings, [&](NameIndex& names) { names.add(node, siblings->items); });
 }
 

@@ -20,9 +20,11 @@ enum class Names : uint8_t { unknown, unique, repeated };
 
 /// The children of one array or object. Present only while there are any.
 struct Children {
+    static constexpr uint32_t kNoPlace = UINT32_MAX;
+
     std::vector<JSONNODE*> items;      // owned by the node
     std::unique_ptr<NameIndex> index;  // built by the second search of a large object
-    uint32_t last = 0;                 // found by a search; where the next one looks first, once names are unique
+    uint32_t last = kNoPlace;          // found by the last search that found one; the first child of its name
     Names names = Names::unknown;
     bool searched = false;
 
@@ -30,6 +32,7 @@ struct Children {
     void forget() {
         index.reset();
         names = Names::unknown;
+        last = kNoPlace;
         searched = false;
     }
     void clear() {

@@ -166,6 +166,7 @@ TEST(JsonFindRules, RandomChangesNeverConfuseASearch) {
     const auto below = [&random](size_t limit) { return std::uniform_int_distribution<size_t>(0, limit - 1)(random); };
     const auto some_name = [&] { return "n" + std::to_string(below(40)); };
     const Json object = members(20);
+    std::string previous;
     for (int step = 0; step < 20'000; ++step) {
         const size_t size = json_size(object.get());
         const size_t position = below(size + 1);
@@ -192,7 +193,12 @@ TEST(JsonFindRules, RandomChangesNeverConfuseASearch) {
                 json_delete(json_pop_back_at(object.get(), position));
                 break;
         }
+        // Some name, that of the step before again, and two that follow each other.
         const std::string name = some_name();
-        ASSERT_EQ(find(object.get(), name), scan(object.get(), name)) << "step " << step << ", " << name;
+        const size_t begin = below(json_size(object.get()) + 1);
+        for (const std::string& wanted : {name, previous, name_of(json_at(object.get(), begin)),
+                                          name_of(json_at(object.get(), begin + 1)), previous})
+            ASSERT_EQ(find(object.get(), wanted), scan(object.get(), wanted)) << "step " << step << ", " << wanted;
+        previous = name;
     }
 }
