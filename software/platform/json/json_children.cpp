@@ -104,6 +104,8 @@ void learn_names(Children& children) {
     if (is_large(children) && !children.index) build_index(children);
     if (children.names != Names::unknown || (is_large(children) && !children.index)) return;
     children.names = has_namesakes(children) ? Names::repeated : Names::unique;
+    children.marks = 0;
+    for (const JSONNODE* child : children.items) children.marks |= qo_json::mark_of(child->name.view());
 }
 
 JSONNODE* found_at(Children& children, size_t position) {
@@ -140,11 +142,13 @@ JSONNODE* find_member(const JSONNODE* object, std::string_view name) {
     if (JSONNODE* near = find_near(children, name); near != nullptr) return near;
     // Many an object is searched once in its life.
     if (std::exchange(children.searched, true) && children.names != Names::unique) learn_names(children);
+    if (children.names != Names::unknown && (children.marks & qo_json::mark_of(name)) == 0) return nullptr;
     return find_anywhere(children, name);
 }
 
 /// Before a child of that name is added behind the others.
 void note_addition(Children& children, std::string_view name) {
+    children.marks |= qo_json::mark_of(name);
     if (children.names != Names::unique) return;
     if (children.index)
         children.names = children.index->find(name) == nullptr ? Names::unique : Names::repeated;
@@ -212,10 +216,9 @@ JSONNODE_ITERATOR json_insert(JSONNODE* parent, JSONNODE_ITERATOR position, JSON
     if (index > json_size(parent) || !may_adopt(parent, child)) return nullptr;
     Children& children = children_of(parent);
     children.items.insert(children.items.begin() + static_cast<std::ptrdiff_t>(index), child);
-    children.names = Names::unknown;
-    children.last = Children::kNoPlace;
     child->parent = parent;
     qo_json::update_index(children, [&](NameIndex& names) { names.add(child, children.items); });
+    qo_json::note_name(children, child->name.view());
     return json_begin(parent) + index;
 }
 

@@ -50,9 +50,8 @@ void rename_node(JSONNODE* node, std::string_view name) {
     if (siblings != nullptr) qo_json::update_index(*siblings, [node](NameIndex& names) { names.remove(node); });
     node->name = std::move(renamed);
     if (siblings == nullptr) return;
-    siblings->names = qo_json::Names::unknown;
-    siblings->last = qo_json::Children::kNoPlace;
     qo_json::update_index(*siblings, [&](NameIndex& names) { names.add(node, siblings->items); });
+    qo_json::note_name(*siblings, node->name.view());
 }
 
 /// Releases all nodes below `root`. Goes down by taking the last child off its list and up by the parent, so it

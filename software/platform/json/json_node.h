@@ -15,6 +15,13 @@
 
 namespace qo_json {
 
+/// One of 64 marks. An object whose names do not have the mark of a name has no such member.
+inline uint64_t mark_of(std::string_view name) {
+    if (name.empty()) return 1;
+    const auto letter = [name](size_t at) { return static_cast<unsigned char>(name[at]); };
+    return uint64_t{1} << ((name.size() * 5 + letter(0) * 3U + letter(name.size() / 2)) % 64);
+}
+
 /// What is known of the names of an object's children.
 enum class Names : uint8_t { unknown, unique, repeated };
 
@@ -25,6 +32,7 @@ struct Children {
     std::vector<JSONNODE*> items;      // owned by the node
     std::unique_ptr<NameIndex> index;  // built by the second search of a large object
     uint32_t last = kNoPlace;          // found by the last search that found one; the first child of its name
+    uint64_t marks = 0;                // of all names, see mark_of(); of no use while these are unknown
     Names names = Names::unknown;
     bool searched = false;
 
@@ -40,6 +48,16 @@ struct Children {
         forget();
     }
 };
+
+/// After a child of that name has come to stand anywhere among the others, and the index knows of it.
+inline void note_name(Children& children, std::string_view name) {
+    children.last = Children::kNoPlace;
+    children.marks |= mark_of(name);
+    if (!children.index)
+        children.names = Names::unknown;
+    else
+        children.names = children.index->has_namesakes() ? Names::repeated : Names::unique;
+}
 
 /// Keeps the index up, if there is one, by `update(index)`. Where memory is short the index is given up instead: the
 /// next search builds it again, and the change that made the update necessary cannot fail any more.
