@@ -12,7 +12,6 @@
 namespace {
 
 using qo_json::NodePtr;
-using qo_json::Text;
 using qo_json::TextRules;
 using rapidjson::SizeType;
 
@@ -34,20 +33,22 @@ public:
     bool RawNumber(const char* literal, SizeType length, bool copy) {
         if (!rules_.RawNumber(literal, length, copy)) return false;
         add(JSON_NUMBER);
-        pending_.back()->text = Text({literal, length});
+        pending_.back()->text.assign({literal, length});
         return true;
     }
 
     bool String(const char* bytes, SizeType length, bool copy) {
         if (!rules_.String(bytes, length, copy)) return false;
         add(JSON_STRING);
-        pending_.back()->text = Text({bytes, length});
+        pending_.back()->text.assign({bytes, length});
         return true;
     }
 
     bool Key(const char* bytes, SizeType length, bool copy) {
         if (!rules_.Key(bytes, length, copy)) return false;
-        next_name_ = Text({bytes, length});
+        pending_.push_back(NodePtr(new JSONNODE));
+        pending_.back()->name.assign({bytes, length});
+        is_named_ = true;
         return true;
     }
 
@@ -58,8 +59,8 @@ public:
 
 private:
     bool add(char type) {
-        pending_.push_back(NodePtr(new JSONNODE(type)));
-        pending_.back()->name = std::exchange(next_name_, Text());
+        if (!std::exchange(is_named_, false)) pending_.push_back(NodePtr(new JSONNODE));
+        pending_.back()->type = type;
         return true;
     }
 
@@ -77,7 +78,7 @@ private:
     }
 
     TextRules rules_;
-    Text next_name_;
+    bool is_named_ = false;  // the last one, whose value is to come
     std::vector<NodePtr> pending_;
 };
 
