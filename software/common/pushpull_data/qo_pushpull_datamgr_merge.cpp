@@ -225,7 +225,7 @@ int DataMgr::MergeLeaf(JSONNODE* destination, JSONNODE* source, const MergeScope
     }
     if (IsProtectedMetadata(source)) return 0;
     if (!TakeRoom(scope, qo_value_weight(source) - qo_value_weight(destination), destination)) return -1;
-    scope.run.limits.erase(destination);
+    if (!scope.run.limits.empty()) scope.run.limits.erase(destination);
     SetLeaf(destination, source);
     return 0;
 }

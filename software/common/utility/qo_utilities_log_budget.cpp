@@ -55,6 +55,7 @@ bool QoLogBudget::take(int priority, const char* format) {
     Kind& kind = use.budget()->kind_of(priority, format);
     if (kind.lines < use.budget()->limit_ && kind.bytes < QO_BYTES_OF_A_KIND) {
         ++kind.lines;
+        use.budget()->taken_ = &kind;
         return true;
     }
     if (kind.dropped < std::numeric_limits<unsigned>::max()) ++kind.dropped;
@@ -63,7 +64,9 @@ bool QoLogBudget::take(int priority, const char* format) {
 
 void QoLogBudget::spend(const char* format, size_t bytes) {
     const Use use;
-    Kind* const kind = use.budget() == nullptr ? nullptr : use.budget()->find(format);
+    if (use.budget() == nullptr) return;
+    Kind* const taken = use.budget()->taken_;
+    Kind* const kind = taken != nullptr && taken->format == format ? taken : use.budget()->find(format);
     if (kind != nullptr) kind->bytes += bytes;
 }
 

@@ -48,6 +48,7 @@ private:
     QoLogBudget* const outer_;
     std::array<Kind, kMaxKinds> kinds_;  // the first `count_` are in use
     size_t count_ = 0;
+    Kind* taken_ = nullptr;  // by the last take() that allowed a line
 };
 
 #endif

@@ -216,8 +216,16 @@ private:
         if (at - first > kLongestNumber || (at != end_ && (*at == 'e' || *at == 'E'))) return false;
         char* const start = begin_of_decoded();
         at_ = at;
-        text = end_decoded(start, std::copy(first, at, start));
+        text = end_decoded(start, copy_number(first, at, start));
         return true;
+    }
+
+    /// Most are shorter than a block, and more text follows.
+    char* copy_number(const char* first, const char* last, char* out) const {
+        const bool is_short = static_cast<size_t>(last - first) <= kBlockBytes;
+        if (!is_short || static_cast<size_t>(end_ - first) < kBlockBytes) return std::copy(first, last, out);
+        Block(first).store(out);
+        return out + (last - first);
     }
 
     const char* behind_digits(const char* at) const {
