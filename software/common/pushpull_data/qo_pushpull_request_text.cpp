@@ -14,7 +14,7 @@ namespace {
 constexpr size_t kUsualRoom = 16384;  // bytes that stay for the next text
 constexpr size_t kEnvelope = 256;     // bytes, about what a request has beside its buffer
 
-bool is_text(std::string_view text) { return json_is_text_n(text.data(), text.size()) != 0; }
+bool is_text(std::string_view text) { return text.empty() || json_is_text_n(text.data(), text.size()) != 0; }
 
 /// A text that is put together. Until it is finished the string is longer than the text.
 class RequestWriter {

@@ -17,12 +17,12 @@ struct QoRequestFields {
         int32_t curmsgs = 0;  // messages
     };
 
-    std::string_view function = "";
+    std::string_view function = {};
     eQO_CMP_IDs_ comp_id = QO_CMPID_RESERVED;
-    std::string_view buffer = "";
+    std::string_view buffer = {};
     Queue queue = {};
     bool notify_on_change_only = false;
-    std::string_view sender_id = "";
+    std::string_view sender_id = {};
     eQO_CMP_IDs_ dst_comp_id = QO_CMPID_RESERVED;
     bool pack_and_send = false;
 };

@@ -54,6 +54,8 @@ struct Entry {
 /// Entries one behind the other. None is spread over two chunks.
 class Entries {
 public:
+    Entries() { add_chunk(0); }
+
     void add(const JSONNODE* node) {
         make_room(sizeof node->type + 2 * (kLongestLength + Text::kCopySpare) + node->name.view().size() +
                   node->text.view().size());
@@ -64,8 +66,8 @@ public:
         make_room(sizeof kEnd);
         *end_++ = kEnd;
     }
-    /// Nothing is added after it.
-    void finish() { close_chunk(); }
+    /// Comes before they are handed on.
+    void finish() { chunks_.back().end = end_; }
 
     template <typename Take>
     void hand_to(Take take) const {
@@ -86,14 +88,10 @@ private:
     void add_chunk(size_t wanted) {
         constexpr size_t kUsualSize = 65536;  // bytes
         const size_t size = std::max(kUsualSize, wanted);
-        close_chunk();
+        if (!chunks_.empty()) finish();
         chunks_.push_back({std::make_unique_for_overwrite<char[]>(size), nullptr});
         end_ = chunks_.back().bytes.get();
         room_end_ = end_ + size;
-    }
-
-    void close_chunk() {
-        if (!chunks_.empty()) chunks_.back().end = end_;
     }
 
     static Entry entry_at(const char*& at) {
