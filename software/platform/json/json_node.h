@@ -18,8 +18,8 @@ namespace qo_json {
 /// One of 64 marks. An object whose names do not have the mark of a name has no such member.
 inline uint64_t mark_of(std::string_view name) {
     if (name.empty()) return 1;
-    const auto letter = [name](size_t at) { return static_cast<unsigned char>(name[at]); };
-    return uint64_t{1} << ((name.size() * 5 + letter(0) * 3U + letter(name.size() / 2)) % 64);
+    const auto letter = [name](size_t at) { return size_t{static_cast<unsigned char>(name[at])}; };
+    return uint64_t{1} << ((name.size() * 5 + letter(0) * 3 + letter(name.size() / 2)) % 64);
 }
 
 /// What is known of the names of an object's children.
