@@ -14,8 +14,8 @@ inline constexpr std::chrono::seconds QO_SYSTEMD_PATIENCE{5};
 /// @return 1 when it was sent; 0 when nobody asked for it; -EAGAIN when there was no room; another negative errno
 int qo_notify_systemd(const char* state, std::chrono::milliseconds patience) noexcept;
 
-/// Within how many microseconds systemd wants to be told "WATCHDOG=1", again and again; nothing when it does not want to
-/// be told by this process.
+/// Within how many microseconds systemd wants to be told "WATCHDOG=1", again and again; nothing when it does not want
+/// to be told by this process.
 std::optional<uint64_t> qo_systemd_watchdog_period() noexcept;
 
 #endif
