@@ -18,7 +18,7 @@ public:
     QoRequestWait& operator=(const QoRequestWait&) = delete;
 
     /// Reports life, waits for a message and takes it. Main thread.
-    /// @return what mq_receive() returns, but for EINTR, with errno, which is 0 after a message; nothing when
+    /// @return what mq_receive() returns, but for EINTR, with errno, which is 0 after a message; nothing once
     /// interrupt()
     ///         was called.
     std::optional<ssize_t> receive(mqd_t queue, char* buffer, size_t size);
