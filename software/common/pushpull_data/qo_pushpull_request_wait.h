@@ -18,9 +18,8 @@ public:
     QoRequestWait& operator=(const QoRequestWait&) = delete;
 
     /// Reports life, waits for a message and takes it. Main thread.
-    /// @return what mq_receive() returns, but for EINTR, with errno, which is 0 after a message; nothing once
-    /// interrupt()
-    ///         was called.
+    /// @return what mq_receive() returns, but for EINTR, with errno, which is 0 after a message; nothing after
+    ///         interrupt().
     std::optional<ssize_t> receive(mqd_t queue, char* buffer, size_t size);
     /// Ends the wait under way on that queue, which may have lost its name, and every later one. Any thread.
     void interrupt(mqd_t queue);

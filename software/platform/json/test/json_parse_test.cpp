@@ -9,15 +9,42 @@ namespace {
 
 std::string nested_arrays(int depth) { return nested(depth, "[", "", "]"); }
 
-/// A text that both json_parse_n and json_is_valid_n refuse.
+/// Gives a text in pieces of a size, and counts how often it was asked.
+struct Pieces {
+    std::string text;
+    size_t size;
+    size_t given = 0;
+    int asked = 0;
+
+    static size_t read(char* buffer, size_t size, void* context) {
+        auto& pieces = *static_cast<Pieces*>(context);
+        ++pieces.asked;
+        const size_t length = pieces.text.copy(buffer, std::min(size, pieces.size), pieces.given);
+        pieces.given += length;
+        return length;
+    }
+};
+
+/// By the plain reader, to which every text goes that is longer than usual: white space makes it so.
+Json parse_plainly(const std::string& text) {
+    constexpr size_t kLongerThanUsual = (2 << 20) + 1;
+    Pieces pieces{text + std::string(kLongerThanUsual, ' '), kLongerThanUsual};
+    return Json(json_parse_from(Pieces::read, &pieces));
+}
+
+/// A text that json_parse_n and json_is_valid_n refuse, and so do a document and the plain reader.
 void expect_invalid(const std::string& text) {
     EXPECT_EQ(parse(text), nullptr) << text.substr(0, 80);
+    EXPECT_EQ(QoJsonDocument().read(text).get(), nullptr) << text.substr(0, 80);
+    EXPECT_EQ(parse_plainly(text), nullptr) << text.substr(0, 80);
     EXPECT_EQ(json_is_valid_n(text.data(), text.size()), 0) << text.substr(0, 80);
 }
 
 /// A text that is accepted and written back as `written`.
 void expect_valid(const std::string& text, const std::string& written) {
     EXPECT_EQ(compact(parse(text)), written);
+    EXPECT_EQ(compact(QoJsonDocument().read(text).get()), written);
+    EXPECT_EQ(compact(parse_plainly(text)), written);
     EXPECT_EQ(json_is_valid_n(text.data(), text.size()), 1) << text.substr(0, 80);
 }
 
@@ -226,22 +253,6 @@ TEST(JsonParse, ATextStopsAtItsNul) {
 }
 
 // ---- a text that comes piece by piece ----
-
-/// Gives a text in pieces of a size, and counts how often it was asked.
-struct Pieces {
-    std::string text;
-    size_t size;
-    size_t given = 0;
-    int asked = 0;
-
-    static size_t read(char* buffer, size_t size, void* context) {
-        auto& pieces = *static_cast<Pieces*>(context);
-        ++pieces.asked;
-        const size_t length = pieces.text.copy(buffer, std::min(size, pieces.size), pieces.given);
-        pieces.given += length;
-        return length;
-    }
-};
 
 Json parse_in_pieces(const std::string& text, size_t size) {
     Pieces pieces{text, size};
