@@ -16,6 +16,7 @@
 #include <fstream>
 #include <iostream>
 #include <sstream>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -188,6 +189,12 @@ bool QoServiceProcess::settles(std::chrono::milliseconds timeout) {
 }
 
 bool QoServiceProcess::waits_for_request() const {
+    // A thread that was given a message and has yet to wake up is in the call still, but no longer asleep.
+    std::ifstream stat("/proc/" + std::to_string(process_) + "/stat");
+    std::string line;
+    std::getline(stat, line);
+    constexpr std::string_view kAsleep = ") S ";
+    if (line.find(kAsleep) == std::string::npos) return false;
     std::ifstream status("/proc/" + std::to_string(process_) + "/syscall");
     long system_call = -1;
     status >> system_call;
