@@ -69,8 +69,9 @@ private:
     size_t chunks_ = 0;  // in use
     JSONNODE* next_ = nullptr;
     JSONNODE* chunk_end_ = nullptr;
-    JSONNODE* open_ = nullptr;  // the innermost container that is not closed yet
-    std::string_view name_ = "";
+    JSONNODE* open_ = nullptr;             // the innermost container that is not closed yet
+    static constexpr char kNoName[] = "";  // what is borrowed is followed by a NUL
+    std::string_view name_ = kNoName;
 };
 
 }  // namespace qo_json

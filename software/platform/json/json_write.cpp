@@ -23,7 +23,7 @@ public:
 
     /// Room for so many bytes, which advance() then makes part of the text.
     char* room_for(size_t count) {
-        if (capacity_ - size_ < count) grow(size_ + count);
+        if (bytes_ == nullptr || capacity_ - size_ < count) grow(size_ + count);
         return bytes_ + size_;
     }
     void advance(size_t count) { size_ += count; }
