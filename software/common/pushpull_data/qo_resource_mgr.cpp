@@ -138,7 +138,7 @@ int32_t ResourceMgr::forget_resource(eQO_CMP_IDs_ comp_id) {
 
 // The slot of a component; when it has none the first free slot, or QO_MAX_RESOURCES when there is none either.
 int32_t ResourceMgr::find_slot(eQO_CMP_IDs_ comp_id) const {
-    const eQO_CMP_IDs_* const end = unit_ids_ + index + 1;
+    const eQO_CMP_IDs_* const end = unit_ids_ + (index + 1);
     return static_cast<int32_t>(std::find(unit_ids_, end, comp_id) - unit_ids_);
 }
 
