@@ -263,10 +263,11 @@ TEST(JsonParse, InPiecesOfAnySizeGivesWhatTheWholeTextGives) {
     std::string large = R"(["first")";
     for (int i = 0; i < 30000; ++i) large += R"(,{"name":"of some length \u00e9 \ud83d\ude00","number":-12.50e3})";
     large += "]";
+    const std::string large_text = compact(parse(large));
     const std::string text = " {\"a\":[1,-2.5e3,\"x\\u00e9\\n\xC3\xA9\",true,false,null,{\"b\":{}}],\"\":\"\"}\n ";
-    for (const size_t size : {1, 2, 3, 7, 65535, 65536, 1 << 20}) {
+    for (const size_t size : {1U, 2U, 3U, 7U, 65535U, 65536U, 1U << 20}) {
         EXPECT_EQ(compact(parse_in_pieces(text, size)), compact(parse(text))) << size;
-        EXPECT_EQ(compact(parse_in_pieces(large, size)), compact(parse(large))) << size;
+        EXPECT_EQ(compact(parse_in_pieces(large, size)), large_text) << size;
     }
     EXPECT_EQ(compact(parse_in_pieces("7", 1)), "7");
 }
@@ -276,7 +277,7 @@ TEST(JsonParse, InPiecesRefusesWhatTheWholeTextIsRefusedFor) {
          {std::string(), std::string(" "), std::string("{"), std::string("[1] x"), std::string("[1]\0", 4),
           std::string("[1]\0 ", 5), std::string("[\0]", 3), std::string("\"\xC3"), std::string("\"\xED\xA0\x80\""),
           std::string("1e999"), std::string(1000, '['), std::string("\xEF\xBB\xBF{}")})
-        for (const size_t size : {1, 2, 65536}) EXPECT_FALSE(parse_in_pieces(text, size)) << text;
+        for (const size_t size : {1U, 2U, 65536U}) EXPECT_FALSE(parse_in_pieces(text, size)) << text;
     EXPECT_EQ(json_parse_from(nullptr, nullptr), nullptr);
 }
 

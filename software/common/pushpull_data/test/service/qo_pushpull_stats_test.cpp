@@ -466,7 +466,7 @@ TEST_F(StatisticsTimer, ExpiryWritesARow) {
 }
 
 TEST_F(StatisticsTimer, CallbackWithANullPointerIsReported) {
-    QoPushPullStats::TimerCallBack(sigval{});
+    QoPushPullStats::TimerCallBack({.sival_ptr = nullptr});
     EXPECT_THAT(log_.lines(), ElementsAre(QoLogLine{LOG_ERR, "PushPull Stats: Failed to call save function!"}));
 }
 

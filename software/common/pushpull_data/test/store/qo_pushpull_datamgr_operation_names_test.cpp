@@ -132,7 +132,7 @@ const Operation kOperations[] = {
      },
      {"DoesDataTreeCRCMatch", "DoesDataTreeCRCMatch", "SaveActiveTreeForDebug"}},
     {"CreateTimerToSaveTree", [](DataMgr& store) { store.CreateTimerToSaveTree(); }},
-    {"TimerCallBack", [](DataMgr&) { DataMgr::TimerCallBack({}); }},
+    {"TimerCallBack", [](DataMgr&) { DataMgr::TimerCallBack({.sival_ptr = nullptr}); }},
     {"CheckForSavingDataTree",
      [](DataMgr& store) {
          bool change = false;

@@ -592,7 +592,7 @@ TEST_F(SaveTimer, ACallbackForAStoreThatIsGoneDoesNothing) {
 
 TEST_F(SaveTimer, ACallbackWithoutAPointerIsLogged) {
     log_.clear();
-    DataMgr::TimerCallBack(sigval{});
+    DataMgr::TimerCallBack({.sival_ptr = nullptr});
     EXPECT_THAT(log_.lines(), ElementsAre(error_line("Call back did not provide a pointer!")));
 }
 

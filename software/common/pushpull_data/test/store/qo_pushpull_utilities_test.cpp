@@ -55,7 +55,7 @@ TEST(CalcCrc32, TableHasTheKnownEntries) {
 TEST(CalcCrc32, IsThatOfTheTableByteForByteHoweverTheTextIsCut) {
     std::string text;
     for (int i = 0; i < 3000; ++i) text += static_cast<char>(i * i + i / 7);
-    for (size_t length : {0, 1, 7, 8, 9, 63, 64, 65, 1000, 3000}) {
+    for (size_t length : {0U, 1U, 7U, 8U, 9U, 63U, 64U, 65U, 1000U, 3000U}) {
         uint32_t crc = QO_CRC32_START;
         for (size_t at = 0; at < length; ++at)
             crc = QO_PUSHPULL_CRC32_TABLE_04C11DB7[(static_cast<unsigned char>(text[at]) ^ crc) & 0xFFU] ^ (crc >> 8U);
