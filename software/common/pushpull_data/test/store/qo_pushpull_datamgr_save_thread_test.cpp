@@ -261,6 +261,7 @@ TEST_F(SaveThread, SavesWhilePublishesPourInAreEachWhole) {
     int loads = 0;
     while ((loads < 5 || disk_.saves() <= 10) && std::chrono::steady_clock::now() < end) {
         change(++value);
+        ASSERT_THAT(log_.lines(), ::testing::Each(::testing::Field(&QoLogLine::level, ::testing::Gt(LOG_ERR))));
         log_.clear();
         if (value % 64 == 0 && scratch_.has(QO_SAVED_TREE_FILE)) {
             const QoScratchDirectory elsewhere;
