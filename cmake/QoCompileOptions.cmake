@@ -9,6 +9,19 @@ if(QO_WERROR)
     target_compile_options(qo_compile_options INTERFACE -Werror)
 endif()
 
+if(CMAKE_CXX_FLAGS_DEBUG MATCHES "-fsanitize")
+    set(QO_SANITIZED ON)
+endif()
+
+# GCC's sanitizers are shared libraries anyway. Inside a program, their own calls would reach the functions that a test
+# replaces (qo_wrap).
+if(QO_SANITIZED AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND NOT QO_BUILD_FUZZERS)
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-runtime-dir
+        OUTPUT_VARIABLE runtime OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    set(QO_SANITIZER_LINK_OPTIONS -shared-libsan -Wl,-rpath,${runtime})
+    add_link_options(${QO_SANITIZER_LINK_OPTIONS})
+endif()
+
 # A second build of the same sources, such as one after a switch of branches, takes what the first one made.
 find_program(QO_CCACHE ccache)
 if(QO_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
@@ -17,6 +30,7 @@ if(QO_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
     set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env
         CCACHE_NOHASHDIR=1 CCACHE_SLOPPINESS=pch_defines,time_macros ${QO_CCACHE})
     add_compile_options($<$<CXX_COMPILER_ID:GNU>:-fpch-preprocess>)
+    add_compile_options("$<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>")
 endif()
 
 # A 32-bit C library counts seconds in 32 bits unless asked, and the last of them is in January 2038: files dated later

@@ -23,7 +23,7 @@ constexpr int32_t kAttacker = QO_CMPID_TESTPUBLISHER;
 constexpr size_t kLargestText = 262143;  // bytes, without the NUL
 constexpr size_t kPayload = 260000;      // bytes; the rest is for the envelope
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef QO_SANITIZED
 constexpr bool kMeasuresMemory = false;  // sanitizers keep what was freed
 #else
 constexpr bool kMeasuresMemory = true;

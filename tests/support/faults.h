@@ -37,7 +37,7 @@ public:
         unsigned milliseconds = 0;
     };
     /// False in a program built with a sanitizer, which has its own allocator.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef QO_SANITIZED
     static constexpr bool kReachAllocations = false;
 #else
     static constexpr bool kReachAllocations = true;

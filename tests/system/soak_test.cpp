@@ -29,7 +29,7 @@ using std::chrono::steady_clock;
 size_t run_for = 20;  // seconds
 size_t seed = 1;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef QO_SANITIZED
 constexpr bool kJudgesMemory = false;  // sanitizers keep what was freed
 #else
 constexpr bool kJudgesMemory = true;

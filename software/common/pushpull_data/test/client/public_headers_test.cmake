@@ -1,4 +1,4 @@
-# cmake -D BUILD=... -D WORK=... -D CXX=... -D FLAGS=... -D PKG_CONFIG=... -D LIBDIR=... -D PROGRAM=...
+# cmake -D BUILD=... -D WORK=... -D CXX=... -D FLAGS=... -D LINK_FLAGS=... -D PKG_CONFIG=... -D LIBDIR=... -D PROGRAM=...
 #     -D INCLUDE=... [-D EMULATOR=...] -P public_headers_test.cmake
 #
 # Installs what component authors get into an empty folder and uses it as they do: every header by itself, then a
@@ -40,7 +40,7 @@ foreach(private qo_pushpull.h qo_pushpull_constants.h qo_pushpull_datamgr.h qo_p
     file(WRITE ${WORK}/private.cpp "#include \"${private}\"\n")
     execute_process(COMMAND ${CXX} ${flags} -fsyntax-only ${INCLUDE} ${WORK}/private.cpp
         RESULT_VARIABLE result ERROR_VARIABLE error)
-    if(result EQUAL 0 OR NOT error MATCHES "${private}: No such file")
+    if(result EQUAL 0 OR NOT error MATCHES "${private}(: No such file|' file not found)")
         message(FATAL_ERROR "a component finds ${private}, or fails otherwise:\n${error}")
     endif()
 endforeach()
@@ -49,13 +49,13 @@ set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
 run(${PKG_CONFIG} --cflags --libs qo_pushpull_api)
 separate_arguments(found UNIX_COMMAND "${output}")
 foreach(width narrow wide)
-    run(${CXX} ${flags} ${${width}_flags} ${PROGRAM} -o ${WORK}/shared_${width} ${found} -Wl,-rpath,${prefix}/${LIBDIR})
+    run(${CXX} ${flags} ${${width}_flags} ${PROGRAM} -o ${WORK}/shared_${width} ${LINK_FLAGS} ${found} -Wl,-rpath,${prefix}/${LIBDIR})
     run(${emulator} ${WORK}/shared_${width})
 endforeach()
 
 run(${PKG_CONFIG} --static --libs qo_pushpull_api)
 string(REPLACE "-lqo_pushpull_api" "-l:libqo_pushpull_api.a" output "${output}")
 separate_arguments(found_static UNIX_COMMAND "${output}")
-run(${CXX} ${flags} -I${prefix}/include/qo_pushpull ${PROGRAM} -o ${WORK}/static ${found_static}
+run(${CXX} ${flags} -I${prefix}/include/qo_pushpull ${PROGRAM} -o ${WORK}/static ${LINK_FLAGS} ${found_static}
     -Wl,-rpath,${prefix}/${LIBDIR})
 run(${emulator} ${WORK}/static)

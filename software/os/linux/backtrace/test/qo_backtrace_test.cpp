@@ -217,7 +217,7 @@ TEST(BtSignalHandler, NamesTheFramesFromTheFaultOutwardsButNotItself) {
     EXPECT_THAT(frames, ContainsRegex("\\[ST\\]:  [^ ]*qo_backtrace_test : "
                                       "qo_backtrace_test_plain_name\\(\\)\\+0x[0-9a-f]+, Addr: [0-9a-f]+\n"));
     EXPECT_LT(frames.find("write_where_nothing_may_be_written"), frames.find("qo_backtrace_test_plain_name"));
-#ifndef __SANITIZE_ADDRESS__  // which puts a backtrace() of its own in between
+#ifndef QO_SANITIZED  // which puts a backtrace() of its own in between
     EXPECT_THAT(frames, testing::Not(testing::HasSubstr("qo_bt_signal_handler")));
 #endif
 }
