@@ -2,12 +2,6 @@
 // with ready text. To be run with qo_isolated, which gives it a /dev/log of its own:
 //   build/release/bin/log_cost [ROUNDS]                         processor time, in turns
 //   valgrind --tool=callgrind build/release/bin/log_cost WAY PUBLISHES     for the count of instructions
-#include <signal.h>
-#include <string.h>
-#include <sys/prctl.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <sys/wait.h>
 #include <syslog.h>
 #include <time.h>
 #include <unistd.h>
@@ -15,11 +9,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "log_reader.h"
 #include "qo_utilities_log.h"
 
 namespace {
@@ -29,35 +23,6 @@ constexpr int kPublishes = 5000;  // of one way in one round
 const std::string kBody(186, 'b');
 const std::string kRequest = R"({"function":"publish","arg":{"comp_id":1073741852,"buffer":")" + kBody + R"("}})";
 constexpr char kQueueList[] = "/subscriber;";
-
-/// A process that reads /dev/log and drops it.
-class Reader {
-public:
-    Reader() {
-        const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        const sockaddr_un address{AF_UNIX, "/dev/log"};
-        if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-            throw std::runtime_error(std::string("/dev/log: ") + strerror(errno) + "; run this with qo_isolated");
-        process_ = fork();
-        if (process_ == 0) {
-            prctl(PR_SET_PDEATHSIG, SIGKILL);
-            char buffer[4096];
-            while (recv(descriptor, buffer, sizeof buffer, 0) >= 0) continue;
-            _exit(1);
-        }
-        close(descriptor);
-    }
-    ~Reader() {
-        kill(process_, SIGKILL);
-        waitpid(process_, nullptr, 0);
-        unlink("/dev/log");
-    }
-    Reader(const Reader&) = delete;
-    Reader& operator=(const Reader&) = delete;
-
-private:
-    pid_t process_;
-};
 
 __attribute__((format(printf, 2, 3))) void write_line(int priority, const char* format, ...) {
     va_list arguments;
@@ -134,7 +99,7 @@ int number(const char* text) { return static_cast<int>(std::clamp(strtol(text, n
 int main(int argc, char** argv) {
     constexpr int kRounds = 31;
     try {
-        const Reader reader;
+        const QoLogReader reader;
         openlog("PushPull", LOG_ODELAY, LOG_USER);
         qo_log().open("PushPull", LOG_ODELAY, LOG_USER);
         if (argc < 3) {

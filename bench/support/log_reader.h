@@ -2,6 +2,7 @@
 #ifndef QO_BENCH_LOG_READER_H
 #define QO_BENCH_LOG_READER_H
 
+#include <errno.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/prctl.h>
@@ -19,7 +20,7 @@ public:
         const int descriptor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
         const sockaddr_un address{AF_UNIX, "/dev/log"};
         if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-            throw std::runtime_error(std::string("/dev/log: ") + strerror(errno));
+            throw std::runtime_error(std::string("/dev/log: ") + strerror(errno) + "; run this with qo_isolated");
         process_ = fork();
         if (process_ == 0) read_all(descriptor);
         close(descriptor);
