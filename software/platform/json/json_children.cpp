@@ -71,8 +71,8 @@ JSONNODE* take_out(JSONNODE* parent, size_t index) {
 }
 
 /// Behind the last child when there is none of that name.
-size_t position_by_scan(const std::vector<JSONNODE*>& items, std::string_view name) {
-    size_t position = 0;
+size_t position_by_scan(const std::vector<JSONNODE*>& items, std::string_view name, size_t from = 0) {
+    size_t position = from;
     while (position < items.size() && items[position]->name.view() != name) ++position;
     return position;
 }
@@ -191,10 +191,8 @@ JSONNODE* json_find_n(const JSONNODE* node, const char* name, size_t length) {
 
 size_t json_scan_n(const JSONNODE* node, size_t from, const char* name, size_t length) {
     const size_t size = json_size(node);
-    if (name == nullptr) return size;
-    size_t at = from;
-    while (at < size && node->children->items[at]->name.view() != std::string_view(name, length)) ++at;
-    return std::min(at, size);
+    if (name == nullptr || from >= size) return size;
+    return position_by_scan(node->children->items, {name, length}, from);
 }
 
 JSONNODE* json_at(const JSONNODE* node, size_t index) {

@@ -10,7 +10,7 @@ void DocumentBuilder::restart() {
     next_ = nullptr;
     chunk_end_ = nullptr;
     open_ = nullptr;
-    name_ = "";
+    name_ = kNoName;
 }
 
 void DocumentBuilder::take_chunk() {

@@ -52,7 +52,7 @@ private:
         node->text.borrow(text);
         node->parent = open_;
         if (node->children) node->children->clear();
-        name_ = "";
+        name_ = kNoName;
         if (open_ != nullptr) open_->children->items.push_back(node);
         return node;
     }

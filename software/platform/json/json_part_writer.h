@@ -18,7 +18,7 @@ class PieceOutput {
 public:
     PieceOutput(json_writer write, void* context) : write_(write), context_(context) {}
 
-    /// As TextOutput's, for at most a piece.
+    /// Where so many bytes may be written, at most a piece; advance() says how many were.
     char* room_for(size_t count) {
         if (piece_.size() - size_ < count) hand_on();
         return piece_.data() + size_;
