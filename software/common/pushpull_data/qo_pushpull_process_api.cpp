@@ -70,11 +70,9 @@ int take_root_member(QoProcessApi& request, JSONNODE* member) {
 
 // ---- fields ----
 
-constexpr size_t kKeptRoom = 16384;  // bytes of a field that stay for the next text
-
 // Copies of a request share their texts: one that is shared is replaced, so that they keep their values.
 void assign(std::shared_ptr<std::string>& field, std::string_view text) {
-    const bool has_usual_room = field->capacity() <= kKeptRoom || text.size() > kKeptRoom;
+    const bool has_usual_room = field->capacity() <= QO_KEPT_TEXT_ROOM || text.size() > QO_KEPT_TEXT_ROOM;
     if (field.use_count() == 1 && has_usual_room)
         field->assign(text);
     else

@@ -11,8 +11,7 @@
 
 namespace {
 
-constexpr size_t kUsualRoom = 16384;  // bytes that stay for the next text
-constexpr size_t kEnvelope = 256;     // bytes, about what a request has beside its buffer
+constexpr size_t kEnvelope = 256;  // bytes, about what a request has beside its buffer
 
 bool is_text(std::string_view text) { return text.empty() || json_is_text_n(text.data(), text.size()) != 0; }
 
@@ -78,7 +77,7 @@ void put_queue(RequestWriter& writer, const QoRequestFields::Queue& queue) {
 
 std::string qo_request_text(const QoRequestFields& request, std::string room) {
     if (!is_text(request.function) || !is_text(request.buffer) || !is_text(request.sender_id)) return {};
-    if (room.capacity() > kUsualRoom && request.buffer.size() <= kUsualRoom) room = std::string();
+    if (room.capacity() > QO_KEPT_TEXT_ROOM && request.buffer.size() <= QO_KEPT_TEXT_ROOM) room = std::string();
     RequestWriter writer(std::move(room), request.buffer.size() + kEnvelope);
     writer.put("{\n\t\"function\": ");
     writer.put_string(request.function);

@@ -2,11 +2,14 @@
 #ifndef QO_PUSHPULL_REQUEST_TEXT_H
 #define QO_PUSHPULL_REQUEST_TEXT_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
 #include "qo_component_ids.h"
+
+constexpr size_t QO_KEPT_TEXT_ROOM = 16384;  // bytes that stay for the next text; room for a larger one is given back
 
 /// What a request text tells. Refers to texts of the caller's.
 struct QoRequestFields {
@@ -27,7 +30,8 @@ struct QoRequestFields {
     bool pack_and_send = false;
 };
 
-/// @param room a text that is not needed any more: its memory is used again, unless it is far too much
+/// @param room a text that is not needed any more: its memory is used again, unless that is far too much
+/// (QO_KEPT_TEXT_ROOM)
 /// @return "" when one of the texts is not valid UTF-8.
 std::string qo_request_text(const QoRequestFields& request, std::string room);
 
