@@ -12,6 +12,7 @@
 #include "component.h"
 #include "qo_utilities_zlib.h"
 #include "service_process.h"
+#include "statistics_file.h"
 
 namespace {
 
@@ -43,26 +44,14 @@ std::vector<std::string> lines() {
 
 size_t row_count() { return lines().empty() ? 0 : lines().size() - 1; }
 
-std::vector<std::string> fields(const std::string& line) {
-    std::vector<std::string> all;
-    std::istringstream text(line);
-    for (std::string field; std::getline(text, field, ',');) {
-        if (field.starts_with(' ')) field.erase(0, 1);
-        if (!field.empty()) all.push_back(field);
-    }
-    return all;
-}
-
 /// A row's columns by their names; those of the queues as "/pushpull(Total)".
 class Row {
 public:
     Row(const std::string& line, const std::vector<std::string>& queues) {
-        std::vector<std::string> names = fields(kFixedHeader);
+        std::string header = kFixedHeader;
         for (const std::string& queue : queues)
-            for (const char* column : {"(Total)", "(Saves)", "(Max)", "(Avg)"}) names.push_back(queue + column);
-        const std::vector<std::string> values = fields(line);
-        EXPECT_EQ(values.size(), names.size()) << line;
-        for (size_t i = 0; i < std::min(values.size(), names.size()); ++i) values_[names[i]] = values[i];
+            for (const char* column : {"(Total)", "(Saves)", "(Max)", "(Avg)"}) header += queue + column + ",";
+        values_ = qo_statistics_row(header, line);
     }
     const std::string& text(const std::string& name) const { return values_.at(name); }
     long count(const std::string& name) const { return std::stol(values_.at(name)); }

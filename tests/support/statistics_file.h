@@ -28,16 +28,21 @@ inline std::vector<std::string> qo_statistics_fields(const std::string& line) {
     return all;
 }
 
-/// The last row of a file, by column: "Publishes", "/pushpull(Total)". The header has to fit.
-inline std::map<std::string, std::string> qo_last_statistics_row(const std::string& file) {
-    const std::vector<std::string> lines = qo_lines(file);
-    if (lines.empty()) return {};
-    const std::vector<std::string> names = qo_statistics_fields(lines.front());
-    const std::vector<std::string> values = qo_statistics_fields(lines.back());
-    EXPECT_EQ(values.size(), names.size()) << file;
+/// A row by column: "Publishes", "/pushpull(Total)". The header has to fit.
+inline std::map<std::string, std::string> qo_statistics_row(const std::string& header, const std::string& line) {
+    const std::vector<std::string> names = qo_statistics_fields(header);
+    const std::vector<std::string> values = qo_statistics_fields(line);
+    EXPECT_EQ(values.size(), names.size()) << line;
     std::map<std::string, std::string> row;
     for (size_t i = 0; i < std::min(values.size(), names.size()); ++i) row[names[i]] = values[i];
     return row;
+}
+
+/// The last row of a file.
+inline std::map<std::string, std::string> qo_last_statistics_row(const std::string& file) {
+    const std::vector<std::string> lines = qo_lines(file);
+    if (lines.empty()) return {};
+    return qo_statistics_row(lines.front(), lines.back());
 }
 
 #endif

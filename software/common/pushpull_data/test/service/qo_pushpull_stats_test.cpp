@@ -17,9 +17,9 @@
 #include "log_capture.h"
 #include "qo_pushpull_queue_monitor.h"
 #include "qo_resource_mgr.h"
-#include "qo_statistics_file.h"
 #include "scratch_directory.h"
 #include "shell_capture.h"
+#include "statistics_file.h"
 
 namespace {
 

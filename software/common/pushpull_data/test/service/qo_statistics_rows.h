@@ -15,7 +15,7 @@
 
 #include "qo_pushpull_files.h"
 #include "qo_pushpull_stats.h"
-#include "qo_statistics_file.h"
+#include "statistics_file.h"
 
 /// What the timer of the last statistics that were started hands to its thread.
 inline std::optional<sigval> qo_started_statistics;
