@@ -162,15 +162,15 @@ TEST_F(PushpullctlAsk, DumpSaysWhereTheFileIs) {
     EXPECT_EQ(result.messages, "");
 }
 
-TEST_F(PushpullctlAsk, DumpSaysWhenTheFileCannotBeSeen) {
+TEST_F(PushpullctlAsk, DumpEndsWith1WhenTheFileIsNotNew) {
     std::filesystem::create_directory("/kivo/data/active_tree.json");  // the service cannot write there
     const struct timespec long_ago[2] = {{1, 0}, {1, 0}};
     ASSERT_EQ(utimensat(AT_FDCWD, "/kivo/data/active_tree.json", long_ago, 0), 0);
     const PushpullctlResult result = run_pushpullctl({"dump"});
-    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.output, R"({"file":"/kivo/data/active_tree.json","seen":false})"
                              "\n");
-    EXPECT_THAT(result.messages, HasSubstr("cannot be seen from here"));
+    EXPECT_THAT(result.messages, HasSubstr("is not new, as seen from here"));
 }
 
 TEST_F(PushpullctlAsk, SyncReachesItsDestination) {

@@ -27,13 +27,14 @@ constexpr char kGood[] = "{\n\t\"crc\": \"945d5ec4\",\n\t\"a\": 1\n}";
 
 /// A run of one of the commands.
 struct CommandRun {
-    CommandRun(QoCtlStatus (*command)(const QoCtlOptions&, QoCtlSignals&), const std::string& file) {
-        QoCtlOptions options;
-        options.files = {file};
-        options.json_lines = true;
+    CommandRun(const char* name, const std::string& file) {
+        const char* words[] = {"pushpullctl", name, "--json", file.c_str()};
+        const std::vector<std::unique_ptr<QoCtlCommand>> commands = qo_ctl_commands();
+        int fault = 0;
+        const std::optional<QoCtlOptions> options = qo_ctl_parse(4, words, commands, fault);
         QoCtlSignals signals;
         testing::internal::CaptureStdout();
-        status = command(options, signals);
+        status = options.value().command->run(options->common, signals);
         output = testing::internal::GetCapturedStdout();
     }
     QoCtlStatus status;
@@ -47,7 +48,7 @@ protected:
     Verdict verdict_of(const std::string& text) {
         return qo_ctl_check_saved_file(scratch_.write("saved_tree.json", text)).verdict;
     }
-    CommandRun check() { return CommandRun(qo_ctl_check_saved, scratch_.file("saved_tree.json")); }
+    CommandRun check() { return CommandRun("check-saved", scratch_.file("saved_tree.json")); }
 
     QoScratchDirectory scratch_;
 };
@@ -88,7 +89,7 @@ TEST_F(CheckSaved, ADamagedFileEndsWith1AndItsBackupIsLookedAt) {
 
 TEST_F(CheckSaved, AMissingFileIsAWrongArgument) {
     EXPECT_EQ(check().status, QoCtlStatus::usage);
-    EXPECT_EQ(CommandRun(qo_ctl_check_defaults, scratch_.file("none")).status, QoCtlStatus::usage);
+    EXPECT_EQ(CommandRun("check-defaults", scratch_.file("none")).status, QoCtlStatus::usage);
 }
 
 // ---- check-defaults ----
@@ -175,14 +176,13 @@ TEST_F(CheckDefaults, TheRootIsAnObject) {
 }
 
 TEST_F(CheckDefaults, EndsWith1ForMistakesAndTellsTheirNumber) {
-    const CommandRun good(qo_ctl_check_defaults, scratch_.write("good.json", "{}"));
+    const CommandRun good("check-defaults", scratch_.write("good.json", "{}"));
     EXPECT_EQ(good.status, QoCtlStatus::answered);
     EXPECT_THAT(good.output, HasSubstr(R"("mistakes":0)"));
-    const CommandRun bad(qo_ctl_check_defaults, scratch_.write("bad.json", R"({"a":[1,2]})"));
+    const CommandRun bad("check-defaults", scratch_.write("bad.json", R"({"a":[1,2]})"));
     EXPECT_EQ(bad.status, QoCtlStatus::failed);
     EXPECT_THAT(bad.output, HasSubstr(R"("mistakes":2)"));
-    const CommandRun deep(qo_ctl_check_defaults,
-                          scratch_.write("deep.json", std::string(513, '[') + std::string(513, ']')));
+    const CommandRun deep("check-defaults", scratch_.write("deep.json", std::string(513, '[') + std::string(513, ']')));
     EXPECT_EQ(deep.status, QoCtlStatus::failed);
     EXPECT_THAT(deep.output, HasSubstr("nested deeper than 512 levels"));
 }

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "qo_ctl_commands.h"
+#include "qo_ctl_live_tree.h"
 #include "qo_ctl_options.h"
 #include "qo_pushpull_initializer.h"
 #include "qo_pushpull_json.h"
@@ -16,9 +17,11 @@ namespace {
 
 using testing::HasSubstr;
 
-constexpr const char* kCommands[] = {"get",    "publish", "subscribe",   "delete",        "clear", "save",
-                                     "dump",   "sync",    "init",        "exit",          "tree",  "components",
-                                     "queues", "stats",   "check-saved", "check-defaults"};
+std::vector<std::string> command_names() {
+    std::vector<std::string> names;
+    for (const auto& command : qo_ctl_commands()) names.emplace_back(command->help().name);
+    return names;
+}
 
 std::string packaged(const std::string& name) {
     std::ostringstream text;
@@ -30,7 +33,7 @@ std::string help_of(const std::string& command) {
     const char* words[] = {"pushpullctl", command.c_str(), "--help"};
     int status = -1;
     testing::internal::CaptureStdout();
-    qo_ctl_parse(3, words, status);
+    qo_ctl_parse(3, words, qo_ctl_commands(), status);
     return testing::internal::GetCapturedStdout();
 }
 
@@ -74,7 +77,7 @@ TEST(TreeMembers, AreTheTopLevelMembersOfTheDefaultTree) {
 TEST(Manual, DescribesEveryCommandAndOption) {
     // Options are written with escaped dashes there.
     const std::string manual = without_backslashes(packaged("pushpullctl.1"));
-    for (const char* command : kCommands) {
+    for (const std::string& command : command_names()) {
         EXPECT_TRUE(describes(manual, command)) << command;
         for (const std::string& option : options_of(command)) EXPECT_THAT(manual, HasSubstr(option));
     }
@@ -83,9 +86,9 @@ TEST(Manual, DescribesEveryCommandAndOption) {
 TEST(Completion, OffersEveryCommandAndOption) {
     const std::string completion = packaged("pushpullctl.bash-completion");
     std::string commands;
-    for (const char* command : kCommands) commands += std::string(commands.empty() ? "" : " ") + command;
+    for (const std::string& command : command_names()) commands += (commands.empty() ? "" : " ") + command;
     EXPECT_THAT(completion, HasSubstr("local commands='" + commands + "'"));
-    for (const char* command : kCommands) {
+    for (const std::string& command : command_names()) {
         EXPECT_FALSE(options_of(command).empty());
         for (const std::string& option : options_of(command)) EXPECT_THAT(completion, HasSubstr(option)) << command;
     }

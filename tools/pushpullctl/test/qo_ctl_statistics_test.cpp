@@ -1,5 +1,5 @@
 // Reading the statistics, the tables and the picture.
-#include "qo_ctl_statistics.h"
+#include "qo_ctl_statistics_print.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "qo_ctl_harmless.h"
 #include "qo_pushpull_json.h"
 
 namespace {

@@ -1,0 +1,68 @@
+// Whole trees: snapshot, diff and defaults.
+#include <filesystem>
+#include <fstream>
+
+#include "component.h"
+#include "pushpullctl_run.h"
+#include "qo_pushpull_json.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+class PushpullctlTrees : public RunningService {
+protected:
+    std::string file(const std::string& name) { return events().scratch() + name; }
+    std::string written(const std::string& name, const std::string& text) {
+        std::ofstream(file(name)) << text;
+        return file(name);
+    }
+};
+
+TEST_F(PushpullctlTrees, ASnapshotIsTheTree) {
+    ASSERT_EQ(run_pushpullctl({"snapshot", file("a.json")}).status, 0);
+    const PushpullctlResult same = run_pushpullctl({"diff", file("a.json"), "live"});
+    EXPECT_EQ(same.status, 0);
+    EXPECT_EQ(same.output, "");
+    EXPECT_EQ(run_pushpullctl({"snapshot", "/nowhere/a.json"}).status, 1);
+}
+
+TEST_F(PushpullctlTrees, WhatChangedSinceIsShownByPointer) {
+    ASSERT_EQ(run_pushpullctl({"snapshot", file("a.json")}).status, 0);
+    ASSERT_EQ(run_pushpullctl({"set", "--string", "/version/schemaVersion", "9"}).status, 0);
+    ASSERT_EQ(run_pushpullctl({"set", "/version/new", "1"}).status, 0);
+    ASSERT_EQ(run_pushpullctl({"delete", "/error"}).status, 0);
+    const PushpullctlResult changed = run_pushpullctl({"diff", file("a.json"), "live"});
+    EXPECT_EQ(changed.status, 1);
+    EXPECT_THAT(changed.output, HasSubstr("~ /version/schemaVersion: \"0.0\" -> \"9\"\n+ /version/new: 1\n"));
+    EXPECT_THAT(changed.output, HasSubstr("- /error: [{"));
+    const PushpullctlResult patch = run_pushpullctl({"diff", "--json", file("a.json"), "live"});
+    EXPECT_THAT(patch.output, HasSubstr(R"({"op":"replace","path":"/version/schemaVersion","value":"9"})"));
+    EXPECT_THAT(patch.output, HasSubstr(R"({"op":"remove","path":"/error"})"));
+}
+
+TEST_F(PushpullctlTrees, TheFilesOfTheServiceAreComparedWithoutTheirSum) {
+    ASSERT_EQ(run_pushpullctl({"save"}).status, 0);
+    ASSERT_EQ(run_pushpullctl({"save"}).status, 0);
+    const PushpullctlResult result = run_pushpullctl({"diff", "saved", "backup"});
+    EXPECT_EQ(result.status, 0) << result.output << result.messages;
+    EXPECT_THAT(run_pushpullctl({"diff", "defaults", "saved"}).output, testing::Not(HasSubstr("crc")));
+}
+
+TEST_F(PushpullctlTrees, TheDefaultsAreThoseThatTheServiceStartsWith) {
+    const std::string defaults = written("defaults.json", run_pushpullctl({"defaults"}).output);
+    EXPECT_EQ(run_pushpullctl({"diff", defaults, "live"}).status, 0);
+    EXPECT_EQ(run_pushpullctl({"check-defaults", defaults}).status, 0);
+}
+
+TEST_F(PushpullctlTrees, OfABrokenFileLineAndColumnAreTold) {
+    const std::string broken = written("broken.json", "{\n  \"a\": 1,\n  \"b\" 2\n}");
+    const PushpullctlResult result = run_pushpullctl({"diff", broken, "defaults"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_THAT(result.messages, HasSubstr("line 3, column 7: Missing a colon after a name of object member."));
+    const PushpullctlResult checked = run_pushpullctl({"check-defaults", broken});
+    EXPECT_THAT(checked.output, HasSubstr("line 3, column 7"));
+    EXPECT_THAT(run_pushpullctl({"publish", "{\"a\":[1,}"}).messages, HasSubstr("line 1, column 9"));
+}
+
+}  // namespace
