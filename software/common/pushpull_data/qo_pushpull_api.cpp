@@ -74,6 +74,7 @@ int32_t QoPushpullApi::init(std::string suffix) {
     }
     if (queue_descriptor > 0) mq_close(queue_descriptor);
     queue_descriptor = descriptor;
+    errno = error;
     return descriptor == -1 ? -1 : 0;
 }
 

@@ -1,15 +1,21 @@
 /// The identifiers by which the components of a device are known to the data service, and the classes
-/// that decide what a component may write. Compiles alone; no functions, no state.
+/// that decide what a component may write. C++ and C; compiles alone; no functions, no state.
 #ifndef QO_COMPONENT_IDS_H
 #define QO_COMPONENT_IDS_H
 
+#ifdef __cplusplus
 #include <cstdint>
+#endif
 
 /// Every component of the device. Two prefixes, QO_CMPID_ and QO_CMP_ID_, both belong to the names. Each
 /// gateway block is a base identifier, its connections _C0 to _C9 (base + 1 to base + 10), unnamed but
 /// valid connections up to base + 49, and the marker _END at base + 50. QO_CMPID_RESERVED is never a
 /// valid component.
+#ifdef __cplusplus
 enum eQO_CMP_IDs_ : int32_t {
+#else
+enum eQO_CMP_IDs_ {
+#endif
     QO_CMPID_RESERVED = 0,
     QO_CMPID_PUSHPULL = 1100,
     QO_CMPID_CS_SIMULATOR = 1101,
@@ -95,7 +101,11 @@ enum eQO_CMP_IDs_ : int32_t {
 
 /// What a component may write, derived from its identifier: an internal component everything, a client
 /// what the "writeAccess" members of the data tree allow to its class.
+#ifdef __cplusplus
 enum eQO_COMPONENT_CLASS_ : int32_t {
+#else
+enum eQO_COMPONENT_CLASS_ {
+#endif
     QO_INTERNAL = 0,
     QO_LOCAL_CLIENT = 1,
     QO_REMOTE_CLIENT = 2,

@@ -68,7 +68,7 @@ public:
 
     /// Opens the service's request queue "/pushpull" plus `suffix`; never creates it. Called before the first
     /// operation. After a failure the object is usable all the same: the next operation reopens the queue.
-    /// @return 0; -1 when the queue could not be opened (ENOENT in the log: the service has not started yet).
+    /// @return 0; -1 with errno when the queue could not be opened (ENOENT: the service has not started yet).
     int32_t init(std::string suffix);
 
     /// Closes the service's queue; the component stays registered. Nothing to do before init and after a

@@ -1,11 +1,12 @@
-# cmake -D BUILD=... -D WORK=... -D CXX=... -D FLAGS=... -D LINK_FLAGS=... -D PKG_CONFIG=... -D LIBDIR=... -D PROGRAM=...
-#     -D INCLUDE=... [-D EMULATOR=...] -P public_headers_test.cmake
+# cmake -D BUILD=... -D WORK=... -D CC=... -D CXX=... -D FLAGS=... -D LINK_FLAGS=... -D PKG_CONFIG=... -D LIBDIR=...
+#     -D PROGRAM=... -D C_PROGRAM=... -D INCLUDE=... [-D EMULATOR=...] -P public_headers_test.cmake
 #
-# Installs what component authors get into an empty folder and uses it as they do: every header by itself, then a
-# component that finds the library through pkg-config. FLAGS are those that the library was compiled with, but for the
+# Installs what component authors get into an empty folder and uses it as they do: every header by itself, then
+# components that find the libraries through pkg-config. FLAGS are those that the library was compiled with, but for the
 # width of time and file offsets: on a 32-bit board a component may have either. EMULATOR runs its programs. INCLUDE is
 # where a target of this build that links the library finds headers: it sees the public ones alone, too.
 separate_arguments(flags UNIX_COMMAND "${FLAGS} -std=c++20 -Wall -Wextra -Wpedantic -Werror")
+separate_arguments(c_flags UNIX_COMMAND "${FLAGS} -std=c99 -Wall -Wextra -pedantic -Werror")
 separate_arguments(emulator UNIX_COMMAND "${EMULATOR}")
 set(wide_flags -D_FILE_OFFSET_BITS=64 -D_TIME_BITS=64)
 set(prefix ${WORK}/installed)
@@ -25,13 +26,17 @@ run(${CMAKE_COMMAND} --install ${BUILD} --component client --prefix ${prefix})
 
 file(GLOB_RECURSE headers RELATIVE ${prefix}/include/qo_pushpull ${prefix}/include/*)
 list(SORT headers)
-if(NOT headers STREQUAL "qo_component_ids.h;qo_pushpull_api.h;qo_pushpull_message_queue.h")
+if(NOT headers STREQUAL "qo_component_ids.h;qo_pushpull_api.h;qo_pushpull_c.h;qo_pushpull_message_queue.h")
     message(FATAL_ERROR "installed headers: ${headers}")
 endif()
 
 foreach(header ${headers})
     file(WRITE ${WORK}/alone.cpp "#include <${header}>\n#include <${header}>\n")
     run(${CXX} ${flags} -fsyntax-only -I${prefix}/include/qo_pushpull ${WORK}/alone.cpp)
+endforeach()
+foreach(header qo_component_ids.h qo_pushpull_c.h)
+    file(WRITE ${WORK}/alone.c "#include <${header}>\n#include <${header}>\ntypedef int not_empty;\n")
+    run(${CC} ${c_flags} -fsyntax-only -I${prefix}/include/qo_pushpull ${WORK}/alone.c)
 endforeach()
 
 list(TRANSFORM INCLUDE PREPEND -I)
@@ -52,6 +57,11 @@ foreach(width narrow wide)
     run(${CXX} ${flags} ${${width}_flags} ${PROGRAM} -o ${WORK}/shared_${width} ${LINK_FLAGS} ${found} -Wl,-rpath,${prefix}/${LIBDIR})
     run(${emulator} ${WORK}/shared_${width})
 endforeach()
+
+run(${PKG_CONFIG} --cflags --libs qo_pushpull_c)
+separate_arguments(found UNIX_COMMAND "${output}")
+run(${CC} ${c_flags} ${C_PROGRAM} -o ${WORK}/c_shared ${LINK_FLAGS} ${found} -Wl,-rpath,${prefix}/${LIBDIR})
+run(${emulator} ${WORK}/c_shared)
 
 run(${PKG_CONFIG} --static --libs qo_pushpull_api)
 string(REPLACE "-lqo_pushpull_api" "-l:libqo_pushpull_api.a" output "${output}")
