@@ -1,5 +1,5 @@
 # cmake -D BUILD=... -D WORK=... -D CC=... -D CXX=... -D FLAGS=... -D LINK_FLAGS=... -D PKG_CONFIG=... -D LIBDIR=...
-#     -D PROGRAM=... -D C_PROGRAM=... -D INCLUDE=... [-D EMULATOR=...] -P public_headers_test.cmake
+#     -D PROGRAM=... -D C_PROGRAM=... -D INCLUDE=... -D EXAMPLES=... [-D EMULATOR=...] -P public_headers_test.cmake
 #
 # Installs what component authors get into an empty folder and uses it as they do: every header by itself, then
 # components that find the libraries through pkg-config. FLAGS are those that the library was compiled with, but for the
@@ -26,13 +26,14 @@ run(${CMAKE_COMMAND} --install ${BUILD} --component client --prefix ${prefix})
 
 file(GLOB_RECURSE headers RELATIVE ${prefix}/include/qo_pushpull ${prefix}/include/*)
 list(SORT headers)
-if(NOT headers STREQUAL "qo_component_ids.h;qo_pushpull_api.h;qo_pushpull_c.h;qo_pushpull_message_queue.h")
+if(NOT headers STREQUAL "qo_component_ids.h;qo_pushpull_api.h;qo_pushpull_c.h;qo_pushpull_client.hpp;qo_pushpull_message_queue.h")
     message(FATAL_ERROR "installed headers: ${headers}")
 endif()
 
 foreach(header ${headers})
     file(WRITE ${WORK}/alone.cpp "#include <${header}>\n#include <${header}>\n")
     run(${CXX} ${flags} -fsyntax-only -I${prefix}/include/qo_pushpull ${WORK}/alone.cpp)
+    run(${CXX} ${flags} -std=c++17 -fsyntax-only -I${prefix}/include/qo_pushpull ${WORK}/alone.cpp)
 endforeach()
 foreach(header qo_component_ids.h qo_pushpull_c.h)
     file(WRITE ${WORK}/alone.c "#include <${header}>\n#include <${header}>\ntypedef int not_empty;\n")
@@ -69,3 +70,13 @@ separate_arguments(found_static UNIX_COMMAND "${output}")
 run(${CXX} ${flags} -I${prefix}/include/qo_pushpull ${PROGRAM} -o ${WORK}/static ${LINK_FLAGS} ${found_static}
     -Wl,-rpath,${prefix}/${LIBDIR})
 run(${emulator} ${WORK}/static)
+
+# The examples that a component author copies, as a project of their own.
+run(${CMAKE_COMMAND} -S ${EXAMPLES} -B ${WORK}/examples -G Ninja -D CMAKE_CXX_COMPILER=${CXX}
+    "-DCMAKE_CXX_FLAGS=${FLAGS} -Wall -Wextra -Wpedantic -Werror" "-DCMAKE_EXE_LINKER_FLAGS=${LINK_FLAGS} -Wl,-rpath,${prefix}/${LIBDIR}")
+run(${CMAKE_COMMAND} --build ${WORK}/examples)
+# There is no service here: it says so.
+execute_process(COMMAND ${emulator} ${WORK}/examples/status_panel --wait 0 RESULT_VARIABLE result ERROR_VARIABLE error)
+if(NOT result EQUAL 1 OR NOT error MATCHES "the service does not answer")
+    message(FATAL_ERROR "the example ended with ${result}:\n${error}")
+endif()
