@@ -4,6 +4,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <mqueue.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -54,8 +55,16 @@ std::optional<std::vector<std::string>> qo_ctl_queue_names(const std::string& di
 std::optional<QoCtlQueue> qo_ctl_look_at_queue(const std::string& name) {
     const QoCtlDescriptor descriptor(mq_open(name.c_str(), O_RDONLY | O_NONBLOCK));
     mq_attr attributes{};
-    if (descriptor.get() == -1 || mq_getattr(descriptor.get(), &attributes) != 0) return std::nullopt;
-    return QoCtlQueue{name, attributes.mq_curmsgs, attributes.mq_maxmsg, attributes.mq_msgsize};
+    struct stat status {};
+    if (descriptor.get() == -1 || mq_getattr(descriptor.get(), &attributes) != 0 ||
+        fstat(descriptor.get(), &status) != 0)
+        return std::nullopt;
+    return QoCtlQueue{.name = name,
+                      .messages = attributes.mq_curmsgs,
+                      .max_messages = attributes.mq_maxmsg,
+                      .message_size = attributes.mq_msgsize,
+                      .device = status.st_dev,
+                      .inode = status.st_ino};
 }
 
 void QoCtlFullTimes::note(std::vector<QoCtlQueue>& queues, long now) {

@@ -2,11 +2,16 @@
 #ifndef QO_CTL_QUEUE_LIST_H
 #define QO_CTL_QUEUE_LIST_H
 
+#include <sys/types.h>
+
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "qo_component_ids.h"
+#include "qo_ctl_process.h"
 
 /// A queue: how many messages wait in it, and its limits.
 struct QoCtlQueue {
@@ -15,6 +20,10 @@ struct QoCtlQueue {
     long max_messages;
     long message_size;   // bytes
     long full_for = -1;  // seconds; -1 when nobody watches
+    dev_t device = 0;    // with the inode, what makes two descriptors the same queue
+    ino_t inode = 0;
+    eQO_CMP_IDs_ component = QO_CMPID_RESERVED;  // whose it is; QO_CMPID_RESERVED when that is not known
+    std::vector<QoCtlProcess> readers = {};      // when they were looked for
 };
 
 /// Where the message queue file system is mounted, as /proc/self/mounts shows it: /dev/mqueue before any other

@@ -9,6 +9,10 @@
 
 std::string qo_ctl_service_queue_name(const std::string& instance) { return QO_SERVICE_QUEUE_NAME + instance; }
 
+bool qo_ctl_may_be_service_queue(std::string_view name) {
+    return name.starts_with(QO_SERVICE_QUEUE_NAME) && !name.starts_with(QO_CTL_OWN_QUEUE_NAME);
+}
+
 int QoCtlServiceQueue::open(const std::string& instance) {
     name_ = qo_ctl_service_queue_name(instance);
     // As the client library opens it, so that what is allowed here is allowed there.

@@ -6,6 +6,7 @@
 #include <mqueue.h>
 
 #include <string>
+#include <string_view>
 
 /// An open message queue descriptor; closes it. -1 means none.
 class QoCtlDescriptor {
@@ -27,6 +28,12 @@ private:
 
 /// The name of the request queue of a service that was started with this instance suffix.
 std::string qo_ctl_service_queue_name(const std::string& instance);
+
+/// The queues of this program are called so: this, the instance suffix, "-", and the number of the identifier.
+inline constexpr char QO_CTL_OWN_QUEUE_NAME[] = "/pushpullctl";
+
+/// Whether a queue of that name may be the request queue of a service, of whatever suffix.
+bool qo_ctl_may_be_service_queue(std::string_view name);
 
 class QoCtlServiceQueue {
 public:

@@ -32,5 +32,6 @@ std::unique_ptr<QoCtlCommand> qo_ctl_make_stats();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_subscribe();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_sync();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_tree();
+std::unique_ptr<QoCtlCommand> qo_ctl_make_who();
 
 #endif

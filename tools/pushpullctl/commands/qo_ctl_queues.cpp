@@ -5,24 +5,21 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <sstream>
 
 #include "qo_ctl_commands.h"
 #include "qo_ctl_padded.h"
-#include "qo_ctl_queue_list.h"
+#include "qo_ctl_queue_look.h"
 #include "qo_ctl_service_queue.h"
 #include "qo_ctl_shared.h"
 #include "qo_pushpull_json.h"
 
 namespace {
 
-constexpr size_t kBarWidth = 20;  // characters
+constexpr size_t kBarWidth = 20;        // characters
+constexpr size_t kComponentWidth = 24;  // characters
 constexpr std::string_view kNameTitle = "QUEUE";
 constexpr std::chrono::milliseconds kRefresh{1000};
 constexpr std::chrono::milliseconds kLookAtSignals{100};
@@ -31,11 +28,14 @@ constexpr char kRed[] = "\033[31m";
 constexpr char kBold[] = "\033[1m";
 constexpr char kPlain[] = "\033[0m";
 
-/// A queue may have any name; a terminal and JSON may not show every byte.
-std::string shown(std::string name) {
-    for (char& character : name)
-        if (character < ' ' || character > '~') character = '?';
-    return name;
+/// "display (812), stopped"; of several, one behind the other.
+std::string readers(const QoCtlQueue& queue) {
+    std::string text;
+    for (const QoCtlProcess& reader : queue.readers) {
+        text += (text.empty() ? "" : "; ") + qo_ctl_shown(reader.program) + " (" + std::to_string(reader.id) + "), " +
+                std::string(qo_ctl_process_state(reader.state));
+    }
+    return text.empty() ? "nobody seen" : text;
 }
 
 std::string queue_row(const QoCtlQueue& queue, size_t name_width, bool service, bool coloured) {
@@ -43,51 +43,35 @@ std::string queue_row(const QoCtlQueue& queue, size_t name_width, bool service, 
     const char* color = full ? kRed : kBold;
     const bool marked = coloured && (full || service);
     const std::string depth = std::to_string(queue.messages) + "/" + std::to_string(queue.max_messages);
-    return (marked ? color : "") + qo_ctl_padded(shown(queue.name), name_width) + "  " +
+    return (marked ? color : "") + qo_ctl_padded(qo_ctl_shown(queue.name), name_width) + "  " +
            qo_ctl_fill_bar(queue.messages, queue.max_messages, kBarWidth) + qo_ctl_padded(depth, 12, true) +
            qo_ctl_padded(std::to_string(queue.message_size), 10, true) + " bytes" +
-           (queue.full_for < 0 ? "" : qo_ctl_padded(std::to_string(queue.full_for), 8, true) + " s") +
-           (service ? "  (the service)" : "") + (marked ? kPlain : "") + "\n";
+           (queue.full_for < 0 ? "" : qo_ctl_padded(std::to_string(queue.full_for), 8, true) + " s") + "  " +
+           qo_ctl_padded(qo_ctl_component_shown(queue), kComponentWidth) + "  " + readers(queue) +
+           (marked ? kPlain : "") + "\n";
 }
 
 std::string queue_titles(size_t name_width, bool watched) {
     return qo_ctl_padded(std::string(kNameTitle), name_width) + "  " + qo_ctl_padded("FULL", kBarWidth + 2) +
            qo_ctl_padded("MESSAGES", 12, true) + qo_ctl_padded("OF SIZE", 16, true) + (watched ? "  FULL FOR" : "") +
-           "\n";
+           "  " + qo_ctl_padded("COMPONENT", kComponentWidth) + "  READ BY\n";
 }
 
 std::string queue_json(const QoCtlQueue& queue, bool service) {
     const QoJsonNode node(json_new(JSON_NODE));
-    json_push_back(node.get(), json_new_a("queue", shown(queue.name).c_str()));
+    json_push_back(node.get(), json_new_a("queue", qo_ctl_shown(queue.name).c_str()));
     json_push_back(node.get(), json_new_i("messages", queue.messages));
     json_push_back(node.get(), json_new_i("max_messages", queue.max_messages));
     json_push_back(node.get(), json_new_i("message_size", queue.message_size));
     json_push_back(node.get(), json_new_b("service", service ? 1 : 0));
     if (queue.full_for >= 0) json_push_back(node.get(), json_new_i("full_for", queue.full_for));
+    qo_ctl_add_component(node.get(), queue);
+    JSONNODE* const readers = qo_json_append_named(node.get(), JSON_ARRAY, "readers");
+    for (const QoCtlProcess& reader : queue.readers) {
+        JSONNODE* const process = qo_json_append_named(readers, JSON_NODE, "");
+        qo_ctl_add_process(process, reader);
+    }
     return qo_ctl_render(node.get(), QoCtlStyle{});
-}
-
-std::string mounts() {
-    std::ifstream file("/proc/self/mounts");
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-/// The names of all queues, or of the service's alone, with a word about it, where they cannot be listed.
-std::vector<std::string> names_to_look_at(const std::string& service) {
-    const std::optional<std::string> directory = qo_ctl_queue_directory(mounts());
-    if (!directory) {
-        qo_ctl_say(
-            "only the service's queue is shown; to see all: mkdir -p /dev/mqueue && mount -t mqueue none /dev/mqueue");
-        return {service};
-    }
-    std::optional<std::vector<std::string>> names = qo_ctl_queue_names(*directory);
-    if (!names) {
-        qo_ctl_say(*directory + ": " + std::strerror(errno));
-        return {service};
-    }
-    return *names;
 }
 
 std::string render_queues(const std::vector<QoCtlQueue>& queues, const std::string& service, QoCtlStyle style) {
@@ -100,19 +84,6 @@ std::string render_queues(const std::vector<QoCtlQueue>& queues, const std::stri
             style.formatted ? queue_row(queue, name_width, is_service, style.coloured) : queue_json(queue, is_service);
     }
     return text;
-}
-
-/// All queues that can be looked at, with a word about the others.
-std::vector<QoCtlQueue> look_at_queues(const std::string& service) {
-    std::vector<QoCtlQueue> queues;
-    for (const std::string& name : names_to_look_at(service)) {
-        const std::optional<QoCtlQueue> queue = qo_ctl_look_at_queue(name);
-        if (queue)
-            queues.push_back(*queue);
-        else if (name != service || errno != ENOENT)
-            qo_ctl_say(name + ": " + std::strerror(errno));
-    }
-    return queues;
 }
 
 bool has_queue(const std::vector<QoCtlQueue>& queues, const std::string& name) {
@@ -184,7 +155,7 @@ QoCtlStatus watch_queues(const QoCtlCommon& common, QoCtlSignals& signals) {
     signals.watch(-1);  // no queue to be woken through
     QoCtlStatus status = QoCtlStatus::answered;
     do {
-        std::vector<QoCtlQueue> queues = look_at_queues(service);
+        std::vector<QoCtlQueue> queues = qo_ctl_look_at_queues(service).queues;
         const auto now = std::chrono::steady_clock::now().time_since_epoch();
         full_times.note(queues, static_cast<long>(std::chrono::duration_cast<std::chrono::seconds>(now).count()));
         status = qo_ctl_print(top_of_screen + render_watched(std::move(queues), service, style), QoCtlStatus::answered);
@@ -196,11 +167,13 @@ QoCtlStatus watch_queues(const QoCtlCommon& common, QoCtlSignals& signals) {
 class Queues : public QoCtlCommand {
 public:
     Help help() const override {
-        return {"queues", "Show how full the message queues are",
-                "Needs no running service. Lists what the message queue file system shows, usually at /dev/mqueue.\n"
-                "With --watch also for how many seconds each queue has been seen full without a break: a component's\n"
-                "queue that stays full for 120 restarts the device.\n\n"
-                "Example:\n  pushpullctl queues --watch"};
+        return {
+            "queues", "Show how full the message queues are",
+            "Needs no running service. Lists what the message queue file system shows, usually at /dev/mqueue, and\n"
+            "which processes read the queues, as far as they can be looked into (see: pushpullctl who).\n"
+            "With --watch also for how many seconds each queue has been seen full without a break: a component's\n"
+            "queue that stays full for 120 restarts the device.\n\n"
+            "Example:\n  pushpullctl queues --watch"};
     }
     void declare(QoCtlCommandLine& line) override {
         line.flag("--watch", watch_, "show them again every second, until q or Ctrl-C");
@@ -215,7 +188,7 @@ QoCtlStatus Queues::run(const QoCtlCommon& common, QoCtlSignals& signals) {
     if (watch_) return watch_queues(common, signals);
     signals.release();
     const std::string service = qo_ctl_service_queue_name(common.instance);
-    const std::vector<QoCtlQueue> queues = look_at_queues(service);
+    const std::vector<QoCtlQueue> queues = qo_ctl_look_at_queues(service).queues;
     const bool service_seen = has_queue(queues, service);
     if (!service_seen) qo_ctl_say("the service's queue " + service + " is not there or cannot be opened");
     const QoCtlStatus status = service_seen ? QoCtlStatus::answered : QoCtlStatus::unreachable;

@@ -5,31 +5,21 @@
 
 #include "qo_ctl_output.h"
 #include "qo_ctl_statistics_print.h"
+#include "qo_ctl_table.h"
 #include "qo_pushpull_json.h"
 
 namespace {
-
-using Cells = std::vector<std::string>;
 
 std::string fixed_point(double number, int digits) {
     char text[64];
     return std::string(text, static_cast<size_t>(std::snprintf(text, sizeof text, "%.*f", digits, number)));
 }
 
-/// Rows of cells with two blanks between the columns: the first column to the left, the others to the right.
-std::string aligned(const std::vector<Cells>& rows) {
-    std::vector<size_t> widths(rows.front().size(), 0);
-    for (const Cells& row : rows)
-        for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
-    std::string text;
-    for (const Cells& row : rows) {
-        for (size_t i = 0; i < row.size(); ++i) {
-            const std::string blanks(widths[i] - row[i].size(), ' ');
-            text += (i == 0 ? row[i] + blanks : "  " + blanks + row[i]);
-        }
-        text += "\n";
-    }
-    return text;
+/// The first column to the left, the others to the right.
+std::string aligned(const std::vector<QoCtlCells>& rows) {
+    std::set<size_t> numbers;
+    for (size_t i = 1; i < rows.front().size(); ++i) numbers.insert(i);
+    return qo_ctl_table(rows, numbers);
 }
 
 /// "12 /pushpull": the greatest depth of the interval, and where.
@@ -40,7 +30,7 @@ std::string deepest(const QoCtlStatisticsRow& row) {
     return std::to_string(queue->max_depth) + " " + qo_ctl_shown_name(queue->name, queue->certain);
 }
 
-Cells cells_of(const QoCtlStatisticsRow& row) {
+QoCtlCells cells_of(const QoCtlStatisticsRow& row) {
     return {
         qo_ctl_time_text(row.time),        fixed_point(row.percent_active, 2),
         std::to_string(row.publishes),     fixed_point(row.publish_ms, 3),
@@ -96,8 +86,8 @@ std::string json_of(const QoCtlStatisticsRow& row) {
 }  // namespace
 
 std::string qo_ctl_statistics_table(const std::vector<QoCtlStatisticsRow>& rows, size_t count) {
-    std::vector<Cells> table = {{"TIME (UTC)", "ACTIVE %", "PUBLISHES", "ms EACH", "READS", "ms EACH", "SAVES",
-                                 "CLEARS", "SUBSCR.", "REG.", "UNREG.", "DEEPEST QUEUE"}};
+    std::vector<QoCtlCells> table = {{"TIME (UTC)", "ACTIVE %", "PUBLISHES", "ms EACH", "READS", "ms EACH", "SAVES",
+                                      "CLEARS", "SUBSCR.", "REG.", "UNREG.", "DEEPEST QUEUE"}};
     for (size_t i = first_of_last(rows, count); i < rows.size(); ++i) table.push_back(cells_of(rows[i]));
     return aligned(table);
 }
@@ -107,7 +97,7 @@ std::string qo_ctl_queue_totals_table(const std::vector<QoCtlStatisticsRow>& row
     std::vector<std::pair<std::string, QoCtlQueueTotal>> sorted(totals.begin(), totals.end());
     std::stable_sort(sorted.begin(), sorted.end(),
                      [](const auto& a, const auto& b) { return a.second.messages > b.second.messages; });
-    std::vector<Cells> table = {{"QUEUE", "MESSAGES", "SAVES", "MAX DEPTH", "AVG DEPTH"}};
+    std::vector<QoCtlCells> table = {{"QUEUE", "MESSAGES", "SAVES", "MAX DEPTH", "AVG DEPTH"}};
     for (const auto& [name, total] : sorted) {
         table.push_back({qo_ctl_shown_name(name, total.certain), std::to_string(total.messages),
                          std::to_string(total.saves), std::to_string(total.max_depth),

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 
+#include "qo_ctl_components.h"
 #include "qo_pushpull_constants.h"
 #include "qo_pushpull_message_queue.h"
 
@@ -47,7 +48,13 @@ bool smaller_may_do(int error) { return error == EMFILE || error == EINVAL || er
 }  // namespace
 
 std::string qo_ctl_own_queue_name(const std::string& instance, eQO_CMP_IDs_ id) {
-    return "/pushpullctl" + instance + "-" + std::to_string(static_cast<int32_t>(id));
+    return QO_CTL_OWN_QUEUE_NAME + instance + "-" + std::to_string(static_cast<int32_t>(id));
+}
+
+std::optional<eQO_CMP_IDs_> qo_ctl_owner_of_queue(std::string_view name) {
+    const size_t dash = name.rfind('-');
+    if (!name.starts_with(QO_CTL_OWN_QUEUE_NAME) || dash == std::string_view::npos) return std::nullopt;
+    return qo_ctl_component_id(name.substr(dash + 1));
 }
 
 bool qo_ctl_lock_queue(mqd_t descriptor) {

@@ -5,7 +5,9 @@
 
 #include <mqueue.h>
 
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "qo_component_ids.h"
 #include "qo_ctl_service_queue.h"
@@ -13,6 +15,9 @@
 /// The name of the receive queue for an identifier. It is always the same: when a killed pushpullctl left its
 /// registration in the service, the service still sends into the queue of this name.
 std::string qo_ctl_own_queue_name(const std::string& instance, eQO_CMP_IDs_ id);
+
+/// The identifier in such a name; nothing in any other.
+std::optional<eQO_CMP_IDs_> qo_ctl_owner_of_queue(std::string_view name);
 
 enum class QoCtlOwnQueueResult {
     opened,

@@ -5,6 +5,8 @@
 
 #include "component.h"
 #include "pushpullctl_run.h"
+#include "qo_ctl_moment.h"
+#include "qo_ctl_process.h"
 
 namespace {
 
@@ -187,7 +189,15 @@ TEST_F(PushpullctlTree, AMemberTooLongToBeReceivedIsToldAndTheOthersAreShown) {
 
 // ---- components and queues ----
 
-class PushpullctlLists : public ServiceProcess {};
+class PushpullctlLists : public ServiceProcess {
+protected:
+    /// Of a queue that a test has open, and no service.
+    static std::string this_process_as_reader() {
+        const std::optional<QoCtlProcess> process = qo_ctl_look_at_process(getpid());
+        return R"("readers":[{"process":)" + std::to_string(getpid()) + R"(,"program":")" + process->program +
+               R"(","state":"running","since":")" + qo_ctl_second_text(process->started) + R"("}])";
+    }
+};
 
 TEST_F(PushpullctlLists, ComponentsNeedNoService) {
     const PushpullctlResult result = run_pushpullctl({"components"});
@@ -212,8 +222,8 @@ TEST_F(PushpullctlLists, QueuesShowDepthAndLimits) {
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.output, R"({"queue":"/pushpull","messages":1,"max_messages":)" +
                                  std::to_string(service().capacity()) +
-                                 R"(,"message_size":262144,"service":true})"
-                                 "\n");
+                                 R"(,"message_size":262144,"service":true,"component":"PUSHPULL","number":1100,)" +
+                                 this_process_as_reader() + "}\n");
 }
 
 TEST_F(PushpullctlLists, QueuesInColourHaveAFillBar) {
@@ -226,8 +236,8 @@ TEST_F(PushpullctlLists, WatchedQueuesAreShownEverySecondWithTheTimeTheyAreFullU
     service().make_queue();
     while (service().waiting_requests() < service().capacity()) ASSERT_TRUE(service().post("x"));
     PushpullctlRun run({"queues", "--watch"});
-    ASSERT_TRUE(run.wait_for_output(R"("full_for":0})"));
-    ASSERT_TRUE(run.wait_for_output(R"("full_for":2})"));
+    ASSERT_TRUE(run.wait_for_output(R"("full_for":0,)"));
+    ASSERT_TRUE(run.wait_for_output(R"("full_for":2,)"));
     ASSERT_TRUE(service().take_request());
     ASSERT_TRUE(run.wait_for_output(R"("messages":)" + std::to_string(service().capacity() - 1)));
     run.send_signal(SIGINT);
