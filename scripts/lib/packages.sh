@@ -9,7 +9,7 @@ qo_demo_packages=(util-linux mount)
 
 # To run scripts/test, besides the above: tests, benchmarks, fuzzers and the checks of the sources.
 qo_test_packages=(libgtest-dev libgmock-dev libbenchmark-dev pkg-config procps ccache valgrind strace
-    clang-14 libclang-rt-14-dev clang-format-14)
+    python3 python3-pytest clang-14 libclang-rt-14-dev clang-format-14)
 
 # What bench/compare is built with, and what it compares the service with.
 qo_compare_build_packages=(pkg-config libmosquitto-dev libhiredis-dev libsystemd-dev)
