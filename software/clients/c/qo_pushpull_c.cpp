@@ -2,26 +2,35 @@
 // apart.
 #include "qo_pushpull_c.h"
 
+#include <errno.h>
+#include <poll.h>
+
+#include <algorithm>
 #include <chrono>
 #include <initializer_list>
 #include <memory>
 #include <new>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "qo_pushpull_api.h"
-#include "qo_pushpull_c_queue.h"
+#include "qo_pushpull_own_queue.h"
 
 struct qo_pushpull_c_client {
     qo_pushpull_c_client(eQO_CMP_IDs_ id, const std::string& instance) : component(id), api(instance) {}
 
     const eQO_CMP_IDs_ component;
     QoPushpullApi api;
-    std::unique_ptr<QoClientQueue> queue;  // null while not registered
-    bool service_has_ended = false;        // it said so
+    std::unique_ptr<QoPushpullOwnQueue> queue;  // null while not registered
+    std::string text;                           // the last one received
+    bool service_has_ended = false;             // it said so
 };
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 constexpr std::string_view kServiceEnds = "exit";  // the text by which it says so
 
@@ -53,15 +62,38 @@ int32_t request(qo_pushpull_c_client* client, std::initializer_list<const char*>
     return without_exceptions([&] { return status_of(operation(client->api, client->component), client->api, texts); });
 }
 
-std::optional<std::chrono::milliseconds> as_timeout(int32_t timeout_ms) {
-    if (timeout_ms == QO_PUSHPULL_C_FOREVER) return std::nullopt;
-    return std::chrono::milliseconds(timeout_ms);
+/// Milliseconds until the deadline, as poll wants them; -1 without one.
+int patience(const std::optional<Clock::time_point>& deadline) {
+    if (!deadline) return -1;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now()).count();
+    return static_cast<int>(std::max<decltype(left)>(left, 0));  // at most the timeout, an int32_t
 }
 
+/// @return OK once `queue` has something; TIMEOUT, INTERRUPTED, QUEUE_FAILED
+int32_t wait_for_text(const QoPushpullOwnQueue& queue, const std::optional<Clock::time_point>& deadline) {
+    pollfd arrival{queue.descriptor(), POLLIN, 0};
+    const int ready = poll(&arrival, 1, patience(deadline));
+    if (ready > 0) return QO_PUSHPULL_C_OK;
+    if (ready == 0) return QO_PUSHPULL_C_TIMEOUT;
+    return errno == EINTR ? QO_PUSHPULL_C_INTERRUPTED : QO_PUSHPULL_C_QUEUE_FAILED;
+}
+
+/// Takes the next text into client.text; an empty one is no text of the service's.
 int32_t receive(qo_pushpull_c_client& client, int32_t timeout_ms) {
-    const int32_t status = client.queue->receive(as_timeout(timeout_ms));
-    if (status == QO_PUSHPULL_C_OK && client.queue->text() == kServiceEnds) client.service_has_ended = true;
-    return status;
+    std::optional<Clock::time_point> deadline;
+    if (timeout_ms != QO_PUSHPULL_C_FOREVER) deadline = Clock::now() + std::chrono::milliseconds(timeout_ms);
+    while (true) {
+        std::optional<std::string> text = client.queue->take();
+        if (!text) {
+            if (errno != EAGAIN) return QO_PUSHPULL_C_QUEUE_FAILED;
+            const int32_t status = wait_for_text(*client.queue, deadline);
+            if (status != QO_PUSHPULL_C_OK) return status;
+        } else if (!text->empty()) {
+            client.text = std::move(*text);
+            client.service_has_ended = client.service_has_ended || client.text == kServiceEnds;
+            return QO_PUSHPULL_C_OK;
+        }
+    }
 }
 
 /// @return OK when the client may receive.
@@ -128,12 +160,13 @@ int32_t qo_pushpull_c_register(qo_pushpull_c_client* client, const char* queue_n
     if (client == nullptr || queue_name == nullptr || messages <= 0 || message_size <= 0)
         return QO_PUSHPULL_C_BAD_ARGUMENT;
     if (client->queue) return QO_PUSHPULL_C_OK;
-    return without_exceptions([&] {
-        auto queue = std::make_unique<QoClientQueue>();
-        int32_t status = queue->open(queue_name, messages, message_size);
-        if (status != QO_PUSHPULL_C_OK) return status;
+    return without_exceptions([&]() -> int32_t {
+        qo_set_mqueue_limits();
+        auto queue = std::make_unique<QoPushpullOwnQueue>();
+        if (queue->open(queue_name, messages, message_size) != 0)
+            return errno == EBUSY ? QO_PUSHPULL_C_QUEUE_TAKEN : QO_PUSHPULL_C_QUEUE_FAILED;
         const int32_t result = client->api.comp_register(client->component, queue_name, &queue->attributes());
-        status = status_of(result, client->api, {queue_name});
+        const int32_t status = status_of(result, client->api, {queue_name});
         if (status == QO_PUSHPULL_C_OK) client->queue = std::move(queue);
         return status;
     });
@@ -141,7 +174,7 @@ int32_t qo_pushpull_c_register(qo_pushpull_c_client* client, const char* queue_n
 
 int32_t qo_pushpull_c_unregister(qo_pushpull_c_client* client) {
     if (client == nullptr) return QO_PUSHPULL_C_BAD_ARGUMENT;
-    const std::unique_ptr<QoClientQueue> queue = std::move(client->queue);
+    const std::unique_ptr<QoPushpullOwnQueue> queue = std::move(client->queue);
     if (!queue || client->service_has_ended) return QO_PUSHPULL_C_OK;
     return without_exceptions(
         [client] { return status_of(client->api.comp_unregister(client->component), client->api, {}); });
@@ -201,23 +234,26 @@ int32_t qo_pushpull_c_receive(qo_pushpull_c_client* client, int32_t timeout_ms, 
     if (text == nullptr) return QO_PUSHPULL_C_BAD_ARGUMENT;
     *text = nullptr;
     if (const int32_t status = check_receive(client, timeout_ms); status != QO_PUSHPULL_C_OK) return status;
-    if (const int32_t status = receive(*client, timeout_ms); status != QO_PUSHPULL_C_OK) return status;
-    *text = client->queue->text().data();
-    if (length != nullptr) *length = client->queue->text().size();
-    return QO_PUSHPULL_C_OK;
+    return without_exceptions([=]() -> int32_t {
+        if (const int32_t status = receive(*client, timeout_ms); status != QO_PUSHPULL_C_OK) return status;
+        *text = client->text.c_str();
+        if (length != nullptr) *length = client->text.size();
+        return QO_PUSHPULL_C_OK;
+    });
 }
 
 int32_t qo_pushpull_c_receive_each(qo_pushpull_c_client* client, int32_t timeout_ms, qo_pushpull_c_on_text on_text,
                                    void* context) {
     if (on_text == nullptr) return QO_PUSHPULL_C_BAD_ARGUMENT;
     if (const int32_t status = check_receive(client, timeout_ms); status != QO_PUSHPULL_C_OK) return status;
-    if (const int32_t status = receive(*client, timeout_ms); status != QO_PUSHPULL_C_OK) return status;
-    // A bound, for others may put texts into the queue faster than they are handled.
-    for (long handed = 1; on_text(client->queue->text().data(), client->queue->text().size(), context) &&
-                          handed < client->queue->attributes().mq_maxmsg;
-         ++handed)
-        if (receive(*client, 0) != QO_PUSHPULL_C_OK) break;
-    return QO_PUSHPULL_C_OK;
+    return without_exceptions([=]() -> int32_t {
+        if (const int32_t status = receive(*client, timeout_ms); status != QO_PUSHPULL_C_OK) return status;
+        // A bound, for others may put texts into the queue faster than they are handled.
+        long left = client->queue->attributes().mq_maxmsg;
+        while (on_text(client->text.c_str(), client->text.size(), context) && --left > 0)
+            if (receive(*client, 0) != QO_PUSHPULL_C_OK) break;
+        return QO_PUSHPULL_C_OK;
+    });
 }
 
 int32_t qo_pushpull_c_descriptor(const qo_pushpull_c_client* client) {

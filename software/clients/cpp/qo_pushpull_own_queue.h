@@ -1,4 +1,4 @@
-/// The receive queue of a QoPushpullClient. Header of the library's own; one thread.
+/// The receive queue of a client that can be polled: no thread takes anything out of it. Not installed; one thread.
 #ifndef QO_PUSHPULL_OWN_QUEUE_H
 #define QO_PUSHPULL_OWN_QUEUE_H
 
@@ -35,7 +35,7 @@ public:
     /// Messages that wait in it now.
     long waiting() const;
 
-    /// The next text, without its NUL; nothing when none has arrived.
+    /// The next text, without its NUL; nothing with errno when there is none, EAGAIN when none has arrived.
     std::optional<std::string> take();
 
     /// @return whether a message has arrived by then

@@ -82,9 +82,9 @@ QO_PUSHPULL_C_API int32_t qo_pushpull_c_open(int32_t component, const char* inst
 QO_PUSHPULL_C_API void qo_pushpull_c_close(qo_pushpull_c_client* client);
 
 /// Makes the receive queue and registers with it, which every operation below needs. A queue that an earlier run left
-/// behind is taken over with the sizes that it has, and drained. The kernel charges messages x message_size bytes to
-/// the user at once; the service waits for a queue that is full, so read it. While the queue is made the umask of the
-/// process is 0.
+/// behind is taken over and drained, and made anew when its sizes are others. The kernel charges messages x
+/// message_size bytes to the user at once; the service waits for a queue that is full, so read it. While the queue is
+/// made the umask of the process is 0.
 /// @param queue_name   POSIX name with a leading slash, the component's own
 /// @param messages     that the queue holds, above 0; an unprivileged user is usually allowed 10
 /// @param message_size bytes, above 0: the longest text with its NUL; an unprivileged user is usually allowed 8192
@@ -148,7 +148,7 @@ QO_PUSHPULL_C_API int32_t qo_pushpull_c_sync(qo_pushpull_c_client* client, int32
 /// @param text       set to the text, which is the client's: valid until its next receive, unregister or close. To NULL
 ///                   on failure
 /// @param length     set to its length in bytes, without the NUL; may be NULL. A text may have a NUL inside
-/// @return OK; TIMEOUT, INTERRUPTED, BAD_ARGUMENT, NOT_REGISTERED, QUEUE_FAILED.
+/// @return OK; TIMEOUT, INTERRUPTED, BAD_ARGUMENT, NOT_REGISTERED, QUEUE_FAILED, NO_MEMORY.
 QO_PUSHPULL_C_API int32_t qo_pushpull_c_receive(qo_pushpull_c_client* client, int32_t timeout_ms, const char** text,
                                                 size_t* length);
 
