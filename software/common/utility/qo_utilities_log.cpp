@@ -145,17 +145,19 @@ struct QoLogSender::Record {
         char* end = put_priority(header, priority);
         if (stamp != 0) end = put_stamp(end, stamp);
         iovec* next = pieces;
-        *next++ = piece(header, static_cast<size_t>(end - header));
-        if (stamp != 0) *next++ = piece(ident);  // as the C library does when there is no time
-        *next++ = piece(": ", 2);
-        frame_length = length_of(pieces, next);
-        next = std::copy_n(text, std::min(text_pieces, kMaxPieces), next);
+        size_t bytes = 0;
+        const auto add = [&](const iovec& added) {
+            *next++ = added;
+            bytes += added.iov_len;
+        };
+        add(piece(header, static_cast<size_t>(end - header)));
+        if (stamp != 0) add(piece(ident));  // as the C library does when there is no time
+        add(piece(": ", 2));
+        frame_length = bytes;
+        const iovec* const text_end = text + std::min(text_pieces, kMaxPieces);
+        for (; text != text_end; ++text) add(*text);
         count = static_cast<size_t>(next - pieces);
-        length = length_of(pieces, next);
-    }
-    static size_t length_of(const iovec* begin, const iovec* end) {
-        return std::accumulate(
-            begin, end, size_t{0}, [](size_t sum, const iovec& next) { return sum + next.iov_len; });
+        length = bytes;
     }
 
     char header[32];
@@ -364,12 +366,7 @@ int QoLogSender::connect(Kind kind, unsigned seen, Deadline& deadline) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     strncpy(address.sun_path, path_, sizeof address.sun_path - 1);
-    int made = socket(AF_UNIX, (kind == kStream ? SOCK_STREAM : SOCK_DGRAM) | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (made >= 0 && made < kFirstOwnDescriptor) {
-        const int low = made;
-        made = fcntl(low, F_DUPFD_CLOEXEC, kFirstOwnDescriptor);
-        close(low);
-    }
+    const int made = take_unconnected(kind);
     if (made < 0) return errno;
     while (::connect(made, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         const int error = errno;
@@ -377,11 +374,30 @@ int QoLogSender::connect(Kind kind, unsigned seen, Deadline& deadline) {
             poll(nullptr, 0, kTurnPollMs);  // the reader has yet to accept others
             continue;
         }
-        close(made);
+        if (error == ENOENT || error == ECONNREFUSED)
+            keep_unconnected(kind, made);
+        else
+            close(made);
         return error;
     }
     adopt(kind, made, seen);
     return 0;
+}
+
+int QoLogSender::take_unconnected(Kind kind) {
+    const int kept = unconnected_[kind].exchange(-1);
+    if (kept >= 0) return kept;
+    const int made = socket(AF_UNIX, (kind == kStream ? SOCK_STREAM : SOCK_DGRAM) | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (made < 0 || made >= kFirstOwnDescriptor) return made;
+    const int moved = fcntl(made, F_DUPFD_CLOEXEC, kFirstOwnDescriptor);
+    close(made);
+    return moved;
+}
+
+// While nobody listens each line tries to connect, and a socket is most of what that costs.
+void QoLogSender::keep_unconnected(Kind kind, int descriptor) {
+    int none = -1;
+    if (!unconnected_[kind].compare_exchange_strong(none, descriptor)) close(descriptor);
 }
 
 // Another thread may be sending: the number that it uses stays open, and is of the new connection from one moment to

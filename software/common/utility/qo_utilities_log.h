@@ -86,6 +86,9 @@ private:
     /// @return 0; EAGAIN when there is a reader who takes no connection yet; another errno.
     int connect(unsigned seen, Deadline& deadline);
     int connect(Kind kind, unsigned seen, Deadline& deadline);
+    /// @return one that was kept, or a new one; -1 with errno
+    int take_unconnected(Kind kind);
+    void keep_unconnected(Kind kind, int descriptor);
     void adopt(Kind kind, int connected, unsigned seen);
     uint64_t stamp();
 
@@ -94,14 +97,15 @@ private:
     std::atomic<const char*> ident_{nullptr};
     std::atomic<int> facility_{LOG_USER};
     std::atomic<int> mask_{LOG_UPTO(LOG_DEBUG)};
-    std::atomic<int> sockets_[2] = {-1, -1};  // by kind; once set a number stays, and is connected anew by dup3()
-    std::atomic<Kind> kind_{kDatagram};       // of the last connection
-    std::atomic<unsigned> connections_{0};    // made so far
-    std::atomic<int> stream_turns_{0};        // lines under way on the stream; -1 for one that must not be split
-    std::atomic<unsigned> lost_{0};           // lines that nobody was told of yet
-    std::atomic_flag reporting_;              // somebody is about to tell
-    std::atomic<uint64_t> stamp_{0};          // the last second and its local time; 0 before the first
-    std::atomic_flag stamping_;               // somebody is in localtime_r()
+    std::atomic<int> sockets_[2] = {-1, -1};      // by kind; once set a number stays, and is connected anew by dup3()
+    std::atomic<int> unconnected_[2] = {-1, -1};  // by kind; kept for the next line while nobody listens
+    std::atomic<Kind> kind_{kDatagram};           // of the last connection
+    std::atomic<unsigned> connections_{0};        // made so far
+    std::atomic<int> stream_turns_{0};            // lines under way on the stream; -1 for one that must not be split
+    std::atomic<unsigned> lost_{0};               // lines that nobody was told of yet
+    std::atomic_flag reporting_;                  // somebody is about to tell
+    std::atomic<uint64_t> stamp_{0};              // the last second and its local time; 0 before the first
+    std::atomic_flag stamping_;                   // somebody is in localtime_r()
 };
 
 /// The one that syslog(3) means in the service.

@@ -401,6 +401,21 @@ TEST_F(SenderConnection, IsTriedAgainAtEachLineWhileNobodyListens) {
     EXPECT_THAT(reader.take(), ElementsAre(EndsWith(": next")));
 }
 
+TEST_F(SenderConnection, IsTriedWithOneSocketWhileNobodyListens) {
+    write_text(sender_, "to nobody");
+    const size_t descriptors = open_descriptors();
+    for (int line = 0; line < 10; ++line) {
+        write_text(sender_, "to nobody");
+        ASSERT_EQ(open_descriptors(), descriptors);
+    }
+    { const QoLogReader gone(path_.c_str(), SOCK_STREAM); }
+    write_text(sender_, "to nobody");
+    EXPECT_LE(open_descriptors(), descriptors + 1) << "one of each kind";
+    QoLogReader reader(path_.c_str());
+    write_text(sender_, "next");
+    EXPECT_THAT(reader.take(), ElementsAre(EndsWith(": next")));
+}
+
 TEST_F(SenderConnection, IsMadeAnewWhenTheReaderIsAndKeepsItsDescriptor) {
     std::optional<QoLogReader> reader(path_.c_str());
     write_text(sender_, "first");
