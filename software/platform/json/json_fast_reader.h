@@ -127,8 +127,10 @@ private:
 
     /// A character of the structure, with the white space before it.
     bool take(char wanted) {
-        skip_space();
-        if (at_ == end_ || *at_ != wanted) return false;
+        if (at_ == end_ || *at_ != wanted) [[unlikely]] {
+            skip_space();
+            if (at_ == end_ || *at_ != wanted) return false;
+        }
         ++at_;
         return true;
     }
