@@ -17,13 +17,14 @@ constexpr std::string_view kCommand = "$ ";
 constexpr std::string_view kConsole = "console";
 constexpr std::string_view kAnything = "...";
 
-/// "4. Count and read" as "04_Count_and_read"; "" when it has no number.
-std::string task_name(const std::string& title) {
-    const size_t dot = title.find(". ");
-    if (title.empty() || isdigit(static_cast<unsigned char>(title[0])) == 0 || dot == std::string::npos) return "";
-    std::string name = (dot < 2 ? "0" : "") + title.substr(0, dot) + "_" + title.substr(dot + 2);
-    for (char& character : name)
-        if (isalnum(static_cast<unsigned char>(character)) == 0) character = '_';
+/// "4. Count and read" as "4_Count_and_read".
+std::string task_name(std::string_view title) {
+    std::string name;
+    for (const char character : title)
+        if (isalnum(static_cast<unsigned char>(character)) != 0)
+            name += character;
+        else if (!name.empty() && name.back() != '_')
+            name += '_';
     return name;
 }
 
@@ -49,14 +50,14 @@ std::vector<QoDocumentTask> qo_document_tasks(const std::string& path) {
         if (line.starts_with(kFence)) {
             block = block.empty() ? line.substr(kFence.size()) : "";
         } else if (block.empty() && line.starts_with(kChapter)) {
-            if (const std::string name = task_name(line.substr(kChapter.size())); !name.empty())
-                tasks.push_back({name, {}, {}});
+            tasks.push_back({task_name(line.substr(kChapter.size())), {}, {}});
         } else if (!block.empty() && !tasks.empty()) {
             const size_t blank = block.find(' ');
             if (block == kConsole) add_console_line(tasks.back(), line);
             if (blank != std::string::npos) tasks.back().files[block.substr(blank + 1)] += line + "\n";
         }
     }
+    std::erase_if(tasks, [](const QoDocumentTask& task) { return task.commands.empty(); });
     return tasks;
 }
 

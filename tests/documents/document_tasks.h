@@ -13,7 +13,7 @@ struct QoDocumentCommand {
 };
 
 struct QoDocumentTask {
-    std::string name;                          // "04_Count_and_read", for the names of tests
+    std::string name;                          // "4_Count_and_read", for the names of tests
     std::map<std::string, std::string> files;  // by name
     std::vector<QoDocumentCommand> commands;
 };

@@ -1,4 +1,4 @@
-// Every task of the cookbook, typed into a shell beside a running service.
+// What the documents tell to type, typed into a shell beside a running service.
 #include <stdio.h>
 
 #include <fstream>
@@ -9,7 +9,8 @@
 
 namespace {
 
-constexpr size_t kTasks = 20;
+constexpr char kDocuments[] = QO_DOCUMENTS;
+constexpr size_t kCookbookTasks = 20;
 constexpr char kEndOfOutput = '\036';  // behind the output of each command, with its status
 
 std::string content(const std::string& path) {
@@ -57,9 +58,11 @@ std::vector<Ran> split(const std::string& output) {
     return ran;
 }
 
-std::vector<QoDocumentTask> tasks() { return qo_document_tasks(QO_COOKBOOK); }
+std::vector<QoDocumentTask> tasks(const char* document) {
+    return qo_document_tasks(std::string(kDocuments) + document);
+}
 
-class Cookbook : public RunningService, public testing::WithParamInterface<QoDocumentTask> {
+class Document : public RunningService, public testing::WithParamInterface<QoDocumentTask> {
 protected:
     std::vector<Ran> type(const QoDocumentTask& task) {
         const std::string folder = events().scratch();
@@ -77,7 +80,7 @@ protected:
     }
 };
 
-TEST_P(Cookbook, DoesWhatItTells) {
+TEST_P(Document, DoesWhatItTells) {
     const QoDocumentTask& task = GetParam();
     const std::vector<Ran> ran = type(task);
     ASSERT_EQ(ran.size(), task.commands.size());
@@ -90,15 +93,24 @@ TEST_P(Cookbook, DoesWhatItTells) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Task, Cookbook, testing::ValuesIn(tasks()),
-                         [](const testing::TestParamInfo<QoDocumentTask>& task) { return task.param.name; });
+std::string task_name(const testing::TestParamInfo<QoDocumentTask>& task) { return task.param.name; }
+INSTANTIATE_TEST_SUITE_P(Cookbook, Document, testing::ValuesIn(tasks("cookbook.md")), task_name);
+INSTANTIATE_TEST_SUITE_P(ComponentLife, Document, testing::ValuesIn(tasks("component_life.md")), task_name);
 
-TEST(CookbookDocument, HasItsTasks) {
-    EXPECT_EQ(tasks().size(), kTasks);
-    for (const QoDocumentTask& task : tasks()) EXPECT_FALSE(task.commands.empty()) << task.name;
+TEST(Cookbook, HasTwentyTasks) { EXPECT_EQ(tasks("cookbook.md").size(), kCookbookTasks); }
+
+TEST_F(RunningService, FirstStartLogsNothingLoudThatIsNotExplained) {
+    const std::string explained = content(std::string(kDocuments) + "component_life.md");
+    for (const QoLogLine& line : events().log()) {
+        if (line.level > LOG_ERR) continue;
+        // Without the prefix of the store or a blank in front, and without the number of a descriptor.
+        const size_t text = line.text.find_first_not_of(' ', line.operation.empty() ? 0 : line.text.find(": ") + 1);
+        const std::string words = line.text.substr(text, line.text.find(" ::") - text);
+        EXPECT_NE(explained.find(words), std::string::npos) << line.text;
+    }
 }
 
-TEST(CookbookDocument, OutputIsComparedToTheLastByte) {
+TEST(DocumentOutput, IsComparedToTheLastByte) {
     EXPECT_TRUE(qo_is_expected("", ""));
     EXPECT_TRUE(qo_is_expected("a*[1]\n", "a*[1]\n"));
     EXPECT_TRUE(qo_is_expected("{\"crc\":\"12\",\"ok\":1}\n", "{\"crc\":...,\"ok\":1}\n"));
