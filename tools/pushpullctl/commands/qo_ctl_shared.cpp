@@ -3,6 +3,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -16,8 +18,19 @@
 
 namespace {
 
-constexpr eQO_CMP_IDs_ kIdentities[] = {QO_CMPID_TESTPUBLISHER, QO_CMPID_BASE_SIMULATOR, QO_CMPID_CS_SIMULATOR,
-                                        QO_CMPID_ALERTS_SIMULATOR, QO_CMPID_VELDA_TESTER};
+// Behind those that have names come numbers of its own: an identifier needs no name.
+constexpr eQO_CMP_IDs_ kNamed[] = {QO_CMPID_TESTPUBLISHER, QO_CMPID_BASE_SIMULATOR, QO_CMPID_CS_SIMULATOR,
+                                   QO_CMPID_ALERTS_SIMULATOR, QO_CMPID_VELDA_TESTER};
+constexpr int32_t kFirstNumber = 0x50430000;
+constexpr size_t kNumbers = 27;
+
+constexpr auto kIdentities = [] {
+    std::array<eQO_CMP_IDs_, std::size(kNamed) + kNumbers> all{};
+    std::copy(std::begin(kNamed), std::end(kNamed), all.begin());
+    for (size_t i = 0; i < kNumbers; ++i)
+        all[std::size(kNamed) + i] = static_cast<eQO_CMP_IDs_>(kFirstNumber + static_cast<int32_t>(i));
+    return all;
+}();
 
 /// Reads a stream to its end, or as far as no request could hold it any more.
 std::string read_all(std::istream& stream) {

@@ -84,7 +84,9 @@ QoCtlOwnQueueResult QoCtlOwnQueue::open(const std::string& name, long message_si
     name_ = name;
     for (int attempt = 0; attempt < kOpenAttempts; ++attempt) {
         if (!make_or_open(message_size))
-            return errno == EACCES ? QoCtlOwnQueueResult::taken : QoCtlOwnQueueResult::failed;
+            return errno == EACCES   ? QoCtlOwnQueueResult::taken
+                   : errno == EMFILE ? QoCtlOwnQueueResult::no_room
+                                     : QoCtlOwnQueueResult::failed;
         if (!qo_ctl_lock_queue(descriptor_.get())) {
             descriptor_.reset();
             return QoCtlOwnQueueResult::taken;

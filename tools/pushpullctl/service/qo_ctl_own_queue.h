@@ -21,8 +21,9 @@ std::optional<eQO_CMP_IDs_> qo_ctl_owner_of_queue(std::string_view name);
 
 enum class QoCtlOwnQueueResult {
     opened,
-    taken,   // another pushpullctl runs with this identifier, or the queue is another user's
-    failed,  // with the reason in errno
+    taken,    // another pushpullctl runs with this identifier, or the queue is another user's
+    no_room,  // others use up the quota
+    failed,   // with the reason in errno
 };
 
 /// Holds the queue with a lock that the kernel takes away when the process ends, however it ends.

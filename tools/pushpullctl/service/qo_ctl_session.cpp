@@ -55,17 +55,36 @@ QoCtlSession::~QoCtlSession() { close(); }
 
 QoCtlStatus QoCtlSession::open() {
     if (const QoCtlStatus status = find_service(); status != QoCtlStatus::answered) return status;
-    for (const eQO_CMP_IDs_ id : settings_.identities) {
-        bool taken = false;
-        const QoCtlStatus status = take_identity(id, taken);
+    const Clock::time_point deadline = Clock::now() + settings_.timeout;
+    while (true) {
+        Taken taken = Taken::no;
+        const QoCtlStatus status = take_first_free(taken);
         if (status == QoCtlStatus::answered) return status;
-        if (!taken || id == settings_.identities.back()) {
-            close();
-            return status;
+        if (taken == Taken::for_now && signals_.caught() == 0 && Clock::now() < deadline) {
+            std::this_thread::sleep_for(kLook);
+            continue;
         }
+        close();
+        if (signals_.caught() != 0) return QoCtlStatus::interrupted;
+        if (taken == Taken::for_now)
+            qo_ctl_say(busy_ + "; wait longer by --timeout, or choose another component by --as");
+        return status;
+    }
+}
+
+/// @param taken for_now when one of the identifiers may become free
+QoCtlStatus QoCtlSession::take_first_free(Taken& taken) {
+    QoCtlStatus status = QoCtlStatus::failed;
+    bool any_for_now = false;
+    for (const eQO_CMP_IDs_ id : settings_.identities) {
+        taken = Taken::no;
+        status = take_identity(id, taken);
+        if (status == QoCtlStatus::answered || taken == Taken::no) return status;
+        any_for_now = any_for_now || taken == Taken::for_now;
         leave_queue();
     }
-    return QoCtlStatus::failed;
+    if (any_for_now) taken = Taken::for_now;
+    return status;
 }
 
 QoCtlStatus QoCtlSession::find_service() {
@@ -83,14 +102,20 @@ QoCtlStatus QoCtlSession::find_service() {
 }
 
 /// @param taken set when the identifier is another's, so that the next one may do
-QoCtlStatus QoCtlSession::take_identity(eQO_CMP_IDs_ id, bool& taken) {
+QoCtlStatus QoCtlSession::take_identity(eQO_CMP_IDs_ id, Taken& taken) {
     identity_ = id;
     const std::string name = qo_ctl_own_queue_name(settings_.instance, id);
     switch (own_queue_.open(name, settings_.message_size)) {
         case QoCtlOwnQueueResult::taken:
-            taken = true;
-            if (id == settings_.identities.back())
-                qo_ctl_say("another pushpullctl acts as " + qo_ctl_component_name(id) + "; choose another by --as");
+            taken = Taken::for_now;
+            busy_ = settings_.identities.size() == 1
+                        ? "another pushpullctl acts as " + qo_ctl_component_name(id)
+                        : "other pushpullctl act as all " + std::to_string(settings_.identities.size()) +
+                              " components that are meant for it";
+            return QoCtlStatus::failed;
+        case QoCtlOwnQueueResult::no_room:
+            taken = Taken::for_now;
+            busy_ = "cannot make the receive queue " + name + ": the quota of message queues is in use";
             return QoCtlStatus::failed;
         case QoCtlOwnQueueResult::failed:
             qo_ctl_say("cannot make the receive queue " + name + ": " + std::strerror(errno));
@@ -110,7 +135,7 @@ QoCtlStatus QoCtlSession::take_identity(eQO_CMP_IDs_ id, bool& taken) {
     return join(taken);
 }
 
-QoCtlStatus QoCtlSession::join(bool& taken) {
+QoCtlStatus QoCtlSession::join(Taken& taken) {
     std::string tag;
     if (const QoCtlStatus status = send_register(); status != QoCtlStatus::answered) return status;
     if (const QoCtlStatus status = send_fence(tag); status != QoCtlStatus::answered) return status;
@@ -130,7 +155,7 @@ QoCtlStatus QoCtlSession::join(bool& taken) {
         return status;
     }
     // The service took the requests, but what it answered went elsewhere. Whoever got it stays registered.
-    taken = true;
+    taken = Taken::for_good;
     qo_ctl_say("no answer to " + qo_ctl_component_name(identity_) +
                ": another component is registered under this identifier, or the service could not open " +
                own_queue_.name() + " (its log tells); choose one by --as");

@@ -21,7 +21,8 @@
 #include "qo_pushpull_api.h"
 
 struct QoCtlSessionSettings {
-    std::vector<eQO_CMP_IDs_> identities;  // tried in this order until one is free; not empty
+    std::vector<eQO_CMP_IDs_> identities;  // tried in this order until one is free, again and again for the
+                                           // timeout while others of this program have them all; not empty
     std::string instance;
     std::chrono::milliseconds timeout;  // for each answer
     long message_size = 0;              // bytes of a message of the own queue; 0: the largest possible
@@ -81,8 +82,10 @@ private:
     using Clock = std::chrono::steady_clock;
 
     QoCtlStatus find_service();
-    QoCtlStatus take_identity(eQO_CMP_IDs_ id, bool& taken);
-    QoCtlStatus join(bool& taken);
+    enum class Taken { no, for_now, for_good };
+    QoCtlStatus take_first_free(Taken& taken);
+    QoCtlStatus take_identity(eQO_CMP_IDs_ id, Taken& taken);
+    QoCtlStatus join(Taken& taken);
     QoCtlStatus send_register();
     QoCtlStatus send_fence(std::string& tag);
     QoCtlStatus wait_for_room();
@@ -101,6 +104,7 @@ private:
     QoCtlOwnQueue own_queue_;
     std::unique_ptr<QoPushpullReceiveQueue> receive_queue_;
     eQO_CMP_IDs_ identity_ = QO_CMPID_RESERVED;
+    std::string busy_;  // why the identifiers are taken for now
     bool api_open_ = false;
     bool registered_ = false;
     unsigned requests_ = 0;           // with a sender id, so far

@@ -156,13 +156,36 @@ TEST_F(PushpullctlSession, WithoutAsTheNextIdentifierIsTaken) {
 TEST_F(PushpullctlSession, TwoWithTheSameAsAreKeptApart) {
     PushpullctlRun first({"subscribe", "/logs", "--as", "DEMO", "--message-size", "4096"});
     ASSERT_TRUE(first.wait_for_messages("as DEMO\n"));
-    const PushpullctlResult second = run_pushpullctl({"get", "/version", "--as", "DEMO"});
+    const PushpullctlResult second = run_pushpullctl({"get", "/version", "--as", "DEMO", "--timeout", "0.2"});
     EXPECT_EQ(second.status, 1);
     EXPECT_THAT(second.messages, HasSubstr("another pushpullctl acts as DEMO"));
     EXPECT_EQ(run_pushpullctl({"publish", R"({"logs":{"mapper":"x"}})"}).status, 0);
     EXPECT_TRUE(first.wait_for_output("mapper"));
     first.send_signal(SIGINT);
     EXPECT_EQ(first.wait(), 0);
+}
+
+TEST_F(PushpullctlSession, OneWithTheSameAsWaitsForTheOtherToEnd) {
+    PushpullctlRun first({"subscribe", "/logs", "--as", "DEMO", "--message-size", "4096", "--count", "1"});
+    ASSERT_TRUE(first.wait_for_messages("as DEMO\n"));
+    PushpullctlRun second({"get", "--value", "/version/schemaVersion", "--as", "DEMO", "--timeout", "60"});
+    EXPECT_EQ(run_pushpullctl({"publish", R"({"logs":{"mapper":"x"}})"}).status, 0);
+    EXPECT_EQ(first.wait(), 0);
+    EXPECT_EQ(second.wait(), 0);
+    EXPECT_EQ(second.output(), "0.0\n");
+}
+
+TEST_F(PushpullctlSession, FortyAtATimeAllGetTheirAnswers) {
+    std::vector<std::unique_ptr<PushpullctlRun>> runs;
+    for (int i = 0; i < 40; ++i) {
+        runs.push_back(std::make_unique<PushpullctlRun>(
+            std::vector<std::string>{"get", "--value", "/version/schemaVersion", "--timeout", "120"}));
+    }
+    for (const auto& run : runs) {
+        EXPECT_EQ(run->wait(), 0);
+        EXPECT_EQ(run->output(), "0.0\n");
+        EXPECT_EQ(run->messages(), "");
+    }
 }
 
 TEST_F(PushpullctlSession, TextsForOthersAreNotTakenForAnswers) {
