@@ -25,6 +25,7 @@ std::unique_ptr<QoCtlCommand> qo_ctl_make_get();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_init();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_publish();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_queues();
+std::unique_ptr<QoCtlCommand> qo_ctl_make_restore();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_save();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_set();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_snapshot();

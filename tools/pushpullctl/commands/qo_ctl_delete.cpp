@@ -4,9 +4,6 @@
 
 namespace {
 
-/// Only the identifiers of the system controller may delete: its end marker's and its tester's are no component's.
-constexpr eQO_CMP_IDs_ kIdentities[] = {QO_CMPID_HVAC_SYSCON_END, QO_CMPID_HVAC_SYSCON_TEST};
-
 class Delete : public QoCtlCommand {
 public:
     Help help() const override {
@@ -24,7 +21,7 @@ private:
 };
 
 QoCtlStatus Delete::run(const QoCtlCommon& common, QoCtlSignals& signals) {
-    const QoCtlSessionSettings settings = qo_ctl_session_settings(common, kIdentities);
+    const QoCtlSessionSettings settings = qo_ctl_session_settings(common, qo_ctl_deleting_identities());
     if (QoPushpullApi(common.instance).check_delete_authority(settings.identities.front()) != 0) {
         qo_ctl_say("only HVAC_SYSCON_SUB to HVAC_SYSCON_END may delete; leave --as away, or choose one of them");
         return QoCtlStatus::failed;

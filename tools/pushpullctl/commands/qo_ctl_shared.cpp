@@ -18,6 +18,8 @@
 
 namespace {
 
+constexpr eQO_CMP_IDs_ kDeletingIdentities[] = {QO_CMPID_HVAC_SYSCON_END, QO_CMPID_HVAC_SYSCON_TEST};
+
 // Behind those that have names come numbers of its own: an identifier needs no name.
 constexpr eQO_CMP_IDs_ kNamed[] = {QO_CMPID_TESTPUBLISHER, QO_CMPID_BASE_SIMULATOR, QO_CMPID_CS_SIMULATOR,
                                    QO_CMPID_ALERTS_SIMULATOR, QO_CMPID_VELDA_TESTER};
@@ -100,6 +102,8 @@ std::string qo_ctl_take_object(std::string& text, const std::string& file) {
 // ---- the session ----
 
 std::span<const eQO_CMP_IDs_> qo_ctl_identities() { return kIdentities; }
+
+std::span<const eQO_CMP_IDs_> qo_ctl_deleting_identities() { return kDeletingIdentities; }
 
 QoCtlSessionSettings qo_ctl_session_settings(const QoCtlCommon& common, std::span<const eQO_CMP_IDs_> identities) {
     QoCtlSessionSettings settings;

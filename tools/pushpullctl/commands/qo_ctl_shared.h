@@ -29,6 +29,9 @@ std::string qo_ctl_take_object(std::string& text, const std::string& file);
 /// Identifiers that no component of a device in service has: those of simulators and testers.
 std::span<const eQO_CMP_IDs_> qo_ctl_identities();
 
+/// The same of those that may delete: the system controller's end marker and its tester are no component's.
+std::span<const eQO_CMP_IDs_> qo_ctl_deleting_identities();
+
 /// The session that the options ask for. Without --as it acts as the first free one of `identities`.
 QoCtlSessionSettings qo_ctl_session_settings(const QoCtlCommon& common,
                                              std::span<const eQO_CMP_IDs_> identities = qo_ctl_identities());

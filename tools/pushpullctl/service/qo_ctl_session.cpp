@@ -190,12 +190,16 @@ QoCtlStatus QoCtlSession::send_register() {
 
 // ---- asking ----
 
-QoCtlStatus QoCtlSession::send(const Request& request, std::string_view longest_text) {
+bool QoCtlSession::fits(std::string_view text) const {
     const auto limit = static_cast<size_t>(service_queue_.attributes().mq_msgsize);
-    const size_t length = length_in_request(longest_text) + kRequestFrame;
-    if (length > limit) {
+    return length_in_request(text) + kRequestFrame <= limit;
+}
+
+QoCtlStatus QoCtlSession::send(const Request& request, std::string_view longest_text) {
+    if (!fits(longest_text)) {
+        const size_t length = length_in_request(longest_text) + kRequestFrame;
         qo_ctl_say("the request is too long: about " + std::to_string(length) + " bytes, and the service takes " +
-                   std::to_string(limit));
+                   std::to_string(service_queue_.attributes().mq_msgsize));
         return QoCtlStatus::failed;
     }
     if (const QoCtlStatus status = wait_for_room(); status != QoCtlStatus::answered) return status;

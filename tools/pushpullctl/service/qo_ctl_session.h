@@ -49,6 +49,9 @@ public:
     /// @return answered; failed, unreachable, no_answer or interrupted, and nothing is registered then.
     QoCtlStatus open();
 
+    /// Whether a request that carries this text is short enough for the service's queue.
+    bool fits(std::string_view text) const;
+
     /// Sends one request by `request`, which calls one operation of the API. `length` is that of the longest text
     /// in it, for which the service's queue has to have room.
     /// @return answered when it was sent.

@@ -41,6 +41,44 @@ TEST_F(PushpullctlTrees, WhatChangedSinceIsShownByPointer) {
     EXPECT_THAT(patch.output, HasSubstr(R"({"op":"remove","path":"/error"})"));
 }
 
+TEST_F(PushpullctlTrees, ARestoreBringsValuesMembersAndElementsBack) {
+    ASSERT_EQ(run_pushpullctl({"set", "/version/mine", R"({"a":{"b":1},"c":"x"})"}).status, 0);
+    ASSERT_EQ(run_pushpullctl({"set", "/devices/2/device/t", "5"}).status, 0);
+    ASSERT_EQ(run_pushpullctl({"snapshot", file("a.json")}).status, 0);
+    ASSERT_EQ(run_pushpullctl({"set", "--string", "/version/schemaVersion", "9"}).status, 0);
+    ASSERT_EQ(run_pushpullctl({"set", "/version/surplus", "1"}).status, 0);
+    for (const char* pointer : {"/version/mine", "/devices/2", "/error"})
+        ASSERT_EQ(run_pushpullctl({"delete", pointer}).status, 0);
+    const PushpullctlResult result = run_pushpullctl({"restore", file("a.json")});
+    // What tells how /error is treated cannot be published.
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output, "+ /error/0/doNotPersist: true\n") << result.messages;
+    const PushpullctlResult left = run_pushpullctl({"diff", file("a.json"), "live"});
+    EXPECT_EQ(left.output, "+ /version/surplus: 1\n- /error/0/doNotPersist: true\n");
+    EXPECT_EQ(run_pushpullctl({"clear", "/error"}).status, 0);
+    EXPECT_EQ(run_pushpullctl({"restore", "--exact", file("a.json")}).status, 0);
+    EXPECT_EQ(run_pushpullctl({"diff", file("a.json"), "live"}).status, 0);
+}
+
+TEST_F(PushpullctlTrees, ARestoreGoesInPiecesThatFitInAMessage) {
+    std::string large = R"({"version":{"large":{)";
+    for (int i = 0; i < 400; ++i)
+        large += (i == 0 ? "\"" : ",\"") + std::to_string(i) + R"(":")" + std::string(1000, 'x') + "\"";
+    large += "}}}";
+    const std::string wanted = written("large.json", large);
+    EXPECT_EQ(run_pushpullctl({"restore", wanted}).status, 0);
+    EXPECT_EQ(run_pushpullctl({"get", "--value", "/version/large/399"}).output, std::string(1000, 'x') + "\n");
+}
+
+TEST_F(PushpullctlTrees, WithExactAValueThatBecameAnObjectIsBroughtBack) {
+    ASSERT_EQ(run_pushpullctl({"set", "/version/kind", "5"}).status, 0);
+    ASSERT_EQ(run_pushpullctl({"snapshot", file("a.json")}).status, 0);
+    ASSERT_EQ(run_pushpullctl({"set", "/version/kind", R"({"a":1})"}).status, 0);
+    EXPECT_EQ(run_pushpullctl({"restore", file("a.json")}).status, 1);
+    EXPECT_EQ(run_pushpullctl({"restore", "--exact", file("a.json")}).status, 0);
+    EXPECT_EQ(run_pushpullctl({"restore", "live"}).status, 2);
+}
+
 TEST_F(PushpullctlTrees, TheFilesOfTheServiceAreComparedWithoutTheirSum) {
     ASSERT_EQ(run_pushpullctl({"save"}).status, 0);
     ASSERT_EQ(run_pushpullctl({"save"}).status, 0);
