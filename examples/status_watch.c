@@ -5,6 +5,7 @@
 ///
 /// A number on a line of its standard input is published as the system's temperature, in F. It ends with its input, or
 /// with the service.
+#include <math.h>
 #include <poll.h>
 #include <qo_pushpull_c.h>
 #include <stdio.h>
@@ -31,8 +32,14 @@ static bool show(const char* text, size_t length, void* context) {
 static bool publish_line(qo_pushpull_c_client* client) {
     char line[64];
     if (fgets(line, sizeof line, stdin) == NULL) return false;
+    char* behind = line;
+    const double temperature = strtod(line, &behind);
+    if (behind == line || !isfinite(temperature)) {
+        fprintf(stderr, "status_watch: no number: %s", line);
+        return true;
+    }
     char json[128];
-    snprintf(json, sizeof json, "{\"system\":{\"status\":{\"systemTemperature\":%g}}}", strtod(line, NULL));
+    snprintf(json, sizeof json, "{\"system\":{\"status\":{\"systemTemperature\":%g}}}", temperature);
     const int32_t status = qo_pushpull_c_publish(client, json);
     if (status != QO_PUSHPULL_C_OK) failed("cannot publish", status);
     return true;

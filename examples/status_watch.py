@@ -28,7 +28,7 @@ async def publish_lines(client: Client) -> None:
     while line := await lines.readline():
         try:
             client.set("/system/status/systemTemperature", float(line))
-        except ValueError:
+        except ValueError:  # a number that JSON has not, too
             print(f"no number: {line!r}", file=sys.stderr)
 
 

@@ -32,7 +32,7 @@ _WITH_ERRNO = (errors.ServiceNotReachable, errors.QueueError)
 
 _client = ctypes.c_void_p
 _text = ctypes.c_char_p
-_SIGNATURES = {
+_SIGNATURES: dict[str, tuple[Any, list[Any]]] = {
     "open": (ctypes.c_int32, [ctypes.c_int32, _text, ctypes.POINTER(_client)]),
     "close": (None, [_client]),
     "register": (ctypes.c_int32, [_client, _text, ctypes.c_int32, ctypes.c_int32]),

@@ -307,11 +307,11 @@ def _inside(pointer: str, value: Any) -> dict[str, Any]:
     segments = _segments(pointer)
     if segments[0].isdecimal():
         raise InvalidArgument("the root of the tree is no array")
-    for segment in reversed(segments):
+    for segment in reversed(segments[1:]):
         if not segment.isdecimal():
             value = {segment: value}
         elif isinstance(value, Mapping):
             value = [{"id": int(segment), **value}]
         else:
             raise InvalidArgument(f"the element {segment} of an array is an object")
-    return value
+    return {segments[0]: value}
