@@ -26,6 +26,8 @@ std::unique_ptr<QoCtlCommand> qo_ctl_make_init();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_monitor();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_publish();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_queues();
+std::unique_ptr<QoCtlCommand> qo_ctl_make_record();
+std::unique_ptr<QoCtlCommand> qo_ctl_make_replay();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_restore();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_save();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_set();

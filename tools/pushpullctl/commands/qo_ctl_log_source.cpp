@@ -17,8 +17,10 @@
 #include <optional>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "qo_ctl_output.h"
+#include "qo_pushpull_descriptor.h"
 
 namespace {
 
@@ -30,22 +32,6 @@ constexpr milliseconds kLookAtFile{100};
 
 constexpr char kNoJournal[] =
     "; give the file that the system log is written to (--file /var/log/syslog), or - for standard input";
-
-class Descriptor {
-public:
-    explicit Descriptor(int descriptor = -1) : descriptor_(descriptor) {}
-    ~Descriptor() { reset(); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int get() const { return descriptor_; }
-    void reset(int descriptor = -1) {
-        if (descriptor_ > STDERR_FILENO) close(descriptor_);
-        descriptor_ = descriptor;
-    }
-
-private:
-    int descriptor_;
-};
 
 /// Lines out of pieces of text.
 class Lines {
@@ -93,7 +79,7 @@ public:
     }
 
 protected:
-    Descriptor descriptor_;
+    QoDescriptor descriptor_;
 
 private:
     Lines lines_;
@@ -123,13 +109,13 @@ public:
 
 private:
     bool open_file() {
-        file_.reset(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
-        return file_.get() != -1;
+        file_ = QoDescriptor(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+        return static_cast<bool>(file_);
     }
     State read_what_is_there(std::deque<QoCtlLogLine>& lines) {
         // A line that is not ended yet stays begun: the rest of it is being written.
         std::array<char, kPiece> piece{};
-        const ssize_t length = file_.get() == -1 ? 0 : ::read(file_.get(), piece.data(), piece.size());
+        const ssize_t length = !file_ ? 0 : ::read(file_.get(), piece.data(), piece.size());
         if (length > 0) {
             lines_.add({piece.data(), static_cast<size_t>(length)}, lines);
             return State::lines;
@@ -146,14 +132,14 @@ private:
         struct stat named {};
         if (stat(path_.c_str(), &named) != 0) return false;
         struct stat open_one {};
-        if (file_.get() == -1 || fstat(file_.get(), &open_one) != 0) return true;
+        if (!file_ || fstat(file_.get(), &open_one) != 0) return true;
         return named.st_ino != open_one.st_ino || named.st_dev != open_one.st_dev ||
                open_one.st_size < lseek(file_.get(), 0, SEEK_CUR);
     }
 
     const std::string path_;
     const bool followed_;
-    Descriptor file_;
+    QoDescriptor file_;
     Lines lines_;
 };
 
@@ -209,8 +195,8 @@ std::unique_ptr<QoCtlLogSource> open_journal(QoCtlLogEnd end) {
         qo_ctl_say(std::string("journalctl: ") + std::strerror(errno));
         return nullptr;
     }
-    Descriptor reading(ends[0]);
-    const Descriptor writing(ends[1]);
+    const QoDescriptor reading(ends[0]);
+    const QoDescriptor writing(ends[1]);
     pid_t process = -1;
     if (const int error = start_journalctl(writing.get(), end, process); error != 0) {
         qo_ctl_say(std::string("journalctl: ") + std::strerror(error) + kNoJournal);

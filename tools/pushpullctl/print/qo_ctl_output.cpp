@@ -7,7 +7,6 @@
 #include <cerrno>
 
 #include "qo_ctl_harmless.h"
-#include "qo_pushpull_json.h"
 
 namespace {
 
@@ -67,12 +66,16 @@ std::string qo_ctl_render(const JSONNODE* node, QoCtlStyle style) {
     return (style.coloured ? coloured(text) : text) + "\n";
 }
 
-std::string qo_ctl_render_text(std::string_view text, QoCtlStyle style) {
+QoJsonNode qo_ctl_text_node(std::string_view text) {
     QoJsonNode node = qo_json_parse(text);
     if (!node) node.reset(json_new_a_n("", 0, text.data(), text.size()));
     // Bytes that are not UTF-8 have no JSON form.
     if (!node) node.reset(json_new_a("", "(a text that is not valid UTF-8)"));
-    return qo_ctl_render(node.get(), style);
+    return node;
+}
+
+std::string qo_ctl_render_text(std::string_view text, QoCtlStyle style) {
+    return qo_ctl_render(qo_ctl_text_node(text).get(), style);
 }
 
 bool qo_ctl_write(int descriptor, std::string_view text) {

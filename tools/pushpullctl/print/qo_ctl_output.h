@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "qo_json.h"
+#include "qo_pushpull_json.h"
 
 /// How a JSON text is written. For a pipe or a file: one text per line, without colour.
 struct QoCtlStyle {
@@ -21,6 +21,9 @@ bool qo_ctl_wants_colours(const char* terminal_kind, const char* no_color);
 
 /// `node` as text with a line feed at its end, without characters that a terminal would obey (qo_ctl_harmless).
 std::string qo_ctl_render(const JSONNODE* node, QoCtlStyle style);
+
+/// A valid JSON text as its node, any other text as a string.
+QoJsonNode qo_ctl_text_node(std::string_view text);
 
 /// `text` as a line: a valid JSON text in the style, any other text as a JSON string.
 std::string qo_ctl_render_text(std::string_view text, QoCtlStyle style);
