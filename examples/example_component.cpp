@@ -148,4 +148,10 @@ bool ExampleComponent::sent(int32_t result, const std::string& what) const {
     return false;
 }
 
-std::string instance_from(int argc, char** argv) { return argc > 1 ? argv[1] : ""; }
+std::string instance_from(int argc, char** argv) {
+    const std::string instance = argc > 1 ? argv[1] : "";
+    if (instance != "--help" && instance != "-h") return instance;
+    printf("usage: %s [SUFFIX]\nTalks to the service that was started with -m SUFFIX, or to the one without.\n",
+           argv[0]);
+    exit(EXIT_SUCCESS);
+}

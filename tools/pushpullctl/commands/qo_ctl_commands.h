@@ -21,6 +21,7 @@ std::unique_ptr<QoCtlCommand> qo_ctl_make_delete();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_diff();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_dump();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_exit();
+std::unique_ptr<QoCtlCommand> qo_ctl_make_explain();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_get();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_init();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_monitor();

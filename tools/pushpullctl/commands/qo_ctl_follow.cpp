@@ -7,6 +7,8 @@
 
 #include "qo_ctl_backlog.h"
 #include "qo_ctl_components.h"
+#include "qo_ctl_fragment.h"
+#include "qo_ctl_positions.h"
 #include "qo_ctl_text.h"
 #include "qo_pushpull_conventions.h"
 #include "qo_pushpull_json.h"
@@ -22,25 +24,35 @@ constexpr std::chrono::duration<double> kEver{365 * 86400.0};
 constexpr uint64_t kMostNotifications = 1000000000;
 constexpr size_t kMostWaiting = 16777216;  // bytes of output that wait for the terminal or the pipe
 
-/// Why the service will probably not take a subscription to this pointer: "" when nothing speaks against it. It
-/// gives no answer to a subscription, and its default tree, which decides, cannot be read.
-std::string doubt(const std::string& pointer, const std::string& body) {
-    if (qo_ctl_answer(pointer, body).kind != QoCtlAnswerKind::json) return "there is no such node now";
+/// Why the service will probably not take a subscription: "" when nothing speaks against it. It gives no answer to a
+/// subscription, and its default tree, which decides, cannot be read; there an array stands for its elements, so that
+/// their members follow its name without a position.
+std::string doubt(QoCtlSession& session, const std::string& pointer, QoCtlStatus& status) {
+    QoCtlPath place;  // with the position of the first element behind each array
+    for (const std::string_view segment : qo_ctl_segments(pointer)) {
+        const bool in_array = !place.empty() && qo_ctl_is_array(session, qo_ctl_pointer(place), status);
+        if (status != QoCtlStatus::answered) return "";
+        if (in_array && qo_ctl_may_be_position(segment))
+            return "positions in arrays are refused; leave " + std::string(segment) + " out to follow every element";
+        if (in_array) place.emplace_back("0");
+        place.emplace_back(segment);
+    }
+    const QoCtlExchange exchange = session.ask(qo_ctl_pointer(place), false);
+    status = exchange.status;
+    if (exchange.status != QoCtlStatus::answered || exchange.answers.empty()) return "";
+    const std::string& body = exchange.answers.front();
+    if (qo_ctl_answer(qo_ctl_pointer(place), body).kind != QoCtlAnswerKind::json) return "there is no such node now";
     const QoJsonNode answer = qo_json_parse(body);
-    bool passes_array = false;
-    const JSONNODE* node = qo_ctl_addressed(answer.get(), pointer, &passes_array);
-    if (passes_array) return "it leads into an element of an array";
-    if (node != nullptr && !qo_json_is_container(node)) return "it is neither an object nor an array";
-    return "";
+    const JSONNODE* node = qo_ctl_addressed(answer.get(), qo_ctl_pointer(place), nullptr);
+    return node != nullptr && !qo_json_is_container(node) ? "it is neither an object nor an array" : "";
 }
 
 QoCtlStatus warn_about(QoCtlSession& session, const std::string& pointer) {
     if (qo_ctl_segments(pointer).empty()) return QoCtlStatus::answered;
-    const QoCtlExchange exchange = session.ask(pointer, false);
-    if (exchange.status != QoCtlStatus::answered || exchange.answers.empty()) return exchange.status;
-    const std::string why = doubt(pointer, exchange.answers.front());
+    QoCtlStatus status = QoCtlStatus::answered;
+    const std::string why = doubt(session, pointer, status);
     if (!why.empty()) qo_ctl_say("warning: " + pointer + " may never be notified: " + why);
-    return QoCtlStatus::answered;
+    return status;
 }
 
 QoCtlStatus subscribe(QoCtlSession& session, const std::vector<std::string>& pointers, bool on_change_only) {

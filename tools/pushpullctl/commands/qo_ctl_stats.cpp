@@ -55,7 +55,12 @@ public:
         line.words("FILE", files_, "the log or its archives (default: all that the service wrote)",
                    QoCtlCommandLine::Need::optional);
         line.number("--rows", rows_, 0, kMostRows, "how many of the last rows to show (default 20)");
-        line.text("--plot", plot_, "FILE", "draw all rows as a picture (SVG)");
+        line.text("--plot", plot_, "FILE", "draw all rows as a picture, .svg; - prints it instead of the tables");
+    }
+    std::string fault() override {
+        const std::string ending = std::filesystem::path(plot_).extension();
+        const bool known = ending.empty() || ending == ".svg";
+        return known ? "" : plot_ + ": pictures are SVG, and their names end in .svg";
     }
     QoCtlStatus run(const QoCtlCommon& common, QoCtlSignals& signals) override;
 
@@ -78,6 +83,7 @@ QoCtlStatus Stats::run(const QoCtlCommon& common, QoCtlSignals& signals) {
         qo_ctl_say("there are no rows");
         return QoCtlStatus::failed;
     }
+    if (plot_ == "-") return qo_ctl_print(qo_ctl_statistics_plot(statistics.rows), status);
     if (!plot_.empty() && !write_plot(plot_, qo_ctl_statistics_plot(statistics.rows))) status = QoCtlStatus::failed;
     if (common.json_lines) return qo_ctl_print(qo_ctl_statistics_json(statistics.rows, rows_), status);
     return qo_ctl_print(

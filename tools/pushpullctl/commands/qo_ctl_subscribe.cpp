@@ -13,7 +13,8 @@ public:
         return {"subscribe", "Follow what is published below pointers",
                 "Prints each published text until Ctrl-C, or until --count of them. A text that is not JSON,\n"
                 "as \"NODE DELETED: /x\", is printed as a JSON string. / follows the whole tree; other pointers\n"
-                "have to name an object or an array of the service's default tree, no value and no element.\n\n"
+                "have to name an object or an array of the service's default tree, no value. An array stands for its\n"
+                "elements: /devices/device, and no position.\n\n"
                 "Example:\n  pushpullctl subscribe /system/status /devices\n"
                 "  pushpullctl subscribe --changes --count 1 /logs\n"
                 "  pushpullctl subscribe --timestamps --for 60 /system"};

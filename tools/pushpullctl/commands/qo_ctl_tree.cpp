@@ -1,10 +1,31 @@
 // tree: everything that the service holds.
 #include "qo_ctl_commands.h"
+#include "qo_ctl_harmless.h"
 #include "qo_ctl_live_tree.h"
+#include "qo_ctl_padded.h"
 #include "qo_ctl_shared.h"
+#include "qo_ctl_sizes.h"
 #include "qo_pushpull_json.h"
 
 namespace {
+
+std::string size_list(JSONNODE* tree, QoCtlStyle style) {
+    constexpr size_t kWidth = 12;  // characters of a number
+    std::string text;
+    for (const QoCtlSize& part : qo_ctl_sizes(tree)) {
+        if (style.formatted) {
+            text +=
+                qo_ctl_padded(std::to_string(part.bytes), kWidth, true) + "  " + qo_ctl_harmless(part.pointer) + "\n";
+            continue;
+        }
+        const QoJsonNode line(json_new(JSON_NODE));
+        json_push_back(line.get(), json_new_a_n("pointer", 7, part.pointer.data(), part.pointer.size()));
+        json_push_back(line.get(), json_new_i("bytes", static_cast<int64_t>(part.bytes)));
+        json_push_back(line.get(), json_new_i("children", static_cast<int64_t>(part.children)));
+        text += qo_ctl_render(line.get(), style);
+    }
+    return text;
+}
 
 class Tree : public QoCtlCommand {
 public:
@@ -16,11 +37,13 @@ public:
     }
     void declare(QoCtlCommandLine& line) override {
         line.flag("--no-dump", no_dump_, "ask for the known top-level members instead of a dump");
+        line.flag("--sizes", sizes_, "list objects and arrays with their sizes, the largest first");
     }
     QoCtlStatus run(const QoCtlCommon& common, QoCtlSignals& signals) override;
 
 private:
     bool no_dump_ = false;
+    bool sizes_ = false;
 };
 
 QoCtlStatus Tree::run(const QoCtlCommon& common, QoCtlSignals& signals) {
@@ -37,6 +60,7 @@ QoCtlStatus Tree::run(const QoCtlCommon& common, QoCtlSignals& signals) {
         return QoCtlStatus::failed;
     }
     QoCtlStyle style = qo_ctl_stdout_style(common);
+    if (sizes_) return qo_ctl_print(size_list(tree.get(), style), result.status);
     // For people, in a pipe and a file too: the whole tree in one line is of use to nobody who did not ask for it.
     style.formatted = !common.json_lines;
     return qo_ctl_print(qo_ctl_render(tree.get(), style), result.status);

@@ -74,6 +74,8 @@ TEST_F(PushpullctlStats, AsJsonAreTheLastRowsAlone) {
 
 TEST_F(PushpullctlStats, PlotIsAPictureInTheFile) {
     write_files();
+    EXPECT_THAT(run_pushpullctl({"stats", "--plot", "-"}).output, testing::StartsWith("<"));
+    EXPECT_EQ(run_pushpullctl({"stats", "--plot", "week.bmp"}).status, 2);
     EXPECT_EQ(run_pushpullctl({"stats", "--plot", scratch_file("week.svg")}).status, 0);
     std::ostringstream picture;
     picture << std::ifstream(scratch_file("week.svg")).rdbuf();

@@ -1,6 +1,7 @@
 // Whole trees: snapshot, diff and defaults.
 #include <filesystem>
 #include <fstream>
+#include <map>
 
 #include "component.h"
 #include "pushpullctl_run.h"
@@ -91,6 +92,46 @@ TEST_F(PushpullctlTrees, TheDefaultsAreThoseThatTheServiceStartsWith) {
     const std::string defaults = written("defaults.json", run_pushpullctl({"defaults"}).output);
     EXPECT_EQ(run_pushpullctl({"diff", defaults, "live"}).status, 0);
     EXPECT_EQ(run_pushpullctl({"check-defaults", defaults}).status, 0);
+}
+
+/// Whether the service takes a new value there from a component of the class.
+bool takes(const std::string& pointer, const char* component) {
+    return run_pushpullctl({"set", "--as", component, pointer, "424242"}).status == 0;
+}
+
+TEST_F(PushpullctlTrees, WhoMayWriteIsWhoIsTaken) {
+    const std::map<std::string, const char*> components = {{"local", "WEBSERVER_GATEWAY_C0"},
+                                                           {"remote", "REMOTE_GATEWAY_DM"}};
+    for (const char* pointer : {"/version/schemaVersion", "/system/config/name", "/system/status/new",
+                                "/systemCommandRequest/new", "/logs/mapper", "/devices/0/device/status/new"}) {
+        ASSERT_EQ(run_pushpullctl({"set", pointer, "1"}).status, 0) << pointer;
+        const std::string told = run_pushpullctl({"explain", pointer}).output;
+        for (const auto& [name, component] : components) {
+            const bool may = told.find("\"" + name + "_may_write\":true") != std::string::npos;
+            EXPECT_EQ(takes(pointer, component), may) << pointer << " " << name << " " << told;
+            ASSERT_EQ(run_pushpullctl({"set", pointer, "1"}).status, 0);
+        }
+    }
+}
+
+TEST_F(PushpullctlTrees, APlaceIsExplained) {
+    const PushpullctlResult result = run_pushpullctl({"explain", "/version/schemaVersion"});
+    EXPECT_EQ(result.output, R"({"pointer":"/version/schemaVersion","type":"string","value":"0.0","default":"0.0",)"
+                             R"("internal_may_write":true,"local_may_write":false,"remote_may_write":false,)"
+                             R"("saved":true,"bytes":5})"
+                             "\n");
+    EXPECT_THAT(run_pushpullctl({"explain", "--color", "always", "/error"}).output,
+                HasSubstr("saved               false\n"));
+    EXPECT_EQ(run_pushpullctl({"explain", "/version/schemaVersion", "defaults"}).output, result.output);
+    EXPECT_EQ(run_pushpullctl({"explain", "/nothing"}).status, 1);
+}
+
+TEST_F(PushpullctlTrees, TheLargestPartsComeFirst) {
+    const PushpullctlResult result = run_pushpullctl({"tree", "--sizes"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.output, testing::StartsWith(R"({"pointer":"/","bytes":)"));
+    EXPECT_THAT(result.output, HasSubstr("\n"
+                                         R"({"pointer":"/system","bytes":)"));
 }
 
 TEST_F(PushpullctlTrees, OfABrokenFileLineAndColumnAreTold) {

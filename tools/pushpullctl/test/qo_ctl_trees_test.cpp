@@ -4,6 +4,8 @@
 
 #include "qo_ctl_difference_print.h"
 #include "qo_ctl_fragment.h"
+#include "qo_ctl_rules.h"
+#include "qo_ctl_sizes.h"
 #include "qo_ctl_syntax.h"
 
 namespace {
@@ -98,6 +100,48 @@ TEST(Fragment, TellsPositionsByIds) {
     EXPECT_EQ(fragment({"a", "4"}, {false, true}, R"({"id":4,"x":1})"), R"({"a":[{"id":4,"x":1}]})");
     EXPECT_TRUE(qo_ctl_may_be_position("0"));
     for (const char* no : {"", "-1", "1x", "1234567890", "+1"}) EXPECT_FALSE(qo_ctl_may_be_position(no)) << no;
+}
+
+// ---- sizes ----
+
+TEST(Sizes, AreThoseOfTheTexts) {
+    const QoJsonNode tree = qo_json_parse(R"({"a":[1,{"b\n":"x"}],"c":{},"d":{"e":null}})");
+    std::vector<std::string> lines;
+    for (const QoCtlSize& size : qo_ctl_sizes(tree.get()))
+        lines.push_back(size.pointer + " " + std::to_string(size.bytes) + " " + std::to_string(size.children));
+    EXPECT_THAT(lines, ElementsAre("/ " + std::to_string(qo_json_write(tree.get()).size()) + " 3", "/a 15 2",
+                                   "/a/1 11 1", "/d 10 1"));
+}
+
+// ---- rules ----
+
+QoCtlRules rules_at(const QoJsonNode& tree, const QoCtlPath& path) { return qo_ctl_rules(tree.get(), path); }
+
+TEST(Rules, FollowTheWriteAccessAlongThePath) {
+    const QoJsonNode tree = qo_json_parse(
+        R"({"open":{"writeAccess":"openAll","x":{"y":1}},"local":{"writeAccess":"local","v":1,"in":{"v":1}},)"
+        R"("remote":{"writeAccess":"remote","v":1},"shut":{"writeAccess":"internal","v":1},"none":{"v":1},)"
+        R"("list":[{"id":0,"writeAccess":"remote","maxItems":3},{"id":1,"writeAccess":"internal","v":1}]})");
+    const auto writers = [&tree](const QoCtlPath& path) { return rules_at(tree, path).may_write; };
+    EXPECT_THAT(writers({"open", "x", "y"}), ElementsAre(true, true, true));
+    EXPECT_THAT(writers({"local", "v"}), ElementsAre(true, true, false));
+    EXPECT_THAT(writers({"local", "in", "v"}), ElementsAre(true, false, false));
+    EXPECT_THAT(writers({"remote", "v"}), ElementsAre(true, true, true));
+    EXPECT_THAT(writers({"shut", "v"}), ElementsAre(true, false, false));
+    EXPECT_THAT(writers({"none", "v"}), ElementsAre(true, false, false));
+    EXPECT_THAT(writers({"list", "1", "v"}), ElementsAre(true, true, true)) << "its first element speaks for an array";
+    EXPECT_EQ(rules_at(tree, {"list"}).max_items, 3);
+    EXPECT_EQ(rules_at(tree, {"list", "2"}).node, nullptr);
+    EXPECT_EQ(rules_at(tree, {"list", "x"}).node, nullptr);
+}
+
+TEST(Rules, TellWhatIsNotSaved) {
+    const QoJsonNode tree = qo_json_parse(
+        R"({"a":{"doNotPersist":true,"b":{"c":1}},"d":{"doNotPersist":1},"e":[{"id":0},{"id":1,"doNotPersist":true}]})");
+    EXPECT_FALSE(rules_at(tree, {"a", "b", "c"}).persists);
+    EXPECT_TRUE(rules_at(tree, {"d"}).persists);
+    EXPECT_FALSE(rules_at(tree, {"e", "0"}).persists);
+    EXPECT_TRUE(rules_at(tree, {}).persists);
 }
 
 // ---- broken texts ----
