@@ -5,6 +5,7 @@
 #include <mqueue.h>
 #include <signal.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <utility>

@@ -72,7 +72,7 @@ private:
     bool queue_failed_ = false;
 };
 
-/// The instance suffix from the command line, "PROGRAM [INSTANCE]".
+/// The instance suffix from the command line, "PROGRAM [INSTANCE]". With --help it says so and ends the program.
 std::string instance_from(int argc, char** argv);
 
 #endif

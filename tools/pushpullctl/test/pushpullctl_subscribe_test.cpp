@@ -69,12 +69,14 @@ TEST_F(PushpullctlSubscribe, WithChangesAPublishThatChangesNothingIsNotHeard) {
 }
 
 TEST_F(PushpullctlSubscribe, APointerThatTheServiceWillNotTakeGetsAWarning) {
-    PushpullctlRun run({"subscribe", "/system/config/name", "/devices/0", "/nosuch", "/devices/device", "/system", "/"});
+    PushpullctlRun run(
+        {"subscribe", "/system/config/name", "/devices/0", "/nosuch", "/devices/device", "/system", "/"});
     ASSERT_TRUE(run.wait_for_messages(kFollowing));
     run.send_signal(SIGINT);
     EXPECT_EQ(run.wait(), 0);
     EXPECT_THAT(run.messages(), HasSubstr("warning: /system/config/name may never be notified: it is neither"));
-    EXPECT_THAT(run.messages(), HasSubstr("warning: /devices/0 may never be notified: positions in arrays are refused"));
+    EXPECT_THAT(run.messages(),
+                HasSubstr("warning: /devices/0 may never be notified: positions in arrays are refused"));
     EXPECT_THAT(run.messages(), HasSubstr("warning: /nosuch may never be notified: there is no such node"));
     EXPECT_THAT(run.messages(), testing::Not(HasSubstr("warning: /system may")));
     EXPECT_THAT(run.messages(), testing::Not(HasSubstr("/devices/device may"))) << "of every element";

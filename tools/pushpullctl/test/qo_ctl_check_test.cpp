@@ -182,6 +182,17 @@ TEST_F(CheckDefaults, EndsWith1ForMistakesAndTellsTheirNumber) {
     const CommandRun bad("check-defaults", scratch_.write("bad.json", R"({"a":[1,2]})"));
     EXPECT_EQ(bad.status, QoCtlStatus::failed);
     EXPECT_THAT(bad.output, HasSubstr(R"("mistakes":2)"));
+    const CommandRun unlike(
+        "check-defaults",
+        scratch_.write("unlike.json", R"({"versoin":{},"version":{"schemaVersion":1},"usb":[],"mine":1})"));
+    EXPECT_EQ(unlike.status, QoCtlStatus::answered) << "a site may have what is not built in";
+    EXPECT_THAT(
+        unlike.output,
+        AllOf(HasSubstr(R"({"pointer":"/versoin","warning":"is not in the built-in tree; did you mean \"version\"?"})"),
+              HasSubstr(
+                  R"({"pointer":"/version/schemaVersion","warning":"is a number; in the built-in tree it is a text"})"),
+              HasSubstr(R"({"pointer":"/mine","warning":"is not in the built-in tree"})"),
+              HasSubstr(R"("mistakes":0,"warnings":)")));
     const CommandRun deep("check-defaults", scratch_.write("deep.json", std::string(513, '[') + std::string(513, ']')));
     EXPECT_EQ(deep.status, QoCtlStatus::failed);
     EXPECT_THAT(deep.output, HasSubstr("nested deeper than 512 levels"));

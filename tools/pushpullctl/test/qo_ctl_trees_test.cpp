@@ -4,6 +4,7 @@
 
 #include "qo_ctl_difference_print.h"
 #include "qo_ctl_fragment.h"
+#include "qo_ctl_likeness.h"
 #include "qo_ctl_rules.h"
 #include "qo_ctl_sizes.h"
 #include "qo_ctl_syntax.h"
@@ -142,6 +143,24 @@ TEST(Rules, TellWhatIsNotSaved) {
     EXPECT_TRUE(rules_at(tree, {"d"}).persists);
     EXPECT_FALSE(rules_at(tree, {"e", "0"}).persists);
     EXPECT_TRUE(rules_at(tree, {}).persists);
+}
+
+// ---- likeness ----
+
+TEST(EditDistance, IsTheNumberOfEdits) {
+    EXPECT_EQ(qo_ctl_edit_distance("", ""), 0U);
+    EXPECT_EQ(qo_ctl_edit_distance("abc", ""), 3U);
+    EXPECT_EQ(qo_ctl_edit_distance("name", "nmae"), 2U);
+    EXPECT_EQ(qo_ctl_edit_distance("kitten", "sitting"), 3U);
+}
+
+TEST(Likeness, ComparesElementsWithTheModelsFirst) {
+    const QoJsonNode tree = qo_json_parse(R"({"a":[{"id":0},{"id":1,"nmae":1}],"b":{"free":1}})");
+    const QoJsonNode model = qo_json_parse(R"({"a":[{"id":0,"name":"x"}],"b":{}})");
+    const std::vector<QoCtlUnlikeness> found = qo_ctl_unlikenesses(tree.get(), model.get());
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found[0].pointer, "/a/1/nmae");
+    EXPECT_THAT(found[0].text, HasSubstr("did you mean \"name\"?"));
 }
 
 // ---- broken texts ----
