@@ -27,6 +27,7 @@ constexpr std::unique_ptr<QoCtlCommand> (*kMakers[])() = {
     qo_ctl_make_monitor,
     qo_ctl_make_record,
     qo_ctl_make_replay,
+    qo_ctl_make_latency,
     qo_ctl_make_stats,
     qo_ctl_make_check_saved,
     qo_ctl_make_check_defaults,

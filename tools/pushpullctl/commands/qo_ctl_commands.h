@@ -24,6 +24,7 @@ std::unique_ptr<QoCtlCommand> qo_ctl_make_exit();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_explain();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_get();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_init();
+std::unique_ptr<QoCtlCommand> qo_ctl_make_latency();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_monitor();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_publish();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_queues();

@@ -13,7 +13,6 @@ namespace {
 
 constexpr double kSlowest = 0.001;
 constexpr double kFastest = 1000000;
-constexpr std::chrono::milliseconds kLongestWait{60000};  // at a time
 
 class Replay : public QoCtlCommand {
 public:
@@ -40,8 +39,7 @@ private:
         const double ms = static_cast<double>(entry.time - entries_.front().time) / speed_;
         return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double, std::milli>(ms));
     }
-    static QoCtlStatus wait_until(Clock::time_point moment, QoCtlSession& session, const QoCtlSignals& signals);
-    QoCtlStatus publish_all(QoCtlSession& session, const QoCtlSignals& signals);
+    QoCtlStatus publish_all(QoCtlSession& session);
 
     std::string file_;
     std::string speed_text_;
@@ -75,21 +73,10 @@ std::string Replay::read_file() {
     return file.bad() ? file_ + ": cannot be read" : "";
 }
 
-QoCtlStatus Replay::wait_until(Clock::time_point moment, QoCtlSession& session, const QoCtlSignals& signals) {
-    while (signals.caught() == 0) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(moment - Clock::now());
-        if (left.count() <= 0) return QoCtlStatus::answered;
-        // What comes meanwhile is for nobody, but has to leave the queue.
-        session.next_text(std::min(left, kLongestWait));
-    }
-    return QoCtlStatus::interrupted;
-}
-
-QoCtlStatus Replay::publish_all(QoCtlSession& session, const QoCtlSignals& signals) {
+QoCtlStatus Replay::publish_all(QoCtlSession& session) {
     const Clock::time_point start = Clock::now();
     for (const QoCtlRecorded& entry : entries_) {
-        if (const QoCtlStatus status = wait_until(start + due(entry), session, signals);
-            status != QoCtlStatus::answered)
+        if (const QoCtlStatus status = session.wait_until(start + due(entry)); status != QoCtlStatus::answered)
             return status;
         if (entry.object.empty()) {
             ++skipped_;
@@ -107,7 +94,7 @@ QoCtlStatus Replay::run(const QoCtlCommon& common, QoCtlSignals& signals) {
     QoCtlSession session(qo_ctl_session_settings(common), signals);
     QoCtlStatus status = session.open();
     if (status != QoCtlStatus::answered) return status;
-    status = publish_all(session, signals);
+    status = publish_all(session);
     session.close();
     signals.release();
     const QoJsonNode node(json_new(JSON_NODE));

@@ -23,10 +23,11 @@ using std::chrono::milliseconds;
 constexpr char kFencePointer[] = "/siblings/size";
 // Bytes of a request besides its longest text and the NUL: member names, numbers, the layout, our sender id.
 constexpr size_t kRequestFrame = 512;
-constexpr milliseconds kLook{20};        // between two looks at a full service queue
-constexpr milliseconds kLastWord{500};   // for the answer that settles whether an interrupted session is registered
-constexpr milliseconds kJoinAgain{250};  // for the answer before registering once more
-constexpr size_t kMostOthers = 1000;     // texts kept; a command that does not follow needs none of them
+constexpr milliseconds kLook{20};            // between two looks at a full service queue
+constexpr milliseconds kLastWord{500};       // for the answer that settles whether an interrupted session is registered
+constexpr milliseconds kJoinAgain{250};      // for the answer before registering once more
+constexpr milliseconds kLongestWait{60000};  // at a time
+constexpr size_t kMostOthers = 1000;         // texts kept; a command that does not follow needs none of them
 
 std::string service_missing(const std::string& name, int error) {
     if (error == ENOENT) {
@@ -285,6 +286,15 @@ std::optional<std::string> QoCtlSession::next_text(milliseconds patience) {
     std::string text = std::move(others_.front());
     others_.pop_front();
     return text;
+}
+
+QoCtlStatus QoCtlSession::wait_until(Clock::time_point moment) {
+    while (signals_.caught() == 0) {
+        const auto left = std::chrono::ceil<milliseconds>(moment - Clock::now());
+        if (left.count() <= 0) return QoCtlStatus::answered;
+        [[maybe_unused]] const std::optional<std::string> dropped = next_text(std::min(left, kLongestWait));
+    }
+    return QoCtlStatus::interrupted;
 }
 
 /// @return nothing at the deadline, and before it when woken or when a reception failed

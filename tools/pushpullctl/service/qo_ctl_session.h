@@ -70,6 +70,9 @@ public:
     /// woken; a text that is kept from an earlier exchange comes first.
     std::optional<std::string> next_text(std::chrono::milliseconds patience);
 
+    /// Waits, and drops what comes meanwhile, so that the queue never fills. @return answered or interrupted
+    QoCtlStatus wait_until(std::chrono::steady_clock::time_point moment);
+
     /// Registers again and waits for the service, for as long as the timeout: after a factory reset, which loses
     /// registrations and requests that are on their way.
     QoCtlStatus join_again();
