@@ -8,13 +8,30 @@
 
 namespace {
 
-enum class Form { whole, size, value };  // of an answer: with its path, a number of elements, the bare value
+enum class Form {
+    whole,
+    size,
+    value,
+    names
+};  // of an answer: with its path, a number of elements, the bare value, names
 
 /// A text without its quotes: as it is for a program, made harmless for a terminal.
 std::string value_line(JSONNODE* node, QoCtlStyle style) {
     if (json_type(node) != JSON_STRING) return qo_ctl_render(node, style);
     const std::string text(qo_json_string(node));
     return (style.formatted ? qo_ctl_harmless(text, "\n\t") : text) + "\n";
+}
+
+/// The pointers of the children, a line each: what a shell completes.
+std::string name_lines(const std::string& pointer, JSONNODE* node) {
+    std::string text;
+    size_t position = 0;
+    for (const JSONNODE* child : QoJsonChildren(node)) {
+        const bool in_array = json_type(node) == JSON_ARRAY;
+        const std::string name = in_array ? std::to_string(position++) : std::string(qo_json_name(child));
+        text += qo_ctl_harmless(pointer + "/" + name) + "\n";
+    }
+    return text;
 }
 
 /// @param asked what was asked for: the pointer itself, or its size
@@ -29,6 +46,8 @@ void take_answer(const std::string& pointer, const std::string& asked, const std
         result.text += std::to_string(answer.size) + "\n";
     else if (json_is_valid_n(body.data(), body.size()) == 0)
         result.fail(pointer + ": the answer is not valid JSON");
+    else if (form == Form::names)
+        result.text += name_lines(pointer, qo_ctl_addressed(qo_json_parse(body).get(), pointer, nullptr));
     else if (form == Form::value)
         result.text += value_line(qo_ctl_addressed(qo_json_parse(body).get(), pointer, nullptr), style);
     else
@@ -83,8 +102,8 @@ public:
     Help help() const override {
         return {"get", "Read nodes of the data tree",
                 "Each answer keeps the path from the root; a node of an array comes alone in its array.\n"
-                "With --value only the value is printed, with --size the number of an array's elements. Ends\n"
-                "with 1 when a node does not exist.\n\n"
+                "With --value only the value is printed, with --size the number of an array's elements, with\n"
+                "--names the pointers of what is below. Ends with 1 when a node does not exist.\n\n"
                 "Example:\n  pushpullctl get /system/config /version\n  pushpullctl get --size /devices\n"
                 "  name=$(pushpullctl get --value /system/config/name)"};
     }
@@ -93,6 +112,10 @@ public:
         line.flag("--pack", pack_, "let the service join the answers in as few messages as fit");
         line.flag("--size", size_, "ask for the numbers of elements of arrays");
         line.flag("--value", value_, "the bare value, without its path; texts without quotes");
+        line.flag("--names", names_, "the pointers of what is below, a line each");
+        line.not_together("--names", "--pack");
+        line.not_together("--names", "--size");
+        line.not_together("--names", "--value");
         line.not_together("--size", "--pack");
         line.not_together("--value", "--pack");
         line.not_together("--value", "--size");
@@ -101,10 +124,13 @@ public:
     QoCtlStatus run(const QoCtlCommon& common, QoCtlSignals& signals) override;
 
 private:
+    Form form() const { return size_ ? Form::size : value_ ? Form::value : names_ ? Form::names : Form::whole; }
+
     std::vector<std::string> pointers_;
     bool pack_ = false;
     bool size_ = false;
     bool value_ = false;
+    bool names_ = false;
 };
 
 std::string Get::fault() {
@@ -127,7 +153,7 @@ QoCtlStatus Get::run(const QoCtlCommon& common, QoCtlSignals& signals) {
     if (pack_)
         get_packed(session, pointers_, style, result);
     else
-        get_each(session, pointers_, size_ ? Form::size : value_ ? Form::value : Form::whole, style, result);
+        get_each(session, pointers_, form(), style, result);
     session.close();
     signals.release();
     return qo_ctl_print(result.text, result.status);

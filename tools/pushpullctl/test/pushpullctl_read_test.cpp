@@ -260,4 +260,15 @@ TEST_F(PushpullctlLists, WhereTheQueueFileSystemIsNotMountedTheServicesQueueIsSh
     EXPECT_THAT(result.messages, HasSubstr("mount -t mqueue none /dev/mqueue"));
 }
 
+// ---- names ----
+
+class PushpullctlNames : public RunningService {};
+
+TEST_F(PushpullctlNames, AreThePointersOfWhatIsBelow) {
+    EXPECT_EQ(run_pushpullctl({"get", "--names", "/version"}).output, "/version/schemaVersion\n");
+    EXPECT_THAT(run_pushpullctl({"get", "--names", "/devices"}).output, testing::StartsWith("/devices/0\n"));
+    EXPECT_EQ(run_pushpullctl({"get", "--names", "/version/schemaVersion"}).output, "");
+    EXPECT_EQ(run_pushpullctl({"get", "--names", "/nothing"}).status, 1);
+}
+
 }  // namespace
