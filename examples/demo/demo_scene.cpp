@@ -342,9 +342,9 @@ void run_shell(const DemoPlace& place) {
         signal(SIGTERM, SIG_DFL);
         signal(SIGPIPE, SIG_DFL);
         setenv("PATH", path.c_str(), 1);
-        setenv("PS1", "pushpull demo> ", 1);
         setenv("HISTFILE", "", 1);  // the caller's history is not for trying things out
-        execlp("bash", "bash", "--norc", "-i", static_cast<char*>(nullptr));
+        const std::string settings = place.stand_ins + "/../demo_shell.bash";
+        execlp("bash", "bash", "--rcfile", settings.c_str(), "-i", static_cast<char*>(nullptr));
         perror("bash");
         _exit(127);
     }
@@ -357,7 +357,9 @@ void print_shell_help(const DemoPlace& place) {
     printf("\nTry, and \"exit\" to end the service:\n\n");
     printf("     pushpullctl%s tree\n", with_instance.c_str());
     printf("     pushpullctl%s get /system/status\n", with_instance.c_str());
-    printf("     pushpullctl --help\n");
+    printf("     pushpullctl%s set --string /system/config/name Shop\n", with_instance.c_str());
+    if (place.is_private) printf("     pushpullctl stats                   after a minute\n");
+    printf("     pushpullctl --help, man pushpullctl; Tab completes commands, options and pointers\n");
     printf("     display%s &\n", with_argument.c_str());
     printf("     system_controller%s          then type: temperature 80\n", with_argument.c_str());
     if (place.is_private) printf("     tail %s\n", kLogCopy);
@@ -367,7 +369,9 @@ void print_shell_help(const DemoPlace& place) {
 
 int keep_running(const DemoPlace& place, DemoLog* log) {
     try {
-        DemoService service(place);
+        // Statistics are files of the machine where the demo has none of its own.
+        const auto statistics = place.is_private ? DemoService::Statistics::on : DemoService::Statistics::off;
+        DemoService service(place, statistics);
         print_fact("queue", service.queue_size());
         if (!service.wait_until_ready(step_end())) throw NotSeen("the service's READY=1");
         print_fact("service", "ready");

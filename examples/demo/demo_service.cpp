@@ -65,9 +65,10 @@ int make_ready_socket(const std::string& name) {
     return ready;
 }
 
-std::vector<std::string> service_command(const DemoPlace& place) {
+std::vector<std::string> service_command(const DemoPlace& place, bool statistics) {
     std::vector<std::string> command = {place.programs + "/qo_pushpull"};
     if (!place.instance.empty()) command.insert(command.end(), {"-m", place.instance});
+    if (statistics) command.emplace_back("-l");
     return command;
 }
 
@@ -78,14 +79,15 @@ std::string path_with(const std::string& folder) {
 
 }  // namespace
 
-DemoService::DemoService(const DemoPlace& place)
+DemoService::DemoService(const DemoPlace& place, Statistics statistics)
     : instance_(place.instance), queue_name_(QO_SERVICE_QUEUE_NAME + place.instance) {
     queue_size_ = make_queue(queue_name_);
     const std::string ready_name = "qo_pushpull_demo." + std::to_string(getpid());
     ready_socket_ = make_ready_socket(ready_name);
     // A service whose queue stays full restarts the device. In the demo its commands meet stand-ins.
     process_ = std::make_unique<DemoProcess>(
-        service_command(place), std::vector<std::string>{path_with(place.stand_ins), "NOTIFY_SOCKET=@" + ready_name});
+        service_command(place, statistics == Statistics::on),
+        std::vector<std::string>{path_with(place.stand_ins), "NOTIFY_SOCKET=@" + ready_name});
 }
 
 DemoService::~DemoService() {

@@ -18,8 +18,10 @@ struct DemoPlace {
 
 class DemoService {
 public:
+    enum class Statistics { off, on };
+
     /// Makes the service's queue, with the full size where this machine allows it, and starts the service.
-    explicit DemoService(const DemoPlace& place);
+    explicit DemoService(const DemoPlace& place, Statistics statistics = Statistics::off);
 
     /// Ends the service if it still runs, and removes its queue.
     ~DemoService();
