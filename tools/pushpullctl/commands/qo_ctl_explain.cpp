@@ -14,7 +14,7 @@ constexpr size_t kLongestValue = 200;  // characters that are shown of a value
 
 const char* type_name(const JSONNODE* node) {
     constexpr const char* kNames[] = {"null", "string", "number", "boolean", "array", "object"};  // by the type
-    return kNames[static_cast<size_t>(json_type(node))];
+    return kNames[static_cast<unsigned char>(json_type(node))];
 }
 
 class Explain : public QoCtlCommand {

@@ -15,7 +15,7 @@ constexpr size_t kLongestCompared = 64;  // characters; longer names are not loo
 const char* kind_of(const JSONNODE* node) {
     constexpr const char* kKinds[] = {"null",      "a text",   "a number",
                                       "a boolean", "an array", "an object"};  // by the type
-    return kKinds[static_cast<size_t>(json_type(node))];
+    return kKinds[static_cast<unsigned char>(json_type(node))];
 }
 
 class Comparison {
