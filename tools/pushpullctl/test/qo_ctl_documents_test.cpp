@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <regex>
 #include <set>
 #include <sstream>
 
@@ -103,6 +106,27 @@ TEST(Completion, OffersTheTopLevelMembers) {
         const std::string pointer = "/" + std::string(member);
         EXPECT_TRUE(offered.count(pointer) == 1 || offered.count(pointer + "'") == 1) << pointer;
     }
+}
+
+TEST(Comparison, NamesTestsThatExist) {
+    std::string tests;
+    for (const auto& source : std::filesystem::directory_iterator(QO_TESTS)) {
+        std::ostringstream text;
+        text << std::ifstream(source.path()).rdbuf();
+        tests += text.str();
+    }
+    std::ostringstream document;
+    document << std::ifstream(QO_COMPARISON).rdbuf();
+    const std::string rows = document.str();
+    const std::regex name("`(Pushpullctl\\w*)\\.(\\w+)` \\|\n");
+    size_t named = 0;
+    for (std::sregex_iterator it(rows.begin(), rows.end(), name), end; it != end; ++it, ++named) {
+        const std::string test = "(" + (*it)[1].str() + ", " + (*it)[2].str() + ")";
+        EXPECT_THAT(tests, HasSubstr(test));
+    }
+    const auto lines = static_cast<size_t>(std::count(rows.begin(), rows.end(), '\n'));
+    EXPECT_GT(named, 20U);
+    EXPECT_LT(lines - named, 20U) << "every row names a test at its end";
 }
 
 }  // namespace

@@ -61,13 +61,12 @@ void compare_arrays(JSONNODE* before, JSONNODE* after, Walk& walk) {
 }
 
 void compare(JSONNODE* before, JSONNODE* after, Walk& walk) {
-    if (json_type(before) != json_type(after))
-        walk.note(before, after);
-    else if (json_type(before) == JSON_NODE)
+    const bool alike = json_type(before) == json_type(after);
+    if (alike && json_type(before) == JSON_NODE)
         compare_objects(before, after, walk);
-    else if (json_type(before) == JSON_ARRAY)
+    else if (alike && json_type(before) == JSON_ARRAY)
         compare_arrays(before, after, walk);
-    else if (json_equal(before, after) == 0)
+    else if (!alike || json_equal(before, after) == 0)
         walk.note(before, after);
 }
 
