@@ -334,6 +334,24 @@ std::vector<std::string> qo_ctl_statistics_files(const std::string& directory) {
     return files;
 }
 
+void qo_ctl_filter(std::vector<QoCtlStatisticsRow>& rows, const QoCtlStatisticsFilter& filter) {
+    std::erase_if(rows, [&filter](const QoCtlStatisticsRow& row) {
+        return (filter.since && row.time < *filter.since) || (filter.until && row.time > *filter.until);
+    });
+    if (filter.queue.empty()) return;
+    for (QoCtlStatisticsRow& row : rows)
+        std::erase_if(row.queues, [&filter](const QoCtlQueueSample& queue) { return queue.name != filter.queue; });
+}
+
+std::optional<time_t> qo_ctl_read_time(const std::string& text) {
+    for (const char* pattern : {"%Y-%m-%d", "%Y-%m-%d %H:%M", "%Y-%m-%d %H:%M:%S"}) {
+        tm broken_down{};
+        const char* const end = strptime(text.c_str(), pattern, &broken_down);
+        if (end != nullptr && *end == '\0') return timegm(&broken_down);
+    }
+    return std::nullopt;
+}
+
 std::string qo_ctl_time_text(time_t time) {
     tm broken_down{};
     gmtime_r(&time, &broken_down);

@@ -66,6 +66,19 @@ bool qo_ctl_read_statistics_file(const std::string& file, QoCtlStatistics& stati
 /// To be called when all files are read: orders the rows and works out what follows from their neighbours.
 void qo_ctl_complete_statistics(QoCtlStatistics& statistics);
 
+/// Which rows and queues are looked at.
+struct QoCtlStatisticsFilter {
+    std::optional<time_t> since;  // both included
+    std::optional<time_t> until;
+    std::string queue;  // "" for all
+};
+
+/// Leaves out the others.
+void qo_ctl_filter(std::vector<QoCtlStatisticsRow>& rows, const QoCtlStatisticsFilter& filter);
+
+/// "2026-01-05", "2026-01-05 13:04" or "2026-01-05 13:04:59", UTC. @return nothing for anything else
+std::optional<time_t> qo_ctl_read_time(const std::string& text);
+
 /// The log of the service and its archives in a directory, oldest first.
 std::vector<std::string> qo_ctl_statistics_files(const std::string& directory);
 

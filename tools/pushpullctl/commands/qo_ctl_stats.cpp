@@ -55,19 +55,33 @@ public:
         line.words("FILE", files_, "the log or its archives (default: all that the service wrote)",
                    QoCtlCommandLine::Need::optional);
         line.number("--rows", rows_, 0, kMostRows, "how many of the last rows to show (default 20)");
+        line.text("--since", since_, "TIME", "only rows from then on: \"2026-01-05\", \"2026-01-05 13:04\" (UTC)");
+        line.text("--until", until_, "TIME", "only rows up to then");
+        line.text("--queue", filter_.queue, "NAME", "of the queues only this one");
         line.text("--plot", plot_, "FILE", "draw all rows as a picture, .svg; - prints it instead of the tables");
     }
     std::string fault() override {
         const std::string ending = std::filesystem::path(plot_).extension();
         const bool known = ending.empty() || ending == ".svg";
-        return known ? "" : plot_ + ": pictures are SVG, and their names end in .svg";
+        if (!known) return plot_ + ": pictures are SVG, and their names end in .svg";
+        if (std::string fault = take_time(since_, filter_.since); !fault.empty()) return fault;
+        return take_time(until_, filter_.until);
     }
     QoCtlStatus run(const QoCtlCommon& common, QoCtlSignals& signals) override;
 
 private:
+    static std::string take_time(const std::string& text, std::optional<time_t>& time) {
+        if (text.empty()) return "";
+        time = qo_ctl_read_time(text);
+        return time ? "" : "\"" + text + "\" is no time, as 2026-01-05 or \"2026-01-05 13:04\"";
+    }
+
     std::vector<std::string> files_;  // empty: those that the service writes
     uint64_t rows_ = 20;
     std::string plot_;
+    std::string since_;
+    std::string until_;
+    QoCtlStatisticsFilter filter_;
 };
 
 QoCtlStatus Stats::run(const QoCtlCommon& common, QoCtlSignals& signals) {
@@ -79,6 +93,7 @@ QoCtlStatus Stats::run(const QoCtlCommon& common, QoCtlSignals& signals) {
     }
     QoCtlStatistics statistics;
     QoCtlStatus status = read_all(files_, statistics);
+    qo_ctl_filter(statistics.rows, filter_);
     if (statistics.rows.empty()) {
         qo_ctl_say("there are no rows");
         return QoCtlStatus::failed;

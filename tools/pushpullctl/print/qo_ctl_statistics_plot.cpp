@@ -1,5 +1,8 @@
 // The statistics as a picture: panels above each other over one time axis, each row drawn over the interval that it
 // tells of.
+#include <limits.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -76,6 +79,12 @@ std::string short_number(double number) {
     return format("%g", number);
 }
 
+std::string host_name() {
+    char name[HOST_NAME_MAX + 1] = {};
+    gethostname(name, sizeof name - 1);
+    return qo_ctl_plain_name(name);
+}
+
 // ---- what is drawn ----
 
 struct Point {
@@ -97,6 +106,7 @@ struct Panel {
     std::string unit;
     std::vector<Series> series;
     std::vector<std::string> notes;  // below the legend
+    bool counts = false;             // whole numbers
 };
 
 struct Span {
@@ -194,7 +204,7 @@ ValueAxis value_axis(const Panel& panel) {
             for (const Point& point : line) largest = std::max(largest, point.y);
     }
     if (largest <= 0) return {1, 1};
-    const double step = value_step(largest);
+    const double step = std::max(value_step(largest), panel.counts ? 1.0 : 0.0);
     return {step, std::ceil(largest / step - 1e-9) * step};
 }
 
@@ -252,7 +262,7 @@ public:
 
     void title() {
         const auto& rows = timeline_.rows();
-        text(kLeft, 34, "Statistics of qo_pushpull", "font-size=\"20\" font-weight=\"bold\"");
+        text(kLeft, 34, "Statistics of qo_pushpull on " + host_name(), "font-size=\"20\" font-weight=\"bold\"");
         text(kLeft, 56,
              time_label(timeline_.begin(), "%Y-%m-%d %H:%M:%S") + " to " +
                  time_label(timeline_.end(), "%Y-%m-%d %H:%M:%S UTC") + ", " +
@@ -447,7 +457,7 @@ std::vector<std::string> deepest_queues(const std::vector<QoCtlStatisticsRow>& r
 
 Panel depth_panel(const Timeline& timeline, const std::string& title, double QoCtlQueueSample::*average,
                   int64_t QoCtlQueueSample::*count, const std::string& unit, bool rate) {
-    Panel panel{title, unit, {}, {}};
+    Panel panel{title, unit, {}, {}, average == nullptr && !rate};
     const std::vector<std::string> names = deepest_queues(timeline.rows());
     const auto totals = qo_ctl_queue_totals(timeline.rows());
     for (size_t i = 0; i < std::min(names.size(), kMostQueues); ++i) {

@@ -74,6 +74,11 @@ TEST_F(PushpullctlStats, AsJsonAreTheLastRowsAlone) {
 
 TEST_F(PushpullctlStats, PlotIsAPictureInTheFile) {
     write_files();
+    EXPECT_EQ(run_pushpullctl({"stats", "--since", "yesterday"}).status, 2);
+    const PushpullctlResult none = run_pushpullctl({"stats", "--until", "1999-12-31 23:59"});
+    EXPECT_EQ(none.status, 1);
+    EXPECT_THAT(none.messages, HasSubstr("there are no rows"));
+    EXPECT_EQ(run_pushpullctl({"stats", "--since", "2000-01-01", "--queue", "/nobody"}).status, 0);
     EXPECT_THAT(run_pushpullctl({"stats", "--plot", "-"}).output, testing::StartsWith("<"));
     EXPECT_EQ(run_pushpullctl({"stats", "--plot", "week.bmp"}).status, 2);
     EXPECT_EQ(run_pushpullctl({"stats", "--plot", scratch_file("week.svg")}).status, 0);

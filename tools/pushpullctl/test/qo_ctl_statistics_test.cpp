@@ -479,4 +479,27 @@ TEST_F(StatisticsPlot, OfVeryManyRowsKeepsItsExtremesAndItsSize) {
     EXPECT_THAT(picture, HasSubstr(">60<"));  // of the axis that holds the one deep queue
 }
 
+// ---- a part of it ----
+
+TEST(StatisticsFilter, KeepsTheTimesAndTheQueueThatAreAskedFor) {
+    std::vector<QoCtlStatisticsRow> rows(3);
+    for (size_t i = 0; i < rows.size(); ++i) {
+        rows[i].time = static_cast<time_t>(100 + i);
+        rows[i].queues = {{"/a", 1, 0, 1, 1, true}, {"/b", 2, 0, 1, 1, true}};
+    }
+    qo_ctl_filter(rows, {101, 101, "/b"});
+    ASSERT_EQ(rows.size(), 1U);
+    EXPECT_EQ(rows[0].time, 101);
+    ASSERT_EQ(rows[0].queues.size(), 1U);
+    EXPECT_EQ(rows[0].queues[0].name, "/b");
+}
+
+TEST(StatisticsFilter, ReadsTimes) {
+    EXPECT_EQ(qo_ctl_read_time("1970-01-02"), 86400);
+    EXPECT_EQ(qo_ctl_read_time("1970-01-01 00:01"), 60);
+    EXPECT_EQ(qo_ctl_read_time("1970-01-01 00:01:05"), 65);
+    for (const char* text : {"", "now", "1970-13-01", "1970-01-01 25:00", "1970-01-01x"})
+        EXPECT_EQ(qo_ctl_read_time(text), std::nullopt) << text;
+}
+
 }  // namespace
