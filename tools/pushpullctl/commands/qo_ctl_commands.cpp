@@ -24,6 +24,7 @@ constexpr std::unique_ptr<QoCtlCommand> (*kMakers[])() = {
     qo_ctl_make_components,
     qo_ctl_make_queues,
     qo_ctl_make_who,
+    qo_ctl_make_top,
     qo_ctl_make_monitor,
     qo_ctl_make_record,
     qo_ctl_make_replay,

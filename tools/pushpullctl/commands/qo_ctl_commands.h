@@ -37,6 +37,7 @@ std::unique_ptr<QoCtlCommand> qo_ctl_make_snapshot();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_stats();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_subscribe();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_sync();
+std::unique_ptr<QoCtlCommand> qo_ctl_make_top();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_tree();
 std::unique_ptr<QoCtlCommand> qo_ctl_make_who();
 

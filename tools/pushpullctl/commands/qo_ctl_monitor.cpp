@@ -2,22 +2,15 @@
 #include "qo_ctl_commands.h"
 #include "qo_ctl_components.h"
 #include "qo_ctl_harmless.h"
-#include "qo_ctl_log_source.h"
+#include "qo_ctl_log_follower.h"
 #include "qo_ctl_padded.h"
 #include "qo_ctl_shared.h"
 #include "qo_ctl_subject.h"
-#include "qo_ctl_traffic.h"
 #include "qo_pushpull_json.h"
 
 namespace {
 
-using std::chrono::milliseconds;
-
-constexpr milliseconds kLook{100};
-// Without a further line a request counts as finished: at once when its last line was seen; else only after what the
-// service waits for each full queue, a second.
-constexpr milliseconds kSettled{100};
-constexpr milliseconds kUnsettled{2500};
+constexpr std::chrono::milliseconds kLook{100};
 
 /// The names of components in place of their queues, where they are known.
 std::vector<std::string> told_names(const QoCtlHandled& handled, const QoCtlTraffic& traffic) {
@@ -142,16 +135,10 @@ QoCtlStatus Monitor::follow(QoCtlLogSource& source, QoCtlStyle style, const QoCt
         output += style.formatted ? row_of(handled, told) : json_of(handled, told);
     });
     known = &traffic;
-    std::deque<QoCtlLogLine> lines;
-    auto last_line = std::chrono::steady_clock::now();
+    QoCtlLogFollower follower(source, traffic);
     auto state = QoCtlLogSource::State::quiet;
     while (status == QoCtlStatus::answered && state != QoCtlLogSource::State::ended && signals.caught() == 0) {
-        state = source.read(lines, kLook);
-        const auto now = std::chrono::steady_clock::now();
-        if (!lines.empty()) last_line = now;
-        for (; !lines.empty(); lines.pop_front()) traffic.add(lines.front());
-        const bool over = traffic.is_waiting() && now - last_line >= (traffic.is_settled() ? kSettled : kUnsettled);
-        if (over || state == QoCtlLogSource::State::ended) traffic.finish();
+        state = follower.read(kLook);
         if (!output.empty()) status = qo_ctl_print(output, status);
         output.clear();
     }

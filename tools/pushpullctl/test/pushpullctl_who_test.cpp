@@ -87,7 +87,7 @@ TEST_F(PushpullctlWho, AStoppedReaderIsToldWithItsComponent) {
                               HasSubstr(process_text(run.pid(), "stopped"))));
     EXPECT_THAT(run_pushpullctl({"queues"}).output, HasSubstr("[{" + process_text(run.pid(), "stopped") + "]"));
     EXPECT_THAT(run_pushpullctl({"queues", "--color", "always"}).output,
-                HasSubstr("pushpullctl (" + std::to_string(run.pid()) + "), stopped"));
+                HasSubstr("stopped: pushpullctl (" + std::to_string(run.pid()) + ")"));
     run.send_signal(SIGCONT);
     run.send_signal(SIGINT);
     EXPECT_EQ(run.wait(), 0);
