@@ -6,13 +6,14 @@
 #include "qo_ctl_shared.h"
 #include "qo_ctl_tree_file.h"
 #include "qo_pushpull_file_reader.h"
+#include "qo_pushpull_json.h"
 
 namespace {
 
 std::string warning_report(const QoCtlUnlikeness& warning, QoCtlStyle style) {
     const QoJsonNode report(json_new(JSON_NODE));
-    qo_ctl_add_text(report, "pointer", warning.pointer);
-    qo_ctl_add_text(report, "warning", warning.text);
+    qo_ctl_add_text(report.get(), "pointer", warning.pointer);
+    qo_ctl_add_text(report.get(), "warning", warning.text);
     return qo_ctl_render(report.get(), style);
 }
 
@@ -25,8 +26,8 @@ std::vector<QoCtlUnlikeness> warnings_about(const std::string& path) {
 
 std::string mistake_report(const QoCtlMistake& mistake, QoCtlStyle style) {
     const QoJsonNode report(json_new(JSON_NODE));
-    qo_ctl_add_text(report, "pointer", mistake.pointer);
-    qo_ctl_add_text(report, "mistake", mistake.text);
+    qo_ctl_add_text(report.get(), "pointer", mistake.pointer);
+    qo_ctl_add_text(report.get(), "mistake", mistake.text);
     return qo_ctl_render(report.get(), style);
 }
 
@@ -64,7 +65,7 @@ QoCtlStatus CheckDefaults::run(const QoCtlCommon& common, QoCtlSignals& signals)
     const std::vector<QoCtlUnlikeness> warnings = warnings_about(path_);
     for (const QoCtlUnlikeness& warning : warnings) text += warning_report(warning, style);
     const QoJsonNode total(json_new(JSON_NODE));
-    qo_ctl_add_text(total, "file", path_);
+    qo_ctl_add_text(total.get(), "file", path_);
     json_push_back(total.get(), json_new_i("mistakes", static_cast<int64_t>(mistakes.size())));
     json_push_back(total.get(), json_new_i("warnings", static_cast<int64_t>(warnings.size())));
     text += qo_ctl_render(total.get(), style);

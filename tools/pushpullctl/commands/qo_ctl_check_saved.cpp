@@ -4,6 +4,7 @@
 #include "qo_ctl_commands.h"
 #include "qo_ctl_shared.h"
 #include "qo_pushpull_files.h"
+#include "qo_pushpull_json.h"
 
 namespace {
 
@@ -30,13 +31,13 @@ std::string action_on(Verdict verdict, bool is_back_up) {
 
 std::string saved_file_report(const std::string& path, const QoCtlSavedFile& file, bool is_back_up, QoCtlStyle style) {
     const QoJsonNode report(json_new(JSON_NODE));
-    qo_ctl_add_text(report, "file", path);
-    qo_ctl_add_text(report, "verdict", qo_ctl_verdict_name(file.verdict));
+    qo_ctl_add_text(report.get(), "file", path);
+    qo_ctl_add_text(report.get(), "verdict", qo_ctl_verdict_name(file.verdict));
     if (!file.calculated.empty()) {
-        qo_ctl_add_text(report, "crc", file.stored);
-        qo_ctl_add_text(report, "calculated", file.calculated);
+        qo_ctl_add_text(report.get(), "crc", file.stored);
+        qo_ctl_add_text(report.get(), "calculated", file.calculated);
     }
-    qo_ctl_add_text(report, "service", action_on(file.verdict, is_back_up));
+    qo_ctl_add_text(report.get(), "service", action_on(file.verdict, is_back_up));
     return qo_ctl_render(report.get(), style);
 }
 

@@ -45,10 +45,6 @@ QoJsonNode default_tree() {
     return tree ? std::move(tree) : qo_ctl_built_in_defaults();
 }
 
-void add_text(const QoJsonNode& object, const char* name, std::string_view text) {
-    json_push_back(object.get(), json_new_a_n(name, std::string_view(name).size(), text.data(), text.size()));
-}
-
 void add_copy(const QoJsonNode& object, const char* name, const JSONNODE* node) {
     QoJsonNode copy(json_duplicate(node));
     json_set_name(copy.get(), name);
@@ -57,8 +53,8 @@ void add_copy(const QoJsonNode& object, const char* name, const JSONNODE* node) 
 
 QoJsonNode report_of(const std::string& pointer, const QoCtlRules& rules, const JSONNODE* in_defaults) {
     QoJsonNode report(json_new(JSON_NODE));
-    add_text(report, "pointer", pointer);
-    add_text(report, "type", type_name(rules.node));
+    qo_ctl_add_text(report.get(), "pointer", pointer);
+    qo_ctl_add_text(report.get(), "type", type_name(rules.node));
     add_copy(report, "value", rules.node);
     if (in_defaults != nullptr) add_copy(report, "default", in_defaults);
     constexpr const char* kWriters[] = {"internal_may_write", "local_may_write", "remote_may_write"};

@@ -19,7 +19,7 @@ std::string size_list(JSONNODE* tree, QoCtlStyle style) {
             continue;
         }
         const QoJsonNode line(json_new(JSON_NODE));
-        json_push_back(line.get(), json_new_a_n("pointer", 7, part.pointer.data(), part.pointer.size()));
+        qo_ctl_add_text(line.get(), "pointer", part.pointer);
         json_push_back(line.get(), json_new_i("bytes", static_cast<int64_t>(part.bytes)));
         json_push_back(line.get(), json_new_i("children", static_cast<int64_t>(part.children)));
         text += qo_ctl_render(line.get(), style);

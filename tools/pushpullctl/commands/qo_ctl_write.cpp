@@ -10,8 +10,8 @@ namespace {
 std::string refusal_text(const QoCtlRefusal& refusal, QoCtlStyle style) {
     if (style.formatted) return qo_ctl_harmless("not taken: " + refusal.pointer + " " + refusal.why) + "\n";
     const QoJsonNode node(json_new(JSON_NODE));
-    for (const auto& [name, text] : {std::pair{"not_taken", &refusal.pointer}, std::pair{"why", &refusal.why}})
-        json_push_back(node.get(), json_new_a_n(name, std::string_view(name).size(), text->data(), text->size()));
+    qo_ctl_add_text(node.get(), "not_taken", refusal.pointer);
+    qo_ctl_add_text(node.get(), "why", refusal.why);
     return qo_ctl_render(node.get(), style);
 }
 

@@ -31,17 +31,13 @@ std::string line_of(const QoCtlDifference& difference, QoCtlStyle style) {
     return (style.coloured ? color + text + kPlain : text) + "\n";
 }
 
-void add_text(const QoJsonNode& object, const char* name, std::string_view text) {
-    json_push_back(object.get(), json_new_a_n(name, std::string_view(name).size(), text.data(), text.size()));
-}
-
 QoJsonNode operation_of(const QoCtlDifference& difference) {
     QoJsonNode operation(json_new(JSON_NODE));
-    add_text(operation, "op",
-             difference.before == nullptr  ? "add"
-             : difference.after == nullptr ? "remove"
-                                           : "replace");
-    add_text(operation, "path", qo_ctl_json_pointer(difference.path));
+    qo_ctl_add_text(operation.get(), "op",
+                    difference.before == nullptr  ? "add"
+                    : difference.after == nullptr ? "remove"
+                                                  : "replace");
+    qo_ctl_add_text(operation.get(), "path", qo_ctl_json_pointer(difference.path));
     if (difference.after != nullptr) {
         QoJsonNode value(json_duplicate(difference.after));
         json_set_name(value.get(), "value");

@@ -74,6 +74,10 @@ QoJsonNode qo_ctl_text_node(std::string_view text) {
     return node;
 }
 
+void qo_ctl_add_text(JSONNODE* object, std::string_view name, std::string_view text) {
+    json_push_back(object, json_new_a_n(name.data(), name.size(), text.data(), text.size()));
+}
+
 std::string qo_ctl_render_text(std::string_view text, QoCtlStyle style) {
     return qo_ctl_render(qo_ctl_text_node(text).get(), style);
 }

@@ -25,6 +25,9 @@ std::string qo_ctl_render(const JSONNODE* node, QoCtlStyle style);
 /// A valid JSON text as its node, any other text as a string.
 QoJsonNode qo_ctl_text_node(std::string_view text);
 
+/// Appends a member that holds a text to an object.
+void qo_ctl_add_text(JSONNODE* object, std::string_view name, std::string_view text);
+
 /// `text` as a line: a valid JSON text in the style, any other text as a JSON string.
 std::string qo_ctl_render_text(std::string_view text, QoCtlStyle style);
 
