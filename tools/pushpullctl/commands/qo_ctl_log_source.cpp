@@ -168,6 +168,7 @@ int start_journalctl(int output, QoCtlLogEnd end, pid_t& process) {
                                       std::string("--identifier=") + QO_CTL_LOG_IDENT};
     if (end == QoCtlLogEnd::followed) words.insert(words.end(), {"--follow", "--lines=0"});
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);
     posix_spawn_file_actions_t files;

@@ -51,6 +51,7 @@ PushpullctlTerminal::PushpullctlTerminal(std::vector<std::string> arguments, uns
                                          unsigned short rows) {
     arguments.insert(arguments.begin(), "pushpullctl");
     std::vector<char*> words;
+    words.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) words.push_back(argument.data());
     words.push_back(nullptr);
     setenv("TERM", "xterm", 1);
@@ -113,6 +114,10 @@ testing::AssertionResult PushpullctlTerminal::wait_for_screen(
 testing::AssertionResult PushpullctlTerminal::wait_for_text(const std::string& text) {
     return wait_for_screen(
         [&](const std::vector<std::string>& lines) { return joined(lines).find(text) != std::string::npos; });
+}
+
+bool PushpullctlTerminal::has_shown(const std::string& text) const {
+    return plain(output_).find(text) != std::string::npos;
 }
 
 int PushpullctlTerminal::wait() {

@@ -25,6 +25,8 @@ public:
     /// Waits for a screen that `holds`. Bounded; a failure shows the last one.
     testing::AssertionResult wait_for_screen(const std::function<bool(const std::vector<std::string>&)>& holds);
     testing::AssertionResult wait_for_text(const std::string& text);
+    /// Whether it stood on any screen so far.
+    bool has_shown(const std::string& text) const;
 
     /// @return the exit status; -1 when it does not end
     int wait();

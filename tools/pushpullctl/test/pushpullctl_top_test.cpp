@@ -69,7 +69,7 @@ TEST_F(PushpullctlTop, WithALogTellsRequestsAndRefusals) {
             "\nNov 22 13:00:00 board PushPull[812]: comp_get: ReadNode failed OR json_size is zero, node = /nosuch\n"
          << std::flush;
     EXPECT_TRUE(terminal.wait_for_text("get /nosuch: comp_get: ReadNode failed"));
-    EXPECT_TRUE(has(terminal.screen(), "(get "));
+    EXPECT_TRUE(terminal.has_shown("(get "));
     terminal.press("q");
     EXPECT_EQ(terminal.wait(), 0);
     EXPECT_EQ(run_pushpullctl({"top", "--log", "/nonexistent"}).status, 1);
