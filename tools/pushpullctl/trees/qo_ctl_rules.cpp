@@ -57,9 +57,9 @@ bool is_left_out(JSONNODE* node) {
 }  // namespace
 
 QoCtlRules qo_ctl_rules(JSONNODE* tree, const QoCtlPath& path) {
-    constexpr eQO_COMPONENT_CLASS_ kClasses[] = {QO_INTERNAL, QO_LOCAL_CLIENT, QO_REMOTE_CLIENT};
-    std::array<Authority, 3> authority{};
-    for (const eQO_COMPONENT_CLASS_ one : kClasses) authority[one] = authority_of(tree, one);
+    constexpr std::array<eQO_COMPONENT_CLASS_, 3> kClasses = {QO_INTERNAL, QO_LOCAL_CLIENT, QO_REMOTE_CLIENT};
+    std::array<Authority, kClasses.size()> authority{};
+    for (size_t i = 0; i < authority.size(); ++i) authority[i] = authority_of(tree, kClasses[i]);
     QoCtlRules rules;
     JSONNODE* node = tree;
     for (const std::string& segment : path) {
@@ -68,13 +68,13 @@ QoCtlRules qo_ctl_rules(JSONNODE* tree, const QoCtlPath& path) {
         // An element is under the array's rule, which its own members do not change.
         JSONNODE* const ruler = json_type(node) == JSON_ARRAY ? json_at(node, 0) : child;
         if (qo_json_is_container(child) && json_empty(child) == 0)
-            for (const eQO_COMPONENT_CLASS_ one : kClasses)
-                authority[one] = authority_below(authority[one], ruler, one);
+            for (size_t i = 0; i < authority.size(); ++i)
+                authority[i] = authority_below(authority[i], ruler, kClasses[i]);
         rules.persists = rules.persists && !is_left_out(child);
         node = child;
     }
     rules.node = node;
-    for (const eQO_COMPONENT_CLASS_ one : kClasses) rules.may_write[one] = authority[one] != Authority::none;
+    for (size_t i = 0; i < authority.size(); ++i) rules.may_write[i] = authority[i] != Authority::none;
     if (json_type(node) == JSON_ARRAY) {
         int64_t most = 0;
         const JSONNODE* max_items = json_find(json_at(node, 0), "maxItems");
