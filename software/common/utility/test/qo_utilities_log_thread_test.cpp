@@ -129,6 +129,7 @@ TEST(LogHandler, LogsWhateverItInterrupts) {
     const QoLogReaderPath path;
     QoLogSender sender(path.c_str(), kEndless);
     QoLogReader reader(path.c_str());
+    sender.open("PushPull", LOG_NDELAY, LOG_USER);  // as the service does: the zone's file is read by no handler
     handlers_sender = &sender;
     handled = 0;
     struct sigaction action {};
